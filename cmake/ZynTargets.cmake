@@ -1,0 +1,45 @@
+# The compile options that every target of the project shares, and zyn_add_library, which makes
+# one static library per source folder so that the link order shows which folder may use which.
+
+add_library(zyn_options INTERFACE)
+target_include_directories(zyn_options INTERFACE ${PROJECT_SOURCE_DIR}/src)
+target_compile_options(zyn_options INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wsign-conversion -Wold-style-cast
+    -Wnull-dereference
+    # The same sources give the same bytes wherever they are checked out.
+    -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    target_compile_options(zyn_options INTERFACE -Wduplicated-cond -Wlogical-op -Wsuggest-override)
+endif()
+# Log files pass 2 GiB and times pass 2038 on 32-bit builds as well.
+target_compile_definitions(zyn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
+if(ZYN_WERROR)
+    target_compile_options(zyn_options INTERFACE -Werror)
+endif()
+if(ZYN_SANITIZE)
+    target_compile_options(zyn_options INTERFACE
+        -fsanitize=${ZYN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_link_options(zyn_options INTERFACE -fsanitize=${ZYN_SANITIZE})
+endif()
+if(ZYN_COVERAGE)
+    target_compile_options(zyn_options INTERFACE --coverage -fprofile-update=atomic)
+    target_link_options(zyn_options INTERFACE --coverage)
+endif()
+
+# zyn_add_library(<name> SOURCES <file>... [USES <library>...])
+function(zyn_add_library name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+    add_library(${name} STATIC ${ARG_SOURCES})
+    set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    target_link_libraries(${name} PUBLIC zyn_options ${ARG_USES})
+endfunction()
+
+# zyn_add_test(<name> SOURCES <file>... [USES <library>...])
+# One GoogleTest program; every test case in it becomes a ctest test of its own.
+function(zyn_add_test name)
+    cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+    add_executable(${name} ${ARG_SOURCES})
+    target_link_libraries(${name} PRIVATE zyn_options ${ARG_USES} GTest::gmock GTest::gtest_main)
+    target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120)
+endfunction()

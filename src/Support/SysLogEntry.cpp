@@ -1,0 +1,37 @@
+#include "Support/SysLogEntry.h"
+
+#include <syslog.h>
+
+#include <array>
+#include <cstddef>
+#include <mutex>
+#include <utility>
+
+namespace {
+
+constexpr std::array<int, 4> kPriorities{LOG_NOTICE, LOG_ERR, LOG_WARNING, LOG_INFO};
+
+int PriorityOf(int level) {
+    const auto index = static_cast<std::size_t>(level);
+    return index < kPriorities.size() ? kPriorities[index] : LOG_ERR;
+}
+
+}  // namespace
+
+SysLogEntry::SysLogEntry(std::string ident, int level) : ident_(std::move(ident)), level_(level) {}
+
+SysLogEntry::~SysLogEntry() {
+    static std::mutex mutex;
+    try {
+        const std::string text = text_.str();
+        if (text.empty()) {
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(mutex);
+        openlog(ident_.c_str(), LOG_PID | LOG_CONS, LOG_USER);
+        syslog(PriorityOf(level_), "%s", text.c_str());
+        closelog();
+    } catch (
+        ...) {  // NOLINT(bugprone-empty-catch): a destructor; there is nowhere left to report to
+    }
+}

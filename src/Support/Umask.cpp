@@ -1,0 +1,26 @@
+#include "Support/Umask.h"
+
+#include <sys/stat.h>
+
+namespace {
+
+constinit std::mutex umaskMutex;
+
+}  // namespace
+
+UmaskSection::UmaskSection() : lock_(umaskMutex), previous_(umask(0)) {}
+
+UmaskSection::~UmaskSection() { Restore(); }
+
+void UmaskSection::Restore() noexcept {
+    if (lock_.owns_lock()) {
+        umask(previous_);
+        lock_.unlock();
+    }
+}
+
+void UmaskSection::Abandon() noexcept {
+    if (lock_.owns_lock()) {
+        lock_.unlock();
+    }
+}

@@ -1,0 +1,26 @@
+// The entry point: banner, one processor per command word, and the report of what went wrong.
+
+#include <exception>
+#include <iostream>
+
+#include "CommandProcess/CmdProcess.h"
+#include "zyntool/PerformanceCommandProcessor.h"
+#include "zyntool/Report.h"
+
+int main(int argc, char** argv) {
+    PrintBanner(std::cerr);
+    PerformanceCommandProcessor performanceProcessor;
+    try {
+        CommandLineParser parser;
+        parser.Add("performance", &performanceProcessor);
+        // A caller may pass no arguments at all, not even the program's name.
+        const unsigned int count = argc > 0 ? static_cast<unsigned int>(argc - 1) : 0;
+        parser.Process(count, count != 0 ? const_cast<const char**>(argv + 1) : nullptr);
+        return 0;
+    } catch (const CommandLineParser::SyntaxException& fault) {
+        PrintUsage(std::cerr, fault.what());
+    } catch (const std::exception& failure) {
+        PrintFailure(std::cerr, failure.what());
+    }
+    return -1;
+}
