@@ -1,0 +1,44 @@
+// Loads an XML file into a TinyXML document without trusting it. TinyXML recurses once per nesting
+// level, reads a directory as if it were a file, and steps past the end of text whose last
+// character is cut short, so the text is examined before TinyXML sees it.
+#ifndef ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
+#define ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
+
+#include <tinyxml.h>
+
+#include <cstddef>
+#include <string>
+#include <string_view>
+
+class ConfigDocument {
+  public:
+    static constexpr std::size_t kMaxBytes = std::size_t{16} * 1024 * 1024;
+    static constexpr std::size_t kMaxDepth = 1000;
+    // TinyXML compares each attribute with all before it.
+    static constexpr std::size_t kMaxAttributes = 1000;
+
+    // False when the path is no regular file that can be read, the file exceeds a limit above, or
+    // its text is no XML; ErrorDescription() then says why. Loads once per object. Throws nothing
+    // but std::bad_alloc.
+    bool Load(const std::string& path);
+    // As Load, for text in memory.
+    bool Parse(std::string text);
+
+    // TinyXML's words; empty while nothing went wrong.
+    [[nodiscard]] const std::string& ErrorDescription() const noexcept { return description_; }
+
+    // The document's first element of that name, null when there is none.
+    [[nodiscard]] TiXmlElement* Root(const char* name) { return document_.FirstChildElement(name); }
+
+    // Whether the text may be given to TinyXML. A null result means yes; otherwise it is the
+    // description of what stands against it.
+    static const char* Examine(std::string_view text);
+    // The deepest nesting TinyXML reaches in this text; at least that where the text is malformed.
+    static std::size_t NestingDepth(std::string_view text);
+
+  private:
+    TiXmlDocument document_;
+    std::string description_;
+};
+
+#endif

@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <random>
+#include <string>
+#include <string_view>
+
+#include "ZynConfigFileReader/ConfigDocument.h"
+
+namespace {
+
+std::string Repeat(std::string_view piece, std::size_t count) {
+    std::string text;
+    for (std::size_t i = 0; i < count; ++i) {
+        text += piece;
+    }
+    return text;
+}
+
+std::string Nested(std::size_t depth) { return Repeat("<a>", depth) + Repeat("</a>", depth); }
+
+std::string FaultOf(const std::string& text) {
+    ConfigDocument document;
+    return document.Parse(text) ? "none" : document.ErrorDescription();
+}
+
+TEST(ConfigDocument, AThousandLevelsAreRead) {
+    EXPECT_EQ(FaultOf(Nested(1000)), "none");
+    EXPECT_EQ(FaultOf(Repeat("<a>", 999) + "<a/>" + Repeat("</a>", 999)), "none");
+}
+
+TEST(ConfigDocument, MoreLevelsAreALoadFailure) {
+    EXPECT_EQ(FaultOf(Nested(1001)), "Document is nested too deeply");
+    EXPECT_EQ(FaultOf(Repeat("<a>", 1000) + "<a/>"), "Document is nested too deeply");
+    EXPECT_EQ(FaultOf(Repeat("<a>", 3'000'000)), "Document is nested too deeply");
+}
+
+TEST(ConfigDocument, SiblingsDoNotNest) {
+    EXPECT_EQ(FaultOf("<r>" + Repeat("<a></a><b/>", 5000) + "</r>"), "none");
+}
+
+TEST(ConfigDocument, MarkupInsideCommentsSectionsAndValuesDoesNotNest) {
+    const std::string hidden = Repeat("<a>", 2000);
+    EXPECT_EQ(FaultOf("<r><!--" + hidden + "--></r>"), "none");
+    EXPECT_EQ(FaultOf("<r><![CDATA[" + hidden + "]]></r>"), "none");
+    EXPECT_EQ(FaultOf("<r v=\"" + hidden + "\"/>"), "none");
+    EXPECT_EQ(FaultOf("<r v='" + hidden + "'/>"), "none");
+}
+
+TEST(ConfigDocument, NothingHidesRealNesting) {
+    const std::string deep = Nested(2000);
+    for (const std::string_view before :
+         {"<!-- </a> -->", "<?xml version=\"><!--\"?>", "<?xml foo=\" version=\"><!-- x\" ?>",
+          "<?pi <!-- ?>", "<!DOCTYPE x [<!--]>", "<!-->x-->", "<a b='\"'/>", "<a b=\"'\"/>",
+          "<![CDATA[]]]]>", "<a b=c/>", "\xEF\xBB\xBF<!-- -->"}) {
+        EXPECT_EQ(FaultOf(std::string(before) + deep), "Document is nested too deeply") << before;
+    }
+}
+
+TEST(ConfigDocument, ALeadByteSwallowsNoMarkup) {
+    // Taken for UTF-8, the byte before the quote would swallow it and hide what follows.
+    const std::string declared = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>";
+    EXPECT_EQ(FaultOf(declared + "<a b=\"\xF0\"/>" + Nested(2000)),
+              "Document is nested too deeply");
+    ConfigDocument document;
+    ASSERT_TRUE(document.Parse(declared + "<a b=\"\xF0\" c=\"1\"/>"));
+    EXPECT_EQ(*document.Root("a")->Attribute(std::string("b")), "\xF0");
+    EXPECT_EQ(*document.Root("a")->Attribute(std::string("c")), "1");
+}
+
+TEST(ConfigDocument, CutTextEndsWithoutReadingPastIt) {
+    for (const std::string_view text : {"<a b=\"\xF0",
+                                        "<a>\xE2",
+                                        "<a>\xEF",
+                                        "<a>\xEF\xBB",
+                                        "<",
+                                        "<a",
+                                        "<a ",
+                                        "<a b",
+                                        "<a b=",
+                                        "<a b=\"",
+                                        "</",
+                                        "<!",
+                                        "<!--",
+                                        "<![CDATA[",
+                                        "<?xml",
+                                        "<?xml ",
+                                        "<?xml version",
+                                        "<?",
+                                        "<?xml version=\"1.0\" ",
+                                        "<a>&#x",
+                                        "<a>&#",
+                                        "<a>&",
+                                        "<a>&#xZ;",
+                                        "<a>&lt",
+                                        "\xEF\xBB\xBF",
+                                        "\xEF\xBB\xBF<a b=\"\xF0"}) {
+        ConfigDocument document;
+        // The parser forgives some of these; then there is no element.
+        if (document.Parse(std::string(text))) {
+            EXPECT_EQ(document.Root("a"), nullptr) << text;
+        } else {
+            EXPECT_NE(document.ErrorDescription(), "") << text;
+        }
+    }
+}
+
+TEST(ConfigDocument, DescriptionsAreTheParsersOwn) {
+    EXPECT_EQ(FaultOf(""), "Error document empty.");
+    EXPECT_EQ(FaultOf("no markup"), "Error document empty.");
+    EXPECT_EQ(FaultOf("<a><b></a>"), "Error reading end tag.");
+    EXPECT_EQ(FaultOf("<?xml "), "Error parsing Declaration.");
+}
+
+TEST(ConfigDocument, TextAfterANulIsNotRead) {
+    std::string text = "<a b='1'/>";
+    text += '\0';
+    text += Repeat("<a>", 5000);
+    EXPECT_EQ(FaultOf(text), "none");
+}
+
+TEST(ConfigDocument, LineEndsAreNormalised) {
+    ConfigDocument document;
+    ASSERT_TRUE(document.Parse("<a\r\nb='1\r\n2\r3'\r/>"));
+    EXPECT_EQ(*document.Root("a")->Attribute(std::string("b")), "1\n2\n3");
+}
+
+TEST(ConfigDocument, ByteOrderMarkIsSkipped) {
+    ConfigDocument document;
+    ASSERT_TRUE(document.Parse("\xEF\xBB\xBF<a b='\xC3\xA9&#233;'/>"));
+    EXPECT_EQ(*document.Root("a")->Attribute(std::string("b")), "\xC3\xA9\xC3\xA9");
+}
+
+TEST(ConfigDocument, AttributesOfOneElementAreBounded) {
+    std::string attributes;
+    for (std::size_t i = 0; i < ConfigDocument::kMaxAttributes; ++i) {
+        attributes += " a" + std::to_string(i) + "='1'";
+    }
+    EXPECT_EQ(FaultOf("<r" + attributes + "/>"), "none");
+    EXPECT_EQ(FaultOf("<r" + attributes + " one='more'/>"), "Element has too many attributes");
+}
+
+std::size_t TreeDepth(const TiXmlNode& node) {
+    std::size_t deepest = 0;
+    for (const TiXmlElement* child = node.FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        deepest = std::max(deepest, 1 + TreeDepth(*child));
+    }
+    return deepest;
+}
+
+// The scan must never find less nesting than the parser builds, whatever the text.
+TEST(ConfigDocument, RandomMarkupNeverNestsDeeperThanTheScanSays) {
+    constexpr std::array<std::string_view, 40> kPieces{
+        "<a>",  "<a>",    "<b>",       "</a>", "</b>",      "<a/>",      "<",        ">",
+        "/",    "/>",     "\"",        "'",    "=",         " ",         "a",        "<!--",
+        "-->",  "-",      "<![CDATA[", "]]>",  "<?xml",     "?>",        "version=", "encoding=\"",
+        "<!",   "<?",     "&#x41;",    "&#",   "\xF0",      "\xE2\x82",  "\xC3\xA9", "<a b=\"",
+        "\" >", "<a b='", "</",        "\n",   "UTF-8\"?>", "VERSION='", "_",        "<a b=c>"};
+    std::mt19937 random(7);
+    std::uniform_int_distribution<std::size_t> piece(0, kPieces.size() - 1);
+    std::uniform_int_distribution<int> length(1, 40);
+    std::size_t deepest = 0;
+    for (int round = 0; round < 100'000; ++round) {
+        std::string text = round % 2 == 0 ? "<a>" : "";
+        for (int i = length(random); i > 0; --i) {
+            text += kPieces.at(piece(random));
+        }
+        ConfigDocument document;
+        document.Parse(text);
+        const TiXmlNode* root = document.Root("a");
+        if (root == nullptr) {
+            continue;
+        }
+        const std::size_t depth = TreeDepth(*root->GetDocument());
+        deepest = std::max(deepest, depth);
+        ASSERT_LE(depth, ConfigDocument::NestingDepth(text)) << text;
+    }
+    EXPECT_GT(deepest, 3U);
+}
+
+}  // namespace
