@@ -132,7 +132,8 @@ class ReadableMemoryBuffer {
 template <typename Buffer>
 class BufferedInputStream {
   public:
-    explicit BufferedInputStream(Buffer buffer) noexcept : buffer_(buffer) {}
+    explicit BufferedInputStream(Buffer buffer) noexcept
+        : begin_(buffer.Data()), next_(begin_), end_(begin_ + buffer.Size()) {}
 
     void read(char* buffer, unsigned int count) {
         const char* source = View(count);
@@ -144,8 +145,8 @@ class BufferedInputStream {
     // The next count bytes in place, and on past them.
     const char* View(std::uint32_t count) {
         ZYN_CHECK_LOGIC(count <= Remaining(), "Insufficent data to read");
-        const char* bytes = buffer_.Data() + position_;
-        position_ += count;
+        const char* bytes = next_;
+        next_ += count;
         return bytes;
     }
 
@@ -154,12 +155,22 @@ class BufferedInputStream {
         return LoadLittleEndian<T>(View(sizeof(T)));
     }
 
-    [[nodiscard]] std::uint32_t Position() const noexcept { return position_; }
-    [[nodiscard]] std::uint32_t Remaining() const noexcept { return buffer_.Size() - position_; }
+    // The bytes at the position, for a caller that has looked at Remaining().
+    [[nodiscard]] const char* Peek() const noexcept { return next_; }
+    // count is at most Remaining().
+    void Skip(std::uint32_t count) noexcept { next_ += count; }
+
+    [[nodiscard]] std::uint32_t Position() const noexcept {
+        return static_cast<std::uint32_t>(next_ - begin_);
+    }
+    [[nodiscard]] std::size_t Remaining() const noexcept {
+        return static_cast<std::size_t>(end_ - next_);
+    }
 
   private:
-    Buffer buffer_;
-    std::uint32_t position_ = 0;
+    const char* begin_;
+    const char* next_;
+    const char* end_;
 };
 
 // An output stream that appends into a SmartBuffer<N>.

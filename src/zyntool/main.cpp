@@ -4,14 +4,17 @@
 #include <iostream>
 
 #include "CommandProcess/CmdProcess.h"
+#include "zyntool/ExportCommandProcessor.h"
 #include "zyntool/PerformanceCommandProcessor.h"
 #include "zyntool/Report.h"
 
 int main(int argc, char** argv) {
     PrintBanner(std::cerr);
+    ExportCommandProcessor exportProcessor;
     PerformanceCommandProcessor performanceProcessor;
     try {
         CommandLineParser parser;
+        parser.Add("export", &exportProcessor);
         parser.Add("performance", &performanceProcessor);
         // A caller may pass no arguments at all, not even the program's name.
         const unsigned int count = argc > 0 ? static_cast<unsigned int>(argc - 1) : 0;

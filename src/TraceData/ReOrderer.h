@@ -1,0 +1,166 @@
+// Puts the records of a block back into the order of their sequence numbers. Several writers fill
+// the trace buffer at once, so a block holds records a little out of order.
+#ifndef ZYN_TRACEDATA_REORDERER_H
+#define ZYN_TRACEDATA_REORDERER_H
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+
+// One record of a block: a view of its bytes in the block, which outlives it.
+struct TraceRecordReader {
+    std::uint32_t sequenceNumber = 0;
+    std::uint32_t length = 0;
+    const char* data = nullptr;
+};
+
+// Unsigned and without wrap-around: after 4294967295 the records numbered 0, 1, ... come first.
+template <>
+struct std::greater<const TraceRecordReader*> {
+    bool operator()(const TraceRecordReader* a, const TraceRecordReader* b) const noexcept {
+        return a->sequenceNumber > b->sequenceNumber;
+    }
+};
+
+template <typename T>
+concept RecordEmitter = requires(T helper, const TraceRecordReader& record) {
+    helper.ProcessRecord(record);
+};
+
+// A bounded min-heap of at most Limit records: when one more arrives, the smallest is emitted
+// first. Records that are more than Limit places out of order therefore stay out of order, and
+// memory is bounded. Records with equal numbers leave in the order of their arrival.
+//
+// Most blocks need no heap, so it is built as late as possible:
+//
+//   kQueue  while numbers only rise the records held are a ring in order: push at the back, emit at
+//           the front
+//   kBag    a smaller number has come: while there is room the records are only collected, and
+//           draining sorts them
+//   kHeap   a record must be emitted while others still arrive
+//
+// Serves one block. ProcessFront passes on what the helper throws and keeps the record.
+template <RecordEmitter Helper, std::uint32_t Limit>
+class ReOrderer {
+  public:
+    // Kept by the owner so that it is not cleared for each block.
+    class Storage {
+      public:
+        Storage() noexcept {}  // NOLINT(modernize-use-equals-default): leaves the bytes as they are
+
+      private:
+        friend class ReOrderer;
+        // By sequence number, then arrival; slot says where the record is.
+        struct Key {
+            std::uint64_t order;
+            std::uint32_t slot;
+            friend bool operator>(const Key& a, const Key& b) noexcept { return a.order > b.order; }
+            friend bool operator<(const Key& a, const Key& b) noexcept { return a.order < b.order; }
+        };
+        std::array<TraceRecordReader, Limit> records_;
+        std::array<Key, Limit> keys_;
+    };
+
+    ReOrderer(Storage& storage, Helper& helper) noexcept
+        : records_(storage.records_), keys_(storage.keys_), helper_(helper) {}
+
+    // Takes a record, after emitting the front when Limit records are held.
+    void Push(const TraceRecordReader& record) {
+        if (held_ == Limit) [[unlikely]] {
+            ProcessFront();
+        }
+        if (state_ == State::kHeap) [[unlikely]] {
+            PushToHeap(record);
+            return;
+        }
+        if (record.sequenceNumber < last_) {
+            state_ = State::kBag;
+        }
+        last_ = record.sequenceNumber;
+        records_[RingSlot(held_)] = record;
+        ++held_;
+    }
+
+    // Emits and removes the record with the smallest sequence number. At least one is held.
+    void ProcessFront() {
+        if (state_ == State::kQueue) {
+            helper_.ProcessRecord(records_[front_]);
+            front_ = RingSlot(1);
+            --held_;
+            return;
+        }
+        if (state_ == State::kBag) {
+            CollectKeys();
+            std::make_heap(keys_.begin(), KeysEnd(), std::greater<>());
+            state_ = State::kHeap;
+        }
+        helper_.ProcessRecord(records_[keys_.front().slot]);
+        std::pop_heap(keys_.begin(), KeysEnd(), std::greater<>());
+        --held_;
+    }
+
+    // Emits all records held, in order.
+    void Drain() {
+        if (state_ == State::kQueue) {
+            while (held_ != 0) {
+                ProcessFront();
+            }
+            return;
+        }
+        if (state_ == State::kBag) {
+            CollectKeys();
+        }
+        std::sort(keys_.begin(), KeysEnd());
+        for (std::uint32_t i = 0; i < held_; ++i) {
+            helper_.ProcessRecord(records_[keys_[i].slot]);
+        }
+        held_ = 0;
+    }
+
+  private:
+    enum class State : std::uint8_t { kQueue, kBag, kHeap };
+
+    [[nodiscard]] std::uint32_t RingSlot(std::uint32_t place) const noexcept {
+        const std::uint32_t slot = front_ + place;
+        return slot < Limit ? slot : slot - Limit;
+    }
+
+    auto KeysEnd() noexcept { return keys_.begin() + static_cast<std::ptrdiff_t>(held_); }
+
+    // Keys of the records held, in the order of their arrival, and behind them the free slots.
+    void CollectKeys() noexcept {
+        for (std::uint32_t i = 0; i < Limit; ++i) {
+            const std::uint32_t slot = RingSlot(i);
+            keys_[i] = {i < held_ ? Order(records_[slot].sequenceNumber, i) : 0, slot};
+        }
+        arrivals_ = held_;
+    }
+
+    // Removing a key moves it behind the heap, so a free slot is always found there.
+    void PushToHeap(const TraceRecordReader& record) noexcept {
+        const std::uint32_t slot = keys_[held_].slot;
+        records_[slot] = record;
+        keys_[held_].order = Order(record.sequenceNumber, arrivals_);
+        ++arrivals_;
+        ++held_;
+        std::push_heap(keys_.begin(), KeysEnd(), std::greater<>());
+    }
+
+    // A block of less than 4 GiB has fewer records than 32 bits count.
+    static std::uint64_t Order(std::uint32_t sequenceNumber, std::uint32_t arrival) noexcept {
+        return std::uint64_t{sequenceNumber} << 32U | arrival;
+    }
+
+    std::array<TraceRecordReader, Limit>& records_;
+    std::array<typename Storage::Key, Limit>& keys_;
+    Helper& helper_;
+    std::uint32_t front_ = 0;
+    std::uint32_t held_ = 0;
+    std::uint32_t last_ = 0;
+    std::uint32_t arrivals_ = 0;
+    State state_ = State::kQueue;
+};
+
+#endif
