@@ -5,45 +5,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
 #include "Support/LoadStore.h"
 #include "Support/ValidationException.h"
+#include "TraceData/PacketIds.h"
 #include "TraceData/TracePacket.h"
-
-// Ids of 32-bit value packets without the value flag.
-inline constexpr std::uint16_t kThreadPacketId = 3;
-inline constexpr std::uint16_t kProcessPacketId = 4;
-// Ids of binary packets.
-inline constexpr std::uint16_t kTimePacketId = 2;
-inline constexpr std::uint16_t kControlPacketId = 6;
-// Ids of string packets.
-inline constexpr std::uint16_t kMessagePacketId = 0;
-inline constexpr std::uint16_t kModulePacketId = 32;
-inline constexpr std::uint16_t kClientPacketId = 33;
-inline constexpr std::uint16_t kLabelPacketId = 34;
-
-// Seconds, milliseconds and a third word of 4 bytes each.
-inline constexpr std::uint32_t kTimePacketBytes = 12;
-// Control code and process id of the sender.
-inline constexpr std::uint32_t kControlPacketBytes = 8;
-
-// What a control code means, for codes 1 to 7; empty for all others.
-// Kept as is: "Pauseed" and "Resumeed" are part of the output format.
-[[nodiscard]] constexpr std::string_view ControlText(std::uint32_t code) noexcept {
-    constexpr std::array<std::string_view, 8> kTexts{"",
-                                                     "Client attached",
-                                                     "Client detached",
-                                                     "Pauseed tracing",
-                                                     "Resumeed tracing",
-                                                     "Reloaded configuration",
-                                                     "Turned on preservation",
-                                                     "Turned off preservation"};
-    return code < kTexts.size() ? kTexts[code] : std::string_view{};
-}
 
 template <PacketSource Stream, PacketClient Client>
 inline void TracePacketReader<Stream, Client>::OnDoubleWord(std::uint16_t id, std::uint32_t value) {

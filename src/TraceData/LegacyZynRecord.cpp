@@ -4,8 +4,8 @@
 #include <cstring>
 #include <ctime>
 
-#include "TraceData/BuiltInTracePackets.h"
 #include "TraceData/Digits.h"
+#include "TraceData/PacketIds.h"
 
 namespace {
 
@@ -25,6 +25,16 @@ char* PutShortText(char* out, std::string_view text) noexcept {
                     LegacyZynRecord::kReadSlack - kShortCopy);
     }
     return out + text.size();
+}
+
+constexpr std::size_t kCopyStep = 32;
+static_assert(kCopyStep <= LegacyZynRecord::kReadSlack);
+
+// Copies in whole steps; may read and scribble up to a step past the end.
+void CopyText(char* out, const char* text, std::size_t length) noexcept {
+    for (std::size_t i = 0; i < length; i += kCopyStep) {
+        std::memcpy(out + i, text + i, kCopyStep);
+    }
 }
 
 // How a text that is longer than its column is shown: its beginning, full stops, its last
@@ -188,6 +198,9 @@ void LegacyZynRecord::WriteLine(TextFile& file) {
         CalendarText::kLength + 5 + 2 * 10 + 3 * kLongestName + 6 * kLongestSeparator;
     static_assert(kLongestHead < kLongestLine);
     static_assert(kLongestLine + kReadSlack <= TextFile::kLargestPiece);
+    // No line has room for all of the longest message, so the last step stays within its text.
+    static_assert((kLongestLine - CalendarText::kLength) / kCopyStep * kCopyStep + kCopyStep <=
+                  kLongestMessage);
 
     char* const line = file.Prepare(kLongestLine + kReadSlack);
     char* out = PutSeparator<ShortSeparator>(PutTime(line));
@@ -196,7 +209,7 @@ void LegacyZynRecord::WriteLine(TextFile& file) {
     out = PutSeparator<ShortSeparator>(PutNames<FixedWidth, ShortSeparator>(out));
     const std::size_t room = kLongestLine - static_cast<std::size_t>(out - line);
     const std::size_t length = std::min(message_.size(), room);
-    std::memcpy(out, message_.data(), length);
+    CopyText(out, message_.data(), length);
     out += length;
     if (length < room) [[likely]] {
         *out++ = '\n';

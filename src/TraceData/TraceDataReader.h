@@ -71,9 +71,7 @@ class TraceBlockReader {
             client_.OnRecordBegin();
             TracePacketReader<MemoryReader, Client> packets(
                 MemoryReader(ReadableMemoryBuffer(record.data, record.length)), client_);
-            while (!packets.AtEnd()) {
-                packets.Process();
-            }
+            packets.ProcessAll();
             client_.OnRecordEnd();
         }
 

@@ -13,6 +13,7 @@
 
 #include "Support/LoadStore.h"
 #include "Support/ValidationException.h"
+#include "TraceData/PacketIds.h"
 
 enum class PacketType : std::uint8_t {
     kNone = 0,
@@ -110,14 +111,31 @@ class TracePacketReader {
 
     [[nodiscard]] bool AtEnd() const noexcept { return stream_.Remaining() == 0; }
 
+    // Reads all packets.
+    void ProcessAll() {
+        while (!AtEnd()) {
+            if (!ProcessUsual()) [[unlikely]] {
+                Process();
+            }
+        }
+    }
+
     // Reads one packet.
     void Process();
+
+    // Reads the next packets as far as they have the heads and the order that services give them,
+    // each in one look where Process needs a checked read per field; returns whether there was any.
+    // Changes nothing about what is read: every packet that it leaves is for Process.
+    bool ProcessUsual();
 
   private:
     void ReadDoubleWord(const PacketHead& head);
     void ReadString(const PacketHead& head);
     void ReadBinary(std::uint32_t length, std::uint16_t id);
-    bool ProcessUsual();
+    template <std::uint8_t Flags, std::uint16_t Id>
+    bool NextIs() const noexcept;
+    template <std::uint16_t Id>
+    void TakeString();
     void OnDoubleWord(std::uint16_t id, std::uint32_t value);
     void OnString(std::uint16_t id, std::uint32_t length);
 
@@ -129,9 +147,6 @@ class TracePacketReader {
 
 template <PacketSource Stream, PacketClient Client>
 inline void TracePacketReader<Stream, Client>::Process() {
-    if (ProcessUsual()) [[likely]] {
-        return;
-    }
     const PacketHead head = ReadPacketHead(stream_);
     switch (head.Type()) {
         case PacketType::kString:
@@ -156,35 +171,60 @@ inline void TracePacketReader<Stream, Client>::Process() {
     }
 }
 
-// The heads that services write for nearly every packet, each taken in one look where the general
-// road needs a checked read per field. Does nothing and returns false for any other head.
+// Whether the next packet has these flags and this id, and seven bytes are there to look at.
+template <PacketSource Stream, PacketClient Client>
+template <std::uint8_t Flags, std::uint16_t Id>
+inline bool TracePacketReader<Stream, Client>::NextIs() const noexcept {
+    constexpr std::uint32_t kFlagsAndId = Flags | std::uint32_t{Id} << 8U;
+    constexpr std::uint32_t kThreeBytes = 0xFFFFFF;
+    return stream_.Remaining() >= kLongestPacketHead &&
+           (LoadLittleEndian<std::uint32_t>(stream_.Peek()) & kThreeBytes) == kFlagsAndId;
+}
+
+// Takes the next packet if it is the string with this id and lies within the record.
+template <PacketSource Stream, PacketClient Client>
+template <std::uint16_t Id>
+inline void TracePacketReader<Stream, Client>::TakeString() {
+    if (NextIs<kIdString, Id>()) [[likely]] {
+        const auto length = LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3);
+        if (length <= stream_.Remaining() - kLongestPacketHead) [[likely]] {
+            client_.OnRead({stream_.Peek() + kLongestPacketHead, length}, Id);
+            stream_.Skip(kLongestPacketHead + length);
+        }
+    }
+}
+
 template <PacketSource Stream, PacketClient Client>
 inline bool TracePacketReader<Stream, Client>::ProcessUsual() {
-    if (stream_.Remaining() < kLongestPacketHead) [[unlikely]] {
-        return false;
+    const char* const begin = stream_.Peek();
+    if (NextIs<kIdBinary, kTimePacketId>() &&
+        LoadLittleEndian<std::uint32_t>(begin + 3) == kTimePacketBytes &&
+        stream_.Remaining() >= kLongestPacketHead + kTimePacketBytes) [[likely]] {
+        client_.OnTime(LoadLittleEndian<std::uint32_t>(begin + 7),
+                       LoadLittleEndian<std::uint16_t>(begin + 11));
+        stream_.Skip(kLongestPacketHead + kTimePacketBytes);
     }
-    const char* bytes = stream_.Peek();
-    const auto id = LoadLittleEndian<std::uint16_t>(bytes + 1);
-    switch (static_cast<std::uint8_t>(bytes[0])) {
-        case kIdString:
-            stream_.Skip(7);
-            OnString(id, LoadLittleEndian<std::uint32_t>(bytes + 3));
-            return true;
-        case kPlainString:
-            stream_.Skip(5);
-            OnString(0, LoadLittleEndian<std::uint32_t>(bytes + 1));
-            return true;
-        case kIdDoubleWord:
-            stream_.Skip(7);
-            OnDoubleWord(id, LoadLittleEndian<std::uint32_t>(bytes + 3));
-            return true;
-        case kIdBinary:
-            stream_.Skip(7);
-            ReadBinary(LoadLittleEndian<std::uint32_t>(bytes + 3), id);
-            return true;
-        default:
-            return false;
+    // Of a 32-bit value the four bytes after flags and id are the value itself.
+    if (NextIs<kIdDoubleWord, kThreadPacketId>()) [[likely]] {
+        client_.OnThread(LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3));
+        stream_.Skip(kLongestPacketHead);
     }
+    if (NextIs<kIdDoubleWord, kProcessPacketId>()) [[likely]] {
+        client_.OnProcess(LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3));
+        stream_.Skip(kLongestPacketHead);
+    }
+    TakeString<kModulePacketId>();
+    TakeString<kClientPacketId>();
+    TakeString<kLabelPacketId>();
+    // The message: a string without an id, its length right behind the flags.
+    if (stream_.Remaining() >= kLongestPacketHead && stream_.Peek()[0] == kPlainString) [[likely]] {
+        const auto length = LoadLittleEndian<std::uint32_t>(stream_.Peek() + 1);
+        if (length <= stream_.Remaining() - 5) [[likely]] {
+            client_.OnRead({stream_.Peek() + 5, length}, kMessagePacketId);
+            stream_.Skip(5 + length);
+        }
+    }
+    return stream_.Peek() != begin;
 }
 
 #endif
