@@ -1,4 +1,4 @@
-// Tests of the private directories and whole-file helpers.
+// Tests of the private directories and whole-file access.
 
 #include <gtest/gtest.h>
 
