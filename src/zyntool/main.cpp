@@ -4,6 +4,7 @@
 #include <iostream>
 
 #include "CommandProcess/CmdProcess.h"
+#include "zyntool/CleanCommandProcessor.h"
 #include "zyntool/ExportCommandProcessor.h"
 #include "zyntool/PerformanceCommandProcessor.h"
 #include "zyntool/Report.h"
@@ -12,10 +13,12 @@ int main(int argc, char** argv) {
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
     PerformanceCommandProcessor performanceProcessor;
+    CleanCommandProcessor cleanProcessor;
     try {
         CommandLineParser parser;
         parser.Add("export", &exportProcessor);
         parser.Add("performance", &performanceProcessor);
+        parser.Add("clean", &cleanProcessor);
         // A caller may pass no arguments at all, not even the program's name.
         const unsigned int count = argc > 0 ? static_cast<unsigned int>(argc - 1) : 0;
         parser.Process(count, count != 0 ? const_cast<const char**>(argv + 1) : nullptr);

@@ -1,0 +1,72 @@
+#include "zyntool/CleanCommandProcessor.h"
+
+#include <unistd.h>
+
+#include <cctype>
+#include <exception>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include "Support/ConfigPath.h"
+#include "Support/FileSystem.h"
+#include "Support/RuntimeInfo.h"
+#include "Support/ValidationException.h"
+#include "ZynConfigFileReader/ConfigProcessors.h"
+#include "ZynConfigFileReader/ZynConfigFileReader.h"
+
+namespace {
+
+// The log path with its variables expanded; empty when the configuration names none.
+std::string ConfiguredLogPath() {
+    MyConfigProcessor processor;
+    ZynConfigFileReader<MyConfigProcessor> reader(processor);
+    reader.Read(ZynConfigPathPolicy());
+    if (reader.LogPath().empty() && reader.Failure()) {
+        std::rethrow_exception(reader.Failure());
+    }
+    return CRuntimeInfo::FormatEnvironmentVariables(processor.Destination());
+}
+
+bool Confirmed(const std::string& directory) {
+    std::cerr << "Are you sure to delete all the log data stored in " << directory << '\n';
+    std::string answer = "No";
+    while (answer != "Y" && answer != "N") {
+        std::cerr << "Please select (Y or N ) : ";
+        // Kept as is: the end of the input is not detected, and the question repeats. A script that
+        // wants no question passes -f.
+        std::cin >> answer;
+        for (char& character : answer) {
+            character = static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
+        }
+    }
+    return answer == "Y";
+}
+
+void DeleteLogFiles(const std::string& directory) {
+    std::vector<std::string> names;
+    CFileSystem::FindAllFiles(directory, "zynlog-", "txt", names);
+    for (const std::string& name : names) {
+        const std::string path = directory + name;
+        const int result = ::unlink(path.c_str());
+        ZYN_CHECK_OS_CALL(result == 0, "Can not delete file");
+    }
+}
+
+}  // namespace
+
+void CleanCommandProcessor::Process(CommandLineParser::CommandOptions& options) {
+    const std::string logPath = ConfiguredLogPath();
+    const std::string directory = logPath + '/';
+    const bool forced = options.contains("F");
+    if (!forced && !Confirmed(directory)) {
+        return;
+    }
+    // Without a path the directory would be the root of the file system.
+    if (!logPath.empty()) {
+        DeleteLogFiles(directory);
+    }
+    if (!forced) {
+        std::cerr << "All log files have been deleted.\n";
+    }
+}
