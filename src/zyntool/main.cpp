@@ -5,20 +5,32 @@
 
 #include "CommandProcess/CmdProcess.h"
 #include "zyntool/CleanCommandProcessor.h"
+#include "zyntool/ControlCommandProcessors.h"
 #include "zyntool/ExportCommandProcessor.h"
 #include "zyntool/PerformanceCommandProcessor.h"
 #include "zyntool/Report.h"
+#include "zyntool/TestCommandProcessor.h"
 
 int main(int argc, char** argv) {
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
+    PreservationCommandProcessor preservationProcessor;
+    PauseCommandProcessor pauseProcessor;
+    ReloadCommandProcessor reloadProcessor;
+    ResumeCommandProcessor resumeProcessor;
     PerformanceCommandProcessor performanceProcessor;
     CleanCommandProcessor cleanProcessor;
+    TestCommandProcessor testProcessor;
     try {
         CommandLineParser parser;
         parser.Add("export", &exportProcessor);
+        parser.Add("preservation", &preservationProcessor);
+        parser.Add("pause", &pauseProcessor);
+        parser.Add("reload", &reloadProcessor);
+        parser.Add("resume", &resumeProcessor);
         parser.Add("performance", &performanceProcessor);
         parser.Add("clean", &cleanProcessor);
+        parser.Add("test", &testProcessor);
         // A caller may pass no arguments at all, not even the program's name.
         const unsigned int count = argc > 0 ? static_cast<unsigned int>(argc - 1) : 0;
         parser.Process(count, count != 0 ? const_cast<const char**>(argv + 1) : nullptr);

@@ -1,0 +1,196 @@
+#include "ZynService/ZynServiceMonitor.h"
+
+#include <fcntl.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <mutex>
+#include <new>
+#include <optional>
+#include <string_view>
+
+#include "Support/DropFailure.h"
+#include "Support/Logging.h"
+#include "Support/RuntimeInfo.h"
+#include "Support/ValidationException.h"
+
+namespace {
+
+// The first bytes of a file; empty when there is nothing to read. Never waits, whatever the path
+// names.
+std::string ReadStart(const std::string& path) {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
+    if (fd == -1) {
+        return {};
+    }
+    std::array<char, 256> bytes{};
+    ssize_t count = 0;
+    do {
+        count = ::read(fd, bytes.data(), bytes.size());
+    } while (count == -1 && errno == EINTR);
+    ::close(fd);
+    return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
+}
+
+// The number at the start of a pid file; nothing when there is none or it cannot be a process.
+std::optional<unsigned int> ParsePid(std::string_view text) {
+    unsigned int pid = 0;
+    const auto result = std::from_chars(text.data(), text.data() + text.size(), pid);
+    if (result.ec != std::errc{} || pid == 0) {
+        return std::nullopt;
+    }
+    return pid;
+}
+
+// Closes the connection when the process ends.
+struct ShutdownAtExit {
+    ShutdownAtExit() = default;
+    ShutdownAtExit(const ShutdownAtExit&) = delete;
+    ShutdownAtExit& operator=(const ShutdownAtExit&) = delete;
+    ~ShutdownAtExit() { ZynServiceMonitorProxy::Shutdown(); }
+};
+
+constinit std::mutex singletonMutex;
+
+}  // namespace
+
+void WatchServiceStartUsingPIDFile::Check(const std::string& name) {
+    const std::string files =
+        CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + name;
+    if (::access((files + ".lck").c_str(), F_OK) != 0) {
+        return;
+    }
+    const std::optional<unsigned int> pid = ParsePid(ReadStart(files + ".pid"));
+    if (!pid) {
+        return;
+    }
+    const std::string process = "/proc/" + std::to_string(*pid);
+    LogDiagnostic("PROC FILE " + process);
+    struct stat status {};
+    errno = 0;
+    const int result = ::stat(process.c_str(), &status);
+    const int error = errno;
+    LogDiagnostic("ERRNO is " + std::to_string(error) + " and rc is " + std::to_string(result));
+    if (result == 0) {
+        OnServiceStarted(*pid);
+    }
+}
+
+void WatchServiceStopUsingPID::Check(unsigned int pid) {
+    const std::string process = "/proc/" + std::to_string(pid) + "/status";
+    struct stat status {};
+    if (::stat(process.c_str(), &status) != 0) {
+        OnServiceStopped();
+    }
+}
+
+void ZynServiceMonitor::Check() {
+    if (servicePid_ == 0) {
+        WatchServiceStartUsingPIDFile::Check("ZynService");
+    } else {
+        WatchServiceStopUsingPID::Check(servicePid_);
+    }
+}
+
+void ZynServiceMonitor::Worker() {
+    while (!stop_.load(std::memory_order_relaxed)) {
+        Check();
+        SleepMilliseconds(kPollMs);
+    }
+}
+
+void ZynServiceMonitor::OnServiceStarted(unsigned int pid) {
+    LogDiagnostic("Service started:" + std::to_string(pid));
+    // Outside the lock: the registration may take seconds.
+    std::unique_ptr<ZynServiceClient> client(new (std::nothrow)
+                                                 ZynServiceClient(pid, filterManager_));
+    ZYN_CHECK_MEMORY_ALLOCATION(client != nullptr, "Can not create ZynServiceClient object");
+    AutoLockingPointer<ZynServiceClient> current(client_);
+    current.Set(client.release());
+    servicePid_ = pid;
+}
+
+void ZynServiceMonitor::OnServiceStopped() {
+    AutoLockingPointer<ZynServiceClient> current(client_);
+    current.Delete();
+    servicePid_ = 0;
+    LogDiagnostic("Service stopped.");
+}
+
+MultiThreadedZynServiceMonitor::MultiThreadedZynServiceMonitor(
+    ZynFilterManager& filterManager, LockablePointer<ZynServiceClient>& client)
+    : monitor_(filterManager, client) {
+    LogDiagnostic("ZYnServiceMonitor created");
+    try {
+        monitor_.Check();
+        thread_ = std::make_unique<MultithreadizedObject<ZynServiceMonitor, true>>(monitor_);
+    } catch (...) {
+        // A client without a monitor would stand in the way of the next attempt.
+        DropFailure([&client] { AutoLockingPointer<ZynServiceClient>(client).Delete(); });
+        LogDiagnostic("ZYnServiceMonitor deleted");
+        throw;
+    }
+}
+
+// NOLINTNEXTLINE(bugprone-exception-escape): the join's failure is the caller's to see
+MultiThreadedZynServiceMonitor::~MultiThreadedZynServiceMonitor() noexcept(false) {
+    monitor_.Stop();
+    // Here and not in unique_ptr, which an exception does not leave.
+    thread_->Join();
+}
+
+std::atomic<ZynServiceMonitorProxy*> ZynServiceMonitorProxy::s_Singleton{nullptr};
+
+ZynServiceMonitorProxy& ZynServiceMonitorProxy::Create() {
+    const std::lock_guard<std::mutex> lock(singletonMutex);
+    ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_relaxed);
+    if (proxy == nullptr) {
+        proxy = new (std::nothrow) ZynServiceMonitorProxy();
+        ZYN_CHECK_MEMORY_ALLOCATION(proxy != nullptr, "Can not create ZynServiceMonitorProxy");
+        s_Singleton.store(proxy, std::memory_order_release);
+        // A child has none of the threads and must not answer for its parent's registration.
+        pthread_atfork(&ZynServiceMonitorProxy::Shutdown, nullptr, nullptr);
+        static const ShutdownAtExit shutdownAtExit;
+    }
+    return *proxy;
+}
+
+void ZynServiceMonitorProxy::Shutdown() noexcept {
+    if (ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire)) {
+        proxy->Close();
+    }
+}
+
+ZynServiceMonitorProxy::~ZynServiceMonitorProxy() { Close(); }
+
+void ZynServiceMonitorProxy::CreateMonitor() {
+    AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor(monitor_);
+    // Looked at under the lock: Close() sets it before it takes the lock to delete.
+    if (closed_.load(std::memory_order_relaxed) || monitor) {
+        return;
+    }
+    auto* created = new (std::nothrow) MultiThreadedZynServiceMonitor(filterManager_, client_);
+    ZYN_CHECK_MEMORY_ALLOCATION(created != nullptr, "Unable to create MultiThreadedZyn");
+    monitor.Set(created);
+    settled_.store(true, std::memory_order_release);
+}
+
+void ZynServiceMonitorProxy::Close() noexcept {
+    DropFailure([this] {
+        const AutoSync<CriticalSectionSyncPolicy> once(closing_);
+        closed_.store(true, std::memory_order_relaxed);
+        settled_.store(true, std::memory_order_release);
+        DropFailure([this] {
+            AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor(monitor_);
+            monitor.Delete();
+        });
+        DropFailure([this] {
+            AutoLockingPointer<ZynServiceClient> client(client_);
+            client.Delete();
+        });
+    });
+}

@@ -1,0 +1,153 @@
+// Finds out whether the tracing service runs, connects when it does and disconnects when it goes.
+// The client programming interface reaches it through the process-wide proxy.
+#ifndef ZYN_ZYNSERVICE_ZYNSERVICEMONITOR_H
+#define ZYN_ZYNSERVICE_ZYNSERVICEMONITOR_H
+
+#include <atomic>
+#include <memory>
+#include <string>
+
+#include "Support/NoReentrantSpinLockPolicy.h"
+#include "Support/Thread.h"
+#include "TraceFiltering/ZynFilterManager.h"
+#include "ZynService/ZynServiceClient.h"
+
+// Looks for a service by its lock and pid files in the run directory.
+class WatchServiceStartUsingPIDFile {
+  public:
+    // Calls OnServiceStarted when "<name>.lck" exists, "<name>.pid" begins with the decimal number
+    // of a process, and that process exists. Anything else in the files means that the service does
+    // not run. Throws what OnServiceStarted does.
+    void Check(const std::string& name);
+
+  protected:
+    WatchServiceStartUsingPIDFile() = default;
+    WatchServiceStartUsingPIDFile(const WatchServiceStartUsingPIDFile&) = default;
+    WatchServiceStartUsingPIDFile& operator=(const WatchServiceStartUsingPIDFile&) = default;
+    ~WatchServiceStartUsingPIDFile() = default;
+
+  private:
+    virtual void OnServiceStarted(unsigned int pid) = 0;
+};
+
+// Looks whether a service's process still exists.
+class WatchServiceStopUsingPID {
+  public:
+    // Calls OnServiceStopped when it does not.
+    void Check(unsigned int pid);
+
+  protected:
+    WatchServiceStopUsingPID() = default;
+    WatchServiceStopUsingPID(const WatchServiceStopUsingPID&) = default;
+    WatchServiceStopUsingPID& operator=(const WatchServiceStopUsingPID&) = default;
+    ~WatchServiceStopUsingPID() = default;
+
+  private:
+    virtual void OnServiceStopped() = 0;
+};
+
+// Keeps the guarded client in step with the service: no client while the service does not run, a
+// registered one while it does. Both arguments outlive it. Check() is for one thread at a time.
+class ZynServiceMonitor : public WatchServiceStartUsingPIDFile, public WatchServiceStopUsingPID {
+  public:
+    static constexpr unsigned int kPollMs = 100;
+
+    ZynServiceMonitor(ZynFilterManager& filterManager, LockablePointer<ZynServiceClient>& client)
+        : filterManager_(filterManager), client_(client) {}
+    ZynServiceMonitor(const ZynServiceMonitor&) = delete;
+    ZynServiceMonitor& operator=(const ZynServiceMonitor&) = delete;
+    ~ZynServiceMonitor() = default;
+
+    // One look. Throws when the service was found and the registration failed; the service then
+    // still counts as not found.
+    void Check();
+
+    // Checks every 100 ms until told to stop. An exception out of Check() ends it.
+    void Worker();
+    void Stop() noexcept { stop_.store(true, std::memory_order_relaxed); }
+
+    // 0 while no service was found.
+    [[nodiscard]] unsigned int ServicePid() const noexcept { return servicePid_; }
+
+  private:
+    void OnServiceStarted(unsigned int pid) override;
+    void OnServiceStopped() override;
+
+    ZynFilterManager& filterManager_;
+    LockablePointer<ZynServiceClient>& client_;
+    unsigned int servicePid_ = 0;
+    std::atomic<bool> stop_{false};
+};
+
+// A monitor with its thread.
+class MultiThreadedZynServiceMonitor {
+  public:
+    // Looks once on the calling thread, so that a running service is connected when it returns,
+    // then starts the thread. Throws what Check() does, and CheckOSCall "Failed to create worker
+    // thread".
+    MultiThreadedZynServiceMonitor(ZynFilterManager& filterManager,
+                                   LockablePointer<ZynServiceClient>& client);
+    MultiThreadedZynServiceMonitor(const MultiThreadedZynServiceMonitor&) = delete;
+    MultiThreadedZynServiceMonitor& operator=(const MultiThreadedZynServiceMonitor&) = delete;
+    // Stops and joins. Throws CheckOSCall "Faied waiting for thread to terminate".
+    ~MultiThreadedZynServiceMonitor() noexcept(false);
+
+  private:
+    ZynServiceMonitor monitor_;
+    std::unique_ptr<MultithreadizedObject<ZynServiceMonitor, true>> thread_;
+};
+
+// The process's one connection to the tracing service, with the filter that the service controls.
+// Any thread may use it.
+class ZynServiceMonitorProxy {
+  public:
+    // Creates the proxy on first use. It is closed before a fork and when the process ends, but its
+    // memory stays: threads of the application may still be inside a query then. Throws
+    // CheckMemoryAllocation "Can not create ZynServiceMonitorProxy".
+    static ZynServiceMonitorProxy& Get() {
+        ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
+        return proxy != nullptr ? *proxy : Create();
+    }
+
+    // Closes the process's proxy.
+    static void Shutdown() noexcept;
+
+    ZynServiceMonitorProxy() = default;
+    ZynServiceMonitorProxy(const ZynServiceMonitorProxy&) = delete;
+    ZynServiceMonitorProxy& operator=(const ZynServiceMonitorProxy&) = delete;
+    ~ZynServiceMonitorProxy();
+
+    // Starts the monitor unless it runs or the proxy is closed: one atomic load then. Throws
+    // CheckMemoryAllocation "Unable to create MultiThreadedZyn" and what the monitor's constructor
+    // does; the next call tries again.
+    void CreateMonitorOnDemand() {
+        if (!settled_.load(std::memory_order_acquire)) [[unlikely]] {
+            CreateMonitor();
+        }
+    }
+
+    // Ends the monitor, then the client, which un-registers; no monitor is started any more.
+    // Failures are dropped.
+    void Close() noexcept;
+
+    [[nodiscard]] ZynFilterManager& FilterManager() noexcept { return filterManager_; }
+    // Empty while the service does not run.
+    [[nodiscard]] LockablePointer<ZynServiceClient>& Client() noexcept { return client_; }
+
+  private:
+    [[gnu::cold]] static ZynServiceMonitorProxy& Create();
+    [[gnu::cold]] void CreateMonitor();
+
+    static std::atomic<ZynServiceMonitorProxy*> s_Singleton;
+
+    // Whether a call of CreateMonitorOnDemand has nothing to do.
+    std::atomic<bool> settled_{false};
+    std::atomic<bool> closed_{false};
+    ZynFilterManager filterManager_;
+    CriticalSectionSyncPolicy closing_;
+    // Locked in this order where both are; the monitor's thread takes the client's lock alone.
+    LockablePointer<MultiThreadedZynServiceMonitor> monitor_;
+    LockablePointer<ZynServiceClient> client_;
+};
+
+#endif
