@@ -41,7 +41,7 @@ concept FileOutputSupport = requires {
 template <FileOutputSupport Support, unsigned int HeaderSize>
 class MultiFileInputStream {
   public:
-    static constexpr std::size_t kBufferBytes = std::size_t{128} * 1024;
+    static constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
     // Bytes that can be read, whatever their value, after those that View returned.
     static constexpr std::size_t kReadSlack = 64;
 

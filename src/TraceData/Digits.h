@@ -68,36 +68,42 @@ inline char* PutRightAligned(char* out, std::uint32_t value) noexcept {
 template <std::size_t Width>
 class NumberColumn {
   public:
-    // Needs 16 writable characters at out.
+    // What an entry holds must always be true, so all start as the text of 0.
+    NumberColumn() noexcept {
+        for (Entry& entry : entries_) {
+            entry.Set(0);
+        }
+    }
+
+    // Needs kTextBytes writable characters at out.
     char* Put(char* out, std::uint32_t value) noexcept {
         Entry& entry = entries_[value * kHashFactor >> kHashShift];
         if (entry.value != value) [[unlikely]] {
-            entry.length =
-                static_cast<std::uint32_t>(PutRightAligned<Width>(entry.text, value) - entry.text);
-            entry.value = value;
+            entry.Set(value);
         }
-        std::memcpy(out, entry.text, sizeof entry.text);
+        std::memcpy(out, entry.text, kTextBytes);
         return out + entry.length;
     }
 
-    NumberColumn() noexcept {
-        // Whatever an entry holds must be true; only one entry can be that of 0.
-        for (Entry& entry : entries_) {
-            entry.length =
-                static_cast<std::uint32_t>(PutRightAligned<Width>(entry.text, 0) - entry.text);
-        }
-    }
-
   private:
-    struct Entry {
-        std::uint32_t value = 0;
-        std::uint32_t length = 0;
-        char text[16] = {};
-    };
+    static constexpr std::size_t kTextBytes = 11;
     static constexpr std::uint32_t kHashFactor = 2654435761U;
-    static constexpr std::uint32_t kHashShift = 32 - 7;
+    static constexpr std::uint32_t kHashBits = 8;
+    static constexpr std::uint32_t kHashShift = 32 - kHashBits;
 
-    std::array<Entry, 128> entries_;
+    // 16 bytes.
+    struct Entry {
+        std::uint32_t value;
+        char text[kTextBytes];
+        std::uint8_t length;
+
+        [[gnu::noinline]] void Set(std::uint32_t number) noexcept {
+            value = number;
+            length = static_cast<std::uint8_t>(PutRightAligned<Width>(text, number) - text);
+        }
+    };
+
+    std::array<Entry, std::size_t{1} << kHashBits> entries_;
 };
 
 #endif

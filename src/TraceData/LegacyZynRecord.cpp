@@ -27,6 +27,24 @@ char* PutShortText(char* out, std::string_view text) noexcept {
     return out + text.size();
 }
 
+// The separator while a line is made of it: a short one is a single store of a local word.
+template <bool Short>
+class Separator {
+  public:
+    // text: kReadSlack readable bytes.
+    Separator(const char* text, std::size_t length) noexcept : length_(length) {
+        std::memcpy(text_.data(), text, text_.size());
+    }
+    char* Put(char* out) const noexcept {
+        std::memcpy(out, text_.data(), text_.size());
+        return out + length_;
+    }
+
+  private:
+    std::size_t length_;
+    std::array<char, Short ? kShortSeparator : LegacyZynRecord::kReadSlack> text_;
+};
+
 constexpr std::size_t kCopyStep = 32;
 static_assert(kCopyStep <= LegacyZynRecord::kReadSlack);
 
@@ -91,11 +109,9 @@ LegacyZynRecord::LegacyZynRecord(std::string_view separator, ClockFunction clock
     std::copy_n(separator.data(), separatorLength_, separator_.data());
     const bool shortSeparator = separatorLength_ <= kShortSeparator;
     if (separator.starts_with(' ')) {
-        writeLine_ = shortSeparator ? &LegacyZynRecord::WriteLine<true, true>
-                                    : &LegacyZynRecord::WriteLine<true, false>;
+        writeLine_ = shortSeparator ? WriteLine<true, true> : WriteLine<true, false>;
     } else {
-        writeLine_ = shortSeparator ? &LegacyZynRecord::WriteLine<false, true>
-                                    : &LegacyZynRecord::WriteLine<false, false>;
+        writeLine_ = shortSeparator ? WriteLine<false, true> : WriteLine<false, false>;
     }
     Reset();
 }
@@ -166,33 +182,28 @@ inline char* LegacyZynRecord::PutTime(char* out) {
     if (milliseconds_ > 999) [[unlikely]] {
         return PutRightAligned<1>(out, milliseconds_);
     }
-    *out = static_cast<char>('0' + milliseconds_ / 100);
-    PutTwoDigits(out + 1, milliseconds_ % 100U);
+    const unsigned int milliseconds = milliseconds_;
+    *out = static_cast<char>('0' + milliseconds / 100);
+    PutTwoDigits(out + 1, milliseconds % 100);
     return out + 3;
 }
 
-template <bool ShortSeparator>
-inline char* LegacyZynRecord::PutSeparator(char* out) const noexcept {
-    std::memcpy(out, separator_.data(), ShortSeparator ? kShortSeparator : separator_.size());
-    return out + separatorLength_;
-}
-
-template <bool FixedWidth, bool ShortSeparator>
-inline char* LegacyZynRecord::PutNames(char* out) const noexcept {
+template <bool FixedWidth, typename Separator>
+inline char* LegacyZynRecord::PutNames(char* out, const Separator& separator) const noexcept {
     const auto& [module, client, label] = names_;
     if constexpr (FixedWidth) {
-        out = PutSeparator<ShortSeparator>(PutColumn<kModuleWidth>(out, module));
-        out = PutSeparator<ShortSeparator>(PutColumn<kClientWidth>(out, client));
+        out = separator.Put(PutColumn<kModuleWidth>(out, module));
+        out = separator.Put(PutColumn<kClientWidth>(out, client));
         return PutColumn<kLabelWidth>(out, label);
     } else {
-        out = PutSeparator<ShortSeparator>(PutShortText(out, module));
-        out = PutSeparator<ShortSeparator>(PutShortText(out, client));
+        out = separator.Put(PutShortText(out, module));
+        out = separator.Put(PutShortText(out, client));
         return PutShortText(out, label);
     }
 }
 
 template <bool FixedWidth, bool ShortSeparator>
-void LegacyZynRecord::WriteLine(TextFile& file) {
+void LegacyZynRecord::WriteLine(LegacyZynRecord& record, TextFile& file) {
     // Everything before the message is far shorter than a line, so only the message can be cut.
     constexpr std::size_t kLongestHead =
         CalendarText::kLength + 5 + 2 * 10 + 3 * kLongestName + 6 * kLongestSeparator;
@@ -203,13 +214,14 @@ void LegacyZynRecord::WriteLine(TextFile& file) {
                   kLongestMessage);
 
     char* const line = file.Prepare(kLongestLine + kReadSlack);
-    char* out = PutSeparator<ShortSeparator>(PutTime(line));
-    out = PutSeparator<ShortSeparator>(processColumn_.Put(out, process_));
-    out = PutSeparator<ShortSeparator>(threadColumn_.Put(out, thread_));
-    out = PutSeparator<ShortSeparator>(PutNames<FixedWidth, ShortSeparator>(out));
+    const Separator<ShortSeparator> separator(record.separator_.data(), record.separatorLength_);
+    char* out = separator.Put(record.PutTime(line));
+    out = separator.Put(record.processColumn_.Put(out, record.process_));
+    out = separator.Put(record.threadColumn_.Put(out, record.thread_));
+    out = separator.Put(record.PutNames<FixedWidth>(out, separator));
     const std::size_t room = kLongestLine - static_cast<std::size_t>(out - line);
-    const std::size_t length = std::min(message_.size(), room);
-    CopyText(out, message_.data(), length);
+    const std::size_t length = std::min(record.message_.size(), room);
+    CopyText(out, record.message_.data(), length);
     out += length;
     if (length < room) [[likely]] {
         *out++ = '\n';

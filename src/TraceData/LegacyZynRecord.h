@@ -65,8 +65,7 @@ class LegacyZynRecord {
     // one under it in the message column. Kept as is: what follows the last line feed is lost;
     // services end multi-line texts with one.
     void AddMessage(std::string_view text) noexcept {
-        const void* lineFeed = text.empty() ? nullptr : std::memchr(text.data(), '\n', text.size());
-        if (lineFeed != nullptr) [[unlikely]] {
+        if (text.find('\n') != std::string_view::npos) [[unlikely]] {
             AddLines(text);
         } else if (message_.empty()) [[likely]] {
             message_ = text.substr(0, kLongestMessage);
@@ -79,7 +78,7 @@ class LegacyZynRecord {
 
     // Writes the record as one line of at most 2,048 characters, cut there without a line feed.
     // Throws CheckOSCall "Can not write file".
-    void operator>>(TextFile& file) { (this->*writeLine_)(file); }
+    void operator>>(TextFile& file) { writeLine_(*this, file); }
 
   private:
     static constexpr std::array<char, kReadSlack> kNoText{};
@@ -89,11 +88,9 @@ class LegacyZynRecord {
     void HoldMessage() noexcept;
     void TakeCurrentTime();
     template <bool FixedWidth, bool ShortSeparator>
-    void WriteLine(TextFile& file);
-    template <bool FixedWidth, bool ShortSeparator>
-    char* PutNames(char* out) const noexcept;
-    template <bool ShortSeparator>
-    char* PutSeparator(char* out) const noexcept;
+    static void WriteLine(LegacyZynRecord& record, TextFile& file);
+    template <bool FixedWidth, typename Separator>
+    char* PutNames(char* out, const Separator& separator) const noexcept;
     char* PutTime(char* out);
 
     std::array<std::string_view, 3> names_;
@@ -111,7 +108,8 @@ class LegacyZynRecord {
     std::array<char, kReadSlack> separator_{};
     CFastStr<kLongestMessage> messageText_;
     ClockFunction clock_;
-    void (LegacyZynRecord::*writeLine_)(TextFile&);
+    // For the separator at hand.
+    void (*writeLine_)(LegacyZynRecord&, TextFile&);
     std::string continuation_;
 };
 
