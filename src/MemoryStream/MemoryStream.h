@@ -95,7 +95,7 @@ class SmartBuffer {
   private:
     [[gnu::noinline]] void Grow(std::size_t size) {
         const std::size_t growth = size - size % N;
-        constexpr std::size_t kLargest =
+        constexpr auto kLargest =
             static_cast<std::size_t>(std::numeric_limits<std::ptrdiff_t>::max());
         const bool fits = growth <= kLargest - N && capacity_ <= kLargest - N - growth;
         const std::size_t capacity = fits ? capacity_ + growth + N : 0;

@@ -216,7 +216,9 @@ void MultiFileInputStream<Support, HeaderSize>::GetAllLogFiles(const std::string
     DescriptorBudget budget(names.size());
     const bool headerNeeded = format == "binary";
     for (const std::string& name : names) {
-        std::unique_ptr<FileToBeRead> file(new (std::nothrow) FileToBeRead(directory + "/" + name));
+        std::string path = directory;
+        path.append("/").append(name);
+        std::unique_ptr<FileToBeRead> file(new (std::nothrow) FileToBeRead(std::move(path)));
         ZYN_CHECK_MEMORY_ALLOCATION(file != nullptr, "Can not create new FileToBeRead object");
         if (headerNeeded && !file->HasHeader()) {
             continue;

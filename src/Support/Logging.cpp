@@ -37,12 +37,13 @@ Logging& Logging::operator<<(std::ostream& (*manipulator)(std::ostream&)) {
 
 void Logging::Sync() {
     timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
+    static_cast<void>(clock_gettime(CLOCK_REALTIME, &now));
     std::tm local{};
-    localtime_r(&now.tv_sec, &local);
+    static_cast<void>(localtime_r(&now.tv_sec, &local));
     std::array<char, 21> stamp{};
-    std::snprintf(stamp.data(), stamp.size(), "%02d:%02d:%02d.%03d ", local.tm_hour, local.tm_min,
-                  local.tm_sec, static_cast<int>(now.tv_nsec / 1'000'000));
+    static_cast<void>(std::snprintf(stamp.data(), stamp.size(), "%02d:%02d:%02d.%03d ",
+                                    local.tm_hour, local.tm_min, local.tm_sec,
+                                    static_cast<int>(now.tv_nsec / 1'000'000)));
     Write(stamp.data() + std::string("ZYNCLIENT: ") + str());
     clear();
 }

@@ -205,8 +205,9 @@ inline char* LegacyZynRecord::PutNames(char* out, const Separator& separator) co
 template <bool FixedWidth, bool ShortSeparator>
 void LegacyZynRecord::WriteLine(LegacyZynRecord& record, TextFile& file) {
     // Everything before the message is far shorter than a line, so only the message can be cut.
-    constexpr std::size_t kLongestHead =
-        CalendarText::kLength + 5 + 2 * 10 + 3 * kLongestName + 6 * kLongestSeparator;
+    constexpr std::size_t kLongestHead = CalendarText::kLength + 5 + 20 +
+                                         std::size_t{3} * kLongestName +
+                                         std::size_t{6} * kLongestSeparator;
     static_assert(kLongestHead < kLongestLine);
     static_assert(kLongestLine + kReadSlack <= TextFile::kLargestPiece);
     // No line has room for all of the longest message, so the last step stays within its text.

@@ -101,8 +101,8 @@ std::uint64_t ZynExportFromDirectoryToMultipleFiles(const std::string& directory
     std::uint64_t records = 0;
     for (const std::string& name : names) {
         const std::string base = WithoutExtension(name);
-        const std::string destination =
-            destinationDirectory + "/" + kExportPrefix + base + std::string(kLogExtension);
+        std::string destination = destinationDirectory;
+        destination.append("/").append(kExportPrefix).append(base).append(kLogExtension);
         records += ZynExportFromDirectoryToSingleFile({directory, base, std::string(kLogExtension)},
                                                       destination, separator, progress);
     }
