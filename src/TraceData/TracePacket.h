@@ -133,9 +133,9 @@ class TracePacketReader {
     void ReadString(const PacketHead& head);
     void ReadBinary(std::uint32_t length, std::uint16_t id);
     template <std::uint8_t Flags, std::uint16_t Id>
-    bool NextIs() const noexcept;
+    static bool NextIs(const Stream& stream) noexcept;
     template <std::uint16_t Id>
-    void TakeString();
+    static void TakeString(Stream& stream, Client& client);
     void OnDoubleWord(std::uint16_t id, std::uint32_t value);
     void OnString(std::uint16_t id, std::uint32_t length);
 
@@ -174,57 +174,60 @@ inline void TracePacketReader<Stream, Client>::Process() {
 // Whether the next packet has these flags and this id, and seven bytes are there to look at.
 template <PacketSource Stream, PacketClient Client>
 template <std::uint8_t Flags, std::uint16_t Id>
-inline bool TracePacketReader<Stream, Client>::NextIs() const noexcept {
+inline bool TracePacketReader<Stream, Client>::NextIs(const Stream& stream) noexcept {
     constexpr std::uint32_t kFlagsAndId = Flags | std::uint32_t{Id} << 8U;
     constexpr std::uint32_t kThreeBytes = 0xFFFFFF;
-    return stream_.Remaining() >= kLongestPacketHead &&
-           (LoadLittleEndian<std::uint32_t>(stream_.Peek()) & kThreeBytes) == kFlagsAndId;
+    return stream.Remaining() >= kLongestPacketHead &&
+           (LoadLittleEndian<std::uint32_t>(stream.Peek()) & kThreeBytes) == kFlagsAndId;
 }
 
 // Takes the next packet if it is the string with this id and lies within the record.
 template <PacketSource Stream, PacketClient Client>
 template <std::uint16_t Id>
-inline void TracePacketReader<Stream, Client>::TakeString() {
-    if (NextIs<kIdString, Id>()) [[likely]] {
-        const auto length = LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3);
-        if (length <= stream_.Remaining() - kLongestPacketHead) [[likely]] {
-            client_.OnRead({stream_.Peek() + kLongestPacketHead, length}, Id);
-            stream_.Skip(kLongestPacketHead + length);
+inline void TracePacketReader<Stream, Client>::TakeString(Stream& stream, Client& client) {
+    if (NextIs<kIdString, Id>(stream)) [[likely]] {
+        const auto length = LoadLittleEndian<std::uint32_t>(stream.Peek() + 3);
+        if (length <= stream.Remaining() - kLongestPacketHead) [[likely]] {
+            client.OnRead({stream.Peek() + kLongestPacketHead, length}, Id);
+            stream.Skip(kLongestPacketHead + length);
         }
     }
 }
 
 template <PacketSource Stream, PacketClient Client>
 inline bool TracePacketReader<Stream, Client>::ProcessUsual() {
-    const char* const begin = stream_.Peek();
-    if (NextIs<kIdBinary, kTimePacketId>() &&
+    // A copy stays in registers, whatever the client does.
+    Stream stream = stream_;
+    const char* const begin = stream.Peek();
+    if (NextIs<kIdBinary, kTimePacketId>(stream) &&
         LoadLittleEndian<std::uint32_t>(begin + 3) == kTimePacketBytes &&
-        stream_.Remaining() >= kLongestPacketHead + kTimePacketBytes) [[likely]] {
+        stream.Remaining() >= kLongestPacketHead + kTimePacketBytes) [[likely]] {
         client_.OnTime(LoadLittleEndian<std::uint32_t>(begin + 7),
                        LoadLittleEndian<std::uint16_t>(begin + 11));
-        stream_.Skip(kLongestPacketHead + kTimePacketBytes);
+        stream.Skip(kLongestPacketHead + kTimePacketBytes);
     }
     // Of a 32-bit value the four bytes after flags and id are the value itself.
-    if (NextIs<kIdDoubleWord, kThreadPacketId>()) [[likely]] {
-        client_.OnThread(LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3));
-        stream_.Skip(kLongestPacketHead);
+    if (NextIs<kIdDoubleWord, kThreadPacketId>(stream)) [[likely]] {
+        client_.OnThread(LoadLittleEndian<std::uint32_t>(stream.Peek() + 3));
+        stream.Skip(kLongestPacketHead);
     }
-    if (NextIs<kIdDoubleWord, kProcessPacketId>()) [[likely]] {
-        client_.OnProcess(LoadLittleEndian<std::uint32_t>(stream_.Peek() + 3));
-        stream_.Skip(kLongestPacketHead);
+    if (NextIs<kIdDoubleWord, kProcessPacketId>(stream)) [[likely]] {
+        client_.OnProcess(LoadLittleEndian<std::uint32_t>(stream.Peek() + 3));
+        stream.Skip(kLongestPacketHead);
     }
-    TakeString<kModulePacketId>();
-    TakeString<kClientPacketId>();
-    TakeString<kLabelPacketId>();
+    TakeString<kModulePacketId>(stream, client_);
+    TakeString<kClientPacketId>(stream, client_);
+    TakeString<kLabelPacketId>(stream, client_);
     // The message: a string without an id, its length right behind the flags.
-    if (stream_.Remaining() >= kLongestPacketHead && stream_.Peek()[0] == kPlainString) [[likely]] {
-        const auto length = LoadLittleEndian<std::uint32_t>(stream_.Peek() + 1);
-        if (length <= stream_.Remaining() - 5) [[likely]] {
-            client_.OnRead({stream_.Peek() + 5, length}, kMessagePacketId);
-            stream_.Skip(5 + length);
+    if (stream.Remaining() >= kLongestPacketHead && stream.Peek()[0] == kPlainString) [[likely]] {
+        const auto length = LoadLittleEndian<std::uint32_t>(stream.Peek() + 1);
+        if (length <= stream.Remaining() - 5) [[likely]] {
+            client_.OnRead({stream.Peek() + 5, length}, kMessagePacketId);
+            stream.Skip(5 + length);
         }
     }
-    return stream_.Peek() != begin;
+    stream_ = stream;
+    return stream.Peek() != begin;
 }
 
 #endif
