@@ -2,15 +2,9 @@
 
 namespace {
 
-template <typename Entry>
-void ResetEntry(Entry& entry) noexcept {
-    auto& state = entry.State();
-    state.SetStatus(state.HasParents() ? Status::Inherit : state.DefaultStatus());
-}
-
 template <typename Table>
 void ResetEntries(Table& table) noexcept {
-    table.ForEach([](auto& entry) noexcept { ResetEntry(entry); });
+    table.ForEach([](auto& entry) noexcept { entry.State().Reset(); });
 }
 
 template <typename Table, typename Visitor>
@@ -52,20 +46,21 @@ MultiLevelStatus<Status::Off>& TraceFilterRules::Label(std::string_view module,
     return entry.Clients()[clients_.GetKey(client)]->Labels()[labelKey]->State();
 }
 
+// Parents before children, so that each status is visited once.
 void TraceFilterRules::Reset() noexcept {
-    ForEachKey(modules_, [](PrimaryModuleEntry& module) noexcept {
-        ResetEntry(module);
-        module.Clients().ForEach([](SlaveClientEntry& client) noexcept {
-            ResetEntry(client);
-            ResetEntries(client.Labels());
-        });
-        ResetEntries(module.Labels());
-    });
+    ForEachKey(labels_, [](auto& label) noexcept { label.State().Reset(); });
     ForEachKey(clients_, [](PrimaryClientEntry& client) noexcept {
-        ResetEntry(client);
+        client.State().Reset();
         ResetEntries(client.Labels());
     });
-    ForEachKey(labels_, [](auto& label) noexcept { ResetEntry(label); });
+    ForEachKey(modules_, [](PrimaryModuleEntry& module) noexcept {
+        module.State().Reset();
+        ResetEntries(module.Labels());
+        module.Clients().ForEach([](SlaveClientEntry& client) noexcept {
+            client.State().Reset();
+            ResetEntries(client.Labels());
+        });
+    });
 }
 
 bool TraceFilterRules::IsOn(std::uint32_t module, std::uint32_t label) {

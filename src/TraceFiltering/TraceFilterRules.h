@@ -49,17 +49,18 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
         if (status != Status::Inherit) {
             own = status == Default ? kDefault : kOther;
         }
-        Update((levels_ & ~unsigned{kFieldMask}) | own);
+        Update(static_cast<std::uint8_t>((levels_ & ~kFieldMask) | own));
     }
 
     // Rebuilds the upper levels from the parents, resolves, and goes on to the children, depth
     // first.
-    void ApplyParentStatus() noexcept {
-        unsigned int levels = levels_ & kFieldMask;
-        for (std::size_t i = 0; i < parentCount_; ++i) {
-            levels |= static_cast<unsigned int>(parents_[i]->levels_) << (2 * (i + 1));
-        }
-        Update(levels);
+    void ApplyParentStatus() noexcept { Update(WithParents(levels_ & kFieldMask)); }
+
+    // The unconfigured state: the default, set explicitly, without parents; not set with them. Does
+    // not go on to the children: the caller resets all statuses, parents before children.
+    void Reset() noexcept {
+        levels_ = WithParents(HasParents() ? kNotSet : kDefault);
+        status_ = Resolve(levels_);
     }
 
     // Makes room for one more child, so that LinkTo cannot fail. Throws std::bad_alloc.
@@ -79,7 +80,6 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
     [[nodiscard]] bool IsOn() const noexcept { return status_ == Status::On; }
     [[nodiscard]] std::uint8_t Levels() const noexcept { return levels_; }
     [[nodiscard]] bool HasParents() const noexcept { return parentCount_ != 0; }
-    [[nodiscard]] static constexpr Status DefaultStatus() noexcept { return Default; }
 
   private:
     static constexpr std::uint8_t kFieldMask = 3;
@@ -98,15 +98,22 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
         return Default;
     }
 
+    // What is shifted past the top field is lost.
+    [[nodiscard]] std::uint8_t WithParents(unsigned int levels) const noexcept {
+        for (std::size_t i = 0; i < parentCount_; ++i) {
+            levels |= static_cast<unsigned int>(parents_[i]->levels_) << (2 * (i + 1));
+        }
+        return static_cast<std::uint8_t>(levels & 0xFFU);
+    }
+
     // A child depends on nothing but its own setting and its parents' levels: where these come out
-    // as they were, there is nothing below to do. What is shifted past the top field is lost.
-    void Update(unsigned int levels) noexcept {
-        const auto kept = static_cast<std::uint8_t>(levels & 0xFFU);
-        if (kept == levels_) {
+    // as they were, there is nothing below to do.
+    void Update(std::uint8_t levels) noexcept {
+        if (levels == levels_) {
             return;
         }
-        levels_ = kept;
-        status_ = Resolve(kept);
+        levels_ = levels;
+        status_ = Resolve(levels);
         for (MultiLevelStatus* child : children_) {
             child->ApplyParentStatus();
         }
