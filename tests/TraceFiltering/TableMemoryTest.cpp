@@ -27,6 +27,9 @@ void* Allocate(std::size_t size) noexcept {
     return std::malloc(size != 0 ? size : 1);
 }
 
+// Apart from its callers: the compiler takes free for the wrong partner of operator new.
+[[gnu::noinline]] void Release(void* memory) noexcept { std::free(memory); }
+
 // Fails the n-th allocation of action; false when it needs fewer.
 template <typename Action>
 bool FailsAt(int n, Action action) {
@@ -67,9 +70,9 @@ void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return Allocate(size);
 }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t /*size*/) noexcept { std::free(memory); }
-void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept { std::free(memory); }
+void operator delete(void* memory) noexcept { Release(memory); }
+void operator delete(void* memory, std::size_t /*size*/) noexcept { Release(memory); }
+void operator delete(void* memory, const std::nothrow_t& /*tag*/) noexcept { Release(memory); }
 
 namespace {
 
