@@ -1,0 +1,311 @@
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <string>
+#include <thread>
+#include <type_traits>
+
+#include "Support/NoReentrantSpinLockPolicy.h"
+#include "Support/ValidationException.h"
+#include "support/DiagnosticTrace.h"
+#include "support/LibcFaults.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using Mutex = CriticalSectionSyncPolicy;
+
+template <typename Action>
+std::string FailureOf(Action action) {
+    try {
+        action();
+    } catch (const ExtendedException<std::runtime_error>& failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+// Whether another process could take the record lock of the file now.
+bool IsFree(const std::string& path) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+        const int fd = ::open(path.c_str(), O_RDWR);
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        lock.l_whence = SEEK_SET;
+        lock.l_len = 1;
+        ::_exit(fd != -1 && ::fcntl(fd, F_SETLK, &lock) == 0 ? 0 : 1);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+TEST(CriticalSectionSyncPolicy, FailureToCreateSaysSo) {
+    const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
+    EXPECT_EQ(FailureOf([] { const Mutex mutex; }),
+              "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
+}
+
+TEST(CriticalSectionSyncPolicy, FailureToLockHandsItsResultToErrno) {
+    Mutex mutex;
+    const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
+    errno = 0;
+    EXPECT_EQ(FailureOf([&] { mutex.Lock(); }),
+              "Unable to lock mutex [OS call failed:35(Resource deadlock avoided)]");
+}
+
+TEST(CriticalSectionSyncPolicy, FailureToUnlockSaysSo) {
+    Mutex mutex;
+    mutex.Lock();
+    const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
+    EXPECT_EQ(FailureOf([&] { mutex.Unlock(); }),
+              "Unable to unlock mutex [OS call failed:1(Operation not permitted)]");
+}
+
+TEST(CriticalSectionSyncPolicy, FailureToDestroySaysSo) {
+    EXPECT_EQ(FailureOf([] {
+                  const Mutex mutex;
+                  const LibcFault fault(LibcCall::kMutexDestroy, EBUSY);
+                  // Declared after the fault, so destroyed before it.
+                  const Mutex destroyed;
+              }),
+              "Unable to destroy mutex [OS call failed:16(Device or resource busy)]");
+}
+
+TEST(CriticalSectionSyncPolicy, FailureToDestroyIsDroppedBehindAnotherException) {
+    EXPECT_EQ(FailureOf([] {
+                  const LibcFault fault(LibcCall::kMutexDestroy, EBUSY);
+                  const Mutex destroyed;
+                  errno = ENOENT;
+                  ZYN_CHECK_OS_CALL(false, "first");
+              }),
+              "first [OS call failed:2(No such file or directory)]");
+}
+
+TEST(AutoSync, ExcludesOtherThreadsForItsLife) {
+    Mutex mutex;
+    int inside = 0;
+    int most = 0;
+    const auto work = [&] {
+        for (int i = 0; i < 1000; ++i) {
+            const AutoSync<Mutex> guard(mutex);
+            most = std::max(most, ++inside);
+            --inside;
+        }
+    };
+    std::thread other(work);
+    work();
+    other.join();
+    EXPECT_EQ(most, 1);
+}
+
+TEST(AutoSync, FailureToUnlockLeavesTheDestructor) {
+    Mutex mutex;
+    const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
+    EXPECT_EQ(FailureOf([&] { const AutoSync<Mutex> guard(mutex); }),
+              "Unable to unlock mutex [OS call failed:1(Operation not permitted)]");
+}
+
+TEST(AutoSync, FailureToUnlockIsDroppedBehindAnotherException) {
+    Mutex mutex;
+    const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
+    EXPECT_EQ(FailureOf([&] {
+                  const AutoSync<Mutex> guard(mutex);
+                  errno = ENOENT;
+                  ZYN_CHECK_OS_CALL(false, "first");
+              }),
+              "first [OS call failed:2(No such file or directory)]");
+    EXPECT_TRUE(fault.Happened());
+}
+
+TEST(AutoSync, FailureToLockLeavesNothingToUnlock) {
+    Mutex mutex;
+    const LibcFault unlock(LibcCall::kMutexUnlock, EPERM);
+    {
+        const LibcFault lock(LibcCall::kMutexLock, EINVAL);
+        EXPECT_EQ(FailureOf([&] { const AutoSync<Mutex> guard(mutex); }),
+                  "Unable to lock mutex [OS call failed:22(Invalid argument)]");
+    }
+    EXPECT_FALSE(unlock.Happened());
+}
+
+TEST(Guards, AllHaveAVirtualDestructor) {
+    EXPECT_TRUE(std::has_virtual_destructor_v<AutoSync<Mutex>>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<AutoSync<InterProcessLock>>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<AutoLockingPointer<int>>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<AutoReadReference>);
+    EXPECT_TRUE(std::has_virtual_destructor_v<AutoWriteReference>);
+}
+
+TEST(Guards, ReadersDoNotShare) {
+    ReferenceCount object;
+    std::atomic<bool> entered{false};
+    std::thread other;
+    {
+        const AutoReadReference first(object);
+        other = std::thread([&] {
+            const AutoReadReference second(object);
+            entered = true;
+        });
+        // Nothing to wait for: the other thread cannot be inside while this guard lives.
+        std::this_thread::yield();
+        EXPECT_FALSE(entered);
+    }
+    other.join();
+    EXPECT_TRUE(entered);
+}
+
+TEST(Guards, WriteReferenceTakesTheMutexOfReadReference) {
+    ReferenceCount object;
+    const LibcFault fault(LibcCall::kMutexLock, EDEADLK, 2);
+    const AutoReadReference reader(object);
+    EXPECT_EQ(FailureOf([&] { const AutoWriteReference writer(object); }),
+              "Unable to lock mutex [OS call failed:35(Resource deadlock avoided)]");
+}
+
+struct Throwing {
+    ~Throwing() noexcept(false) { ZYN_CHECK_MEMORY_ALLOCATION(false, "gone"); }
+};
+
+TEST(AutoLockingPointer, StartsEmptyAndGivesAccessToWhatWasSet) {
+    LockablePointer<std::string> pointer;
+    {
+        AutoLockingPointer<std::string> guard(pointer);
+        EXPECT_FALSE(guard);
+        guard.Set(new std::string("text"));
+    }
+    AutoLockingPointer<std::string> guard(pointer);
+    ASSERT_TRUE(guard);
+    EXPECT_EQ(*guard, "text");
+    EXPECT_EQ(guard->size(), 4U);
+    guard.Delete();
+    EXPECT_EQ(guard.Get(), nullptr);
+}
+
+TEST(AutoLockingPointer, IsClearedEvenIfTheObjectsDestructorThrows) {
+    LockablePointer<Throwing> pointer;
+    AutoLockingPointer<Throwing> guard(pointer);
+    guard.Set(new Throwing);
+    EXPECT_EQ(FailureOf([&] { guard.Delete(); }), "Memory allocation failed:gone");
+    EXPECT_FALSE(guard);
+}
+
+TEST(InterProcessLock, FileIsThereForItsLifeAndOpenToEveryone) {
+    const RunDirectory run;
+    const mode_t before = ::umask(022);
+    {
+        const InterProcessLock lock("Name");
+        EXPECT_THAT(run.Files(), ElementsAre("Name.lck"));
+        struct stat status {};
+        ASSERT_EQ(::stat((run / "Name.lck").c_str(), &status), 0);
+        EXPECT_EQ(status.st_mode & 0777U, 0666U);
+    }
+    EXPECT_THAT(run.Files(), IsEmpty());
+    EXPECT_EQ(::umask(before), 022U);
+}
+
+TEST(InterProcessLock, UnopenableFileSaysSoAndLeavesUmaskAtZero) {
+    const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
+    const mode_t before = ::umask(022);
+    EXPECT_EQ(FailureOf([] { const InterProcessLock lock("Name"); }),
+              "Unable to open lock file [OS call failed:2(No such file or directory)]");
+    EXPECT_EQ(::umask(before), 0U) << "kept as is: the mask stays at 0 after a failed open";
+}
+
+TEST(InterProcessLock, GuardKeepsOtherProcessesOutUntilItGoes) {
+    const RunDirectory run;
+    InterProcessLock lock("Name");
+    {
+        const AutoSync<InterProcessLock> guard(lock);
+        EXPECT_FALSE(IsFree(run / "Name.lck"));
+    }
+    EXPECT_TRUE(IsFree(run / "Name.lck"));
+}
+
+TEST(InterProcessLock, SecondProcessWaitsForTheFirst) {
+    const RunDirectory run;
+    int locked[2];
+    ASSERT_EQ(::pipe(locked), 0);
+    InterProcessLock lock("Name");
+    pid_t child = -1;
+    {
+        const AutoSync<InterProcessLock> guard(lock);
+        child = ::fork();
+        if (child == 0) {
+            const int fd = ::open((run / "Name.lck").c_str(), O_RDWR);
+            struct flock record {};
+            record.l_type = F_WRLCK;
+            record.l_whence = SEEK_SET;
+            record.l_len = 1;
+            const bool taken = ::fcntl(fd, F_SETLKW, &record) == 0;
+            ::_exit(taken && ::write(locked[1], "x", 1) == 1 ? 0 : 1);
+        }
+        ASSERT_EQ(::fcntl(locked[0], F_SETFL, O_NONBLOCK), 0);
+        char byte = 0;
+        EXPECT_EQ(::read(locked[0], &byte, 1), -1) << "the child got in beside the guard";
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    ::close(locked[0]);
+    ::close(locked[1]);
+}
+
+TEST(InterProcessLock, SignalDuringTheWaitIsNoFailure) {
+    const RunDirectory run;
+    InterProcessLock lock("Name");
+    const LibcFault fault(LibcCall::kFcntl, EINTR);
+    const AutoSync<InterProcessLock> guard(lock);
+    EXPECT_TRUE(fault.Happened());
+    EXPECT_FALSE(IsFree(run / "Name.lck"));
+}
+
+TEST(InterProcessLock, FailureToLockSaysSo) {
+    const RunDirectory run;
+    InterProcessLock lock("Name");
+    const LibcFault fault(LibcCall::kFcntl, ENOLCK);
+    EXPECT_EQ(FailureOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
+              "Can not lock [OS call failed:37(No locks available)]");
+}
+
+TEST(InterProcessLock, FailureToUnlockSaysSo) {
+    const RunDirectory run;
+    InterProcessLock lock("Name");
+    const LibcFault fault(LibcCall::kFcntl, EIO, 2);
+    EXPECT_EQ(FailureOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
+              "Can not unlock [OS call failed:5(Input/output error)]");
+}
+
+TEST(InterProcessLock, DestructorDropsItsFailuresAndTellsTheTrace) {
+    const RunDirectory run(true);
+    {
+        const InterProcessLock lock("Name");
+        ASSERT_EQ(::unlink((run / "Name.lck").c_str()), 0);
+    }
+    EXPECT_THAT(run.Trace(), ElementsAre(::testing::EndsWith(
+                                 "-Error: Can not remove lock file  [OS call failed:2(No such "
+                                 "file or directory)]")));
+}
+
+TEST(InterProcessLock, FailureToCloseDoesNotKeepTheFile) {
+    const RunDirectory run(true);
+    auto lock = std::make_unique<InterProcessLock>("Name");
+    const LibcFault fault(LibcCall::kClose, EIO);
+    lock.reset();
+    EXPECT_THAT(run.Files(), IsEmpty());
+    EXPECT_THAT(run.Trace(),
+                ElementsAre(::testing::EndsWith(
+                    "-Can not close lock file [OS call failed:5(Input/output error)]")));
+}
+
+}  // namespace
