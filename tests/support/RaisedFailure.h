@@ -1,0 +1,33 @@
+#ifndef ZYN_TESTS_SUPPORT_RAISEDFAILURE_H
+#define ZYN_TESTS_SUPPORT_RAISEDFAILURE_H
+
+// What an action raised: the text a user reads and the source file the diagnostic log names.
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+#include "Support/ValidationException.h"
+
+struct RaisedFailure {
+    std::string text = "<nothing was raised>";
+    std::string file;
+
+    // Whether the check that raised it stands in the module of this name.
+    [[nodiscard]] bool IsFrom(std::string_view module) const {
+        return std::string_view(file).ends_with("/" + std::string(module));
+    }
+};
+
+template <typename Action>
+[[nodiscard]] RaisedFailure FailureOf(Action&& action) {
+    try {
+        action();
+    } catch (const std::exception& failure) {
+        const auto* place = dynamic_cast<const GenericExtendedException*>(&failure);
+        return {failure.what(), place != nullptr ? place->file : std::string()};
+    }
+    return {};
+}
+
+#endif
