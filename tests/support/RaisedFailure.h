@@ -15,7 +15,8 @@ struct RaisedFailure {
 
     // Whether the check that raised it stands in the module of this name.
     [[nodiscard]] bool IsFrom(std::string_view module) const {
-        return std::string_view(file).ends_with("/" + std::string(module));
+        return file.ends_with(module) &&
+               std::string_view(file).substr(0, file.size() - module.size()).ends_with('/');
     }
 };
 
