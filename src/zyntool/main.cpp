@@ -1,5 +1,6 @@
 // The entry point: banner, one processor per command word, and the report of what went wrong.
 
+#include <csignal>
 #include <exception>
 #include <iostream>
 
@@ -12,6 +13,10 @@
 #include "zyntool/TestCommandProcessor.h"
 
 int main(int argc, char** argv) {
+    // A pipe that nobody reads any more and a file at its size limit are failed writes, which are
+    // reported, and no reason to die without a word.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
     PreservationCommandProcessor preservationProcessor;

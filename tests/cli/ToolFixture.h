@@ -1,0 +1,65 @@
+#ifndef ZYN_TESTS_CLI_TOOLFIXTURE_H
+#define ZYN_TESTS_CLI_TOOLFIXTURE_H
+
+// The program in a private directory and environment, and the texts that it opens and ends with.
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/Files.h"
+#include "support/RunProgram.h"
+
+inline const std::string kToolBanner =
+    "Runtime Tracing Command Line Utility 3.0\n"
+    "------------------------------------------------------\n";
+
+inline std::string ToolFailure(const std::string& description) {
+    return "Operation failed.\nError description:" + description + "\n";
+}
+
+class ToolFixture : public testing::Test {
+  protected:
+    // With times shown in UTC, the configuration below the private directory, nothing else.
+    ProgramRun Run(std::vector<std::string> arguments) const {
+        ProgramRun run;
+        run.program = ZYN_TOOL;
+        run.arguments = std::move(arguments);
+        run.environment = {"TZ=UTC0", "KORVA_VANTOREL_CFG=" + directory_.Path(),
+                           "KORVA_VANTOREL_DIR=" + directory_.Path()};
+        run.directory = directory_.Path();
+        return run;
+    }
+
+    static ProgramResult Finish(const ProgramRun& run) {
+        ProgramResult result = RunProgram(run);
+        EXPECT_EQ(result.output, "") << "all output goes to standard error";
+        EXPECT_EQ(result.signal, 0);
+        EXPECT_FALSE(result.timedOut);
+        return result;
+    }
+
+    ProgramResult Tool(std::vector<std::string> arguments) const {
+        return Finish(Run(std::move(arguments)));
+    }
+
+    void WriteConfiguration(const std::string& document) const {
+        WriteFile(directory_.MakeDirectory("cfg") + "/ZynConfigLinux.xml", document);
+    }
+    void ConfigureLogs(const std::string& path) const {
+        WriteConfiguration("<ZYNConfig trace='1'><Logfile path='" + path +
+                           "' size='1' maxbackups='1' preserve_size='1' "
+                           "preserve_maxbackups='1'/><Global/></ZYNConfig>");
+    }
+
+    // In the private directory.
+    [[nodiscard]] std::string Content(const std::string& name) const {
+        return ReadFile(directory_ / name);
+    }
+
+    const TempDirectory directory_;
+};
+
+#endif
