@@ -1,6 +1,7 @@
-"""What stands beside the program for other programs to read: the file(1) magic and the
-systemd-tmpfiles snippet."""
+"""What stands beside the program for other programs to read: the file(1) magic, the lnav
+format and the systemd-tmpfiles snippet."""
 
+import json
 import os
 import re
 import shutil
@@ -46,6 +47,70 @@ class MagicTest(unittest.TestCase):
 
     def test_other_text_is_not_named(self):
         self.assertNotIn("trace log", self.describe(b"-" * 53 + b"\r\nNOTE: something else\r\n"))
+
+
+@unittest.skipUnless(shutil.which("lnav"), "lnav is not installed")
+class LnavTest(unittest.TestCase):
+    """The recipes of doc/viewing.md are run with that document; here, the format's corners."""
+
+    def setUp(self):
+        directory = tempfile.TemporaryDirectory(prefix="zyn-lnav.")
+        self.addCleanup(directory.cleanup)
+        self.directory = Path(directory.name)
+        self.environment = {"PATH": os.environ["PATH"], "HOME": directory.name, "TZ": "UTC",
+                            "LC_ALL": "C.UTF-8", "TERM": "dumb"}
+        self.lnav("-i", str(SOURCE / "integrations" / "lnav" / "zyntool_log.json"))
+
+    def lnav(self, *arguments):
+        return subprocess.run(["lnav", *arguments], env=self.environment, cwd=self.directory,
+                              stdin=subprocess.DEVNULL, text=True, capture_output=True, timeout=60,
+                              check=True)
+
+    def fields(self, *lines):
+        """What lnav makes of lines: one dictionary for each message."""
+        (self.directory / "text.log").write_text("\n".join(lines) + "\n")
+        query = ";SELECT log_level, pid, tid, module, client, label, log_body FROM zyntool_log"
+        return json.loads(self.lnav("-n", "text.log", "-c", query, "-c", ":write-json-to -").stdout)
+
+    def test_the_format_and_its_samples_raise_no_warning(self):
+        (self.directory / "text.log").write_text("")
+        result = self.lnav("-n", "-W", "text.log", "-c", ";SELECT 1")
+        self.assertNotIn("warning", result.stdout + result.stderr)
+
+    def test_levels_follow_the_labels(self):
+        labels = {"Error": "error", "Warning": "warning", "Info": "info", "Debug": "debug",
+                  "Entry": "trace", "Exit": "trace", "Fatal": "fatal", "": "info"}
+        lines = [f"11/14/2023 10:00:00.000    12       1170 NetEngine    rx         {label:<12} up"
+                 for label in labels]
+        self.assertEqual([message["log_level"] for message in self.fields(*lines)],
+                         list(labels.values()))
+
+    def test_columns_with_long_numbers_and_names_with_blanks(self):
+        self.assertEqual(
+            self.fields("11/14/2023 10:00:00.000 1234567 4294967295 my module    a client   a label      up"),
+            [{"log_level": "info", "pid": 1234567, "tid": 4294967295, "module": "my module   ",
+              "client": "a client  ", "label": "a label     ", "log_body": "up"}])
+
+    def test_full_columns_without_blanks_between(self):
+        self.assertEqual(
+            self.fields("11/14/2023 10:00:00.000    12       1170 abcdefghijkl 0123456789 ABCDEFGHIJKL up"),
+            [{"log_level": "info", "pid": 12, "tid": 1170, "module": "abcdefghijkl",
+              "client": "0123456789", "label": "ABCDEFGHIJKL", "log_body": "up"}])
+
+    def test_lines_of_a_message_belong_together(self):
+        messages = self.fields("11/14/2023 10:00:00.000    12       1170 a            b          Error        one",
+                               " " * 79 + "two",
+                               "11/14/2023 10:00:00.001    12       1170 a            b          Info         three")
+        self.assertEqual([message["log_level"] for message in messages], ["error", "info"])
+
+    def test_separated_fields(self):
+        for separator in ";,|\t":
+            with self.subTest(separator=separator):
+                line = separator.join(["11/14/2023 10:00:00.000", "   12", "      1170", "my module", "",
+                                       "Error", f"a{separator}b"])
+                self.assertEqual(self.fields(line),
+                                 [{"log_level": "error", "pid": 12, "tid": 1170, "module": "my module",
+                                   "client": "", "label": "Error", "log_body": f"a{separator}b"}])
 
 
 class TmpfilesTest(unittest.TestCase):

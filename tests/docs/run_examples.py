@@ -158,10 +158,12 @@ def run(commands, scratch, results, binaries):
                       f'echo $? >"$EXAMPLES"/{index}.status')
     temporary = results / "tmp"
     temporary.mkdir()
+    home = results / "home"
+    home.mkdir()
     environment = {name: value for name, value in os.environ.items()
-                   if name in ("HOME", "LD_LIBRARY_PATH", "TERM", "USER") or name.endswith("SAN_OPTIONS")}
+                   if name in ("LD_LIBRARY_PATH", "TERM", "USER") or name.endswith("SAN_OPTIONS")}
     environment.update(EXAMPLES=str(results), PATH=os.environ["PATH"], LC_ALL="C.UTF-8",
-                       ZYN_BIN=str(binaries), TMPDIR=str(temporary))
+                       ZYN_BIN=str(binaries), TMPDIR=str(temporary), HOME=str(home))
     subprocess.run(["bash", "-c", "\n".join(script)], cwd=scratch, env=environment, check=False,
                    stdin=subprocess.DEVNULL, timeout=DEADLINE_SECONDS)
 
