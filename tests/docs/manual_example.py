@@ -7,5 +7,5 @@ from pathlib import Path
 
 from run_examples import manual_blocks
 
-_, _, program = next(manual_blocks(Path(sys.argv[1]).read_text().splitlines()))
+_, _, program, _ = next(manual_blocks(Path(sys.argv[1]).read_text().splitlines()))
 Path(sys.argv[2]).write_text("\n".join(program) + "\n")

@@ -4,12 +4,14 @@
 Markdown: every fenced block of the kind "console". Manual pages: the literal displays of the
 section EXAMPLES. Lines that begin with "$ " are commands, "> " continues one, and what follows is
 its output. All commands of a document run in one shell, in a scratch directory that looks like the
-root of a checkout: build/release/bin is the build under test, samples/ is a copy.
+root of a checkout: build/release/bin is the build under test, samples/ is a copy. In the output it
+goes by the name /home/op/zyntool.
 
     ...             on a line of its own in the output stands for any lines, also none
-    console times   times of day, process ids and directory names are compared by kind only
+    console times   times of day, process ids and temporary names are compared by kind only
+    console one     the first line is the one command; further "$ " belong to its output
 
-A block whose first line is "# needs: PROGRAM..." is left out where a program is missing, and the
+A block after the line "<!-- needs: PROGRAM... -->" is left out where a program is missing, and the
 test then says so. Every command must end with status 0.
 """
 
@@ -38,16 +40,17 @@ class Command:
 
 
 def markdown_blocks(lines):
-    """Yields (first line number, options, lines) of each console block."""
+    """Yields (first line number, options, lines, needed programs) of each console block."""
     block = None
+    needed = []
     for number, line in enumerate(lines, 1):
         if block is None:
             if line.startswith("```console"):
-                block = (number + 1, line[len("```console"):].split(), [])
-            elif line.startswith("```") and line != "```":
-                block = (number + 1, None, [])
-            elif line == "```":
-                block = (number + 1, None, [])
+                block = (number + 1, line[len("```console"):].split(), [], needed)
+            elif line.startswith("```"):
+                block = (number + 1, None, [], needed)
+            match = re.fullmatch(r"<!-- needs: (.*) -->", line)
+            needed = match.group(1).split() if match else []
         elif line == "```":
             if block[1] is not None:
                 yield block
@@ -66,7 +69,7 @@ def manual_blocks(lines):
         if line.startswith(".Sh "):
             inside = line == ".Sh EXAMPLES"
         elif inside and line.startswith(".Bd -literal"):
-            block = (number + 1, [], [])
+            block = (number + 1, [], [], [])
         elif line == ".Ed" and block is not None:
             yield block
             block = None
@@ -79,17 +82,14 @@ def commands_of(path, missing):
     lines = path.read_text().splitlines()
     blocks = markdown_blocks(lines) if path.suffix == ".md" else manual_blocks(lines)
     commands = []
-    for first, options, block in blocks:
+    for first, options, block, needed in blocks:
         current = None
-        if block and block[0].startswith("# needs: "):
-            absent = [p for p in block[0][len("# needs: "):].split() if shutil.which(p) is None]
-            missing.extend(absent)
-            if absent:
-                continue
-            block = block[1:]
-            first += 1
+        absent = [program for program in needed if shutil.which(program) is None]
+        missing.extend(absent)
+        if absent:
+            continue
         for number, line in enumerate(block, first):
-            if line.startswith("$ "):
+            if line.startswith("$ ") and not ("one" in options and current is not None):
                 current = Command(number, line[2:], "times" in options)
                 commands.append(current)
             elif current is not None and not current.expected and re.match(r"> |>$", line):
@@ -123,10 +123,11 @@ def as_on_a_terminal(text):
 def by_kind(line):
     line = re.sub(r"\d\d:\d\d:\d\d(\.\d+)?", "<time>", line)
     line = re.sub(r"\d\d/\d\d/\d\d\d\d|\d\d\d\d-\d\d-\d\d", "<date>", line)
-    line = re.sub(r"/tmp/[^ /]+", "<scratch>", line)
+    line = re.sub(r"/tmp/\S+", "<scratch>", line)
     line = re.sub(r"\b(pid|process|client|number)( |:)\d+", r"\1\2<pid>", line)
     line = re.sub(r"(Buffer)\d+", r"\1<pid>", line)
-    return re.sub(r"\[\d+\]", "[<pid>]", line)
+    line = re.sub(r"-> pid \d+", "-> pid <pid>", line)
+    return re.sub(r"mode \d+, owner \S+, group \S+", "mode <mode>, owner <owner>", line)
 
 
 def matches(expected, actual):
@@ -168,7 +169,12 @@ def run(commands, scratch, results, binaries):
                    stdin=subprocess.DEVNULL, timeout=DEADLINE_SECONDS)
 
 
-def check(path, commands, results):
+def as_documented(text, scratch, results):
+    """Directory names as the documents give them."""
+    return text.replace(str(scratch), "/home/op/zyntool").replace(str(results / "tmp"), "/tmp")
+
+
+def check(path, commands, scratch, results):
     failures = 0
     for index, command in enumerate(commands):
         where = f"{path}:{command.line}"
@@ -178,7 +184,8 @@ def check(path, commands, results):
             failures += 1
             continue
         code = status.read_text().strip()
-        actual = as_on_a_terminal((results / f"{index}.out").read_bytes().decode("utf-8", "replace"))
+        output = (results / f"{index}.out").read_bytes().decode("utf-8", "replace")
+        actual = as_on_a_terminal(as_documented(output, scratch, results))
         while actual and not actual[-1]:
             actual.pop()
         expected = [line.rstrip() for line in command.expected]
@@ -216,7 +223,7 @@ def main():
         results.mkdir()
         prepare(scratch, arguments.source.resolve(), arguments.bin.resolve())
         run(commands, scratch, results, arguments.bin.resolve())
-        failures = check(arguments.document, commands, results)
+        failures = check(arguments.document, commands, scratch, results)
     print(f"{arguments.document}: {len(commands)} commands, {failures} differ")
     if failures:
         return 1
