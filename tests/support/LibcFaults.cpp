@@ -8,12 +8,14 @@
 #include <array>
 #include <cerrno>
 #include <cstdarg>
+#include <utility>
 
 namespace {
 
 struct Plan {
     int callsLeft = 0;  // 0: nothing planned
     int error = 0;
+    std::function<void()> before;
     bool happened = false;
 };
 
@@ -29,6 +31,9 @@ int Planned(LibcCall call) {
         return 0;
     }
     plan.happened = true;
+    if (plan.before) {
+        plan.before();
+    }
     return plan.error;
 }
 
@@ -44,7 +49,11 @@ bool FailsWithErrno(LibcCall call) {
 }  // namespace
 
 LibcFault::LibcFault(LibcCall call, int error, int nth) : call_(call) {
-    PlanOf(call) = {.callsLeft = nth, .error = error, .happened = false};
+    PlanOf(call) = {.callsLeft = nth, .error = error, .before = nullptr, .happened = false};
+}
+
+LibcFault::LibcFault(LibcCall call, std::function<void()> before, int nth) : call_(call) {
+    PlanOf(call) = {.callsLeft = nth, .error = 0, .before = std::move(before), .happened = false};
 }
 
 LibcFault::~LibcFault() { PlanOf(call_) = {}; }

@@ -25,16 +25,18 @@ enum class LibcCall {
     kCount,
 };
 
-// The nth call of a function from now (1: the next one), made by this thread, fails with `error`.
-// Calls that free something (join, close, destroy) do so nevertheless. One fault per function.
+// The nth call of a function from now (1: the next one), made by this thread, fails with `error`,
+// or succeeds after running `before`. Calls that free something (join, close, destroy) do so
+// nevertheless. One plan per function.
 class LibcFault {
   public:
     LibcFault(LibcCall call, int error, int nth = 1);
+    LibcFault(LibcCall call, std::function<void()> before, int nth = 1);
     LibcFault(const LibcFault&) = delete;
     LibcFault& operator=(const LibcFault&) = delete;
     ~LibcFault();
 
-    // Whether the call has been made and has failed.
+    // Whether the call has been made.
     [[nodiscard]] bool Happened() const;
 
   private:

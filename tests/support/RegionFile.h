@@ -56,6 +56,17 @@ class RegionFile {
         SetWord(kWrite, static_cast<std::uint32_t>(bytes.size()));
     }
 
+    // Adds bytes behind those in a message ring, across its end where it must be.
+    void Append(const std::string& bytes) const {
+        constexpr std::uint32_t kRingBytes = 512;
+        std::uint32_t position = Word(kWrite);
+        for (const char byte : bytes) {
+            Put(kData + position, std::string(1, byte));
+            position = (position + 1) % kRingBytes;
+        }
+        SetWord(kWrite, position);
+    }
+
     // A word as it lies in a region.
     static std::string Text(std::uint32_t word) {
         std::array<char, sizeof word> bytes{};

@@ -1,0 +1,358 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZynService/ZynServiceClient.h"
+#include "support/LibcFaults.h"
+#include "support/ScriptedService.h"
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::IsSupersetOf;
+using ::testing::MatchesRegex;
+
+constexpr const char* kConfig =
+    R"(<ZYNConfig trace="1">
+<Logfile path="log" size="1" maxbackups="1" preserve_size="1" preserve_maxbackups="1"/>
+<Global><GLabel name="L" state="1"/></Global>
+<Module name="M" state="1"/>
+</ZYNConfig>)";
+
+template <typename Action>
+std::string FailureOf(Action action) {
+    try {
+        action();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+MessageRuntimeConfigurationChange RequestOf(ConfigurationChange change) {
+    return {.header = {.processId = static_cast<std::uint32_t>(::getpid()),
+                       .type = MessageType::kRuntimeConfigurationChange},
+            .change = change,
+            .unused = 0};
+}
+
+// A client whose registration and un-registration are confirmed at the first sleep.
+class ZynServiceClientTest : public ::testing::Test {
+  protected:
+    void Connect() {
+        const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
+        client_ = std::make_unique<ZynServiceClient>(4711, *filter_);
+    }
+    void Disconnect() {
+        const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
+        client_.reset();
+    }
+    void TearDown() override { Disconnect(); }
+
+    std::string Send(ConfigurationChange change) {
+        return FailureOf([&] { *client_ << RequestOf(change); });
+    }
+    // As a trace call asks that belongs to no client in particular.
+    bool Enabled() {
+        return filter_->IsEnabled(static_cast<int>(filter_->GetModuleKey("M")),
+                                  ZynFilterManager::kNoClient,
+                                  static_cast<int>(filter_->GetLabelKey("L")));
+    }
+    void WriteConfig(const std::string& text) const { WriteFile(run_.ConfigFile(), text); }
+
+    RunDirectory run_{true};
+    ScriptedService service_{run_};
+    std::unique_ptr<ZynFilterManager> filter_ = std::make_unique<ZynFilterManager>();
+    std::unique_ptr<ZynServiceClient> client_;
+};
+
+TEST_F(ZynServiceClientTest, RegistersWithBothItsRegionsReady) {
+    Connect();
+    EXPECT_EQ(service_.Sent(), service_.Registration());
+    EXPECT_EQ(std::filesystem::file_size(service_.ClientRegion()), 524U);
+    EXPECT_EQ(std::filesystem::file_size(service_.TraceRegion()), 1'047'564U);
+    EXPECT_EQ(RegionFile(service_.TraceRegion()).Bytes(0, 12),
+              RegionFile::Text(0) + RegionFile::Text(0) + RegionFile::Text(1'047'552));
+    EXPECT_EQ(client_->ServicePid(), 4711U);
+    EXPECT_EQ(client_->ProcessId(), static_cast<std::uint32_t>(::getpid()));
+}
+
+TEST_F(ZynServiceClientTest, ReadsTheConfigurationOnceRegistered) {
+    WriteConfig(kConfig);
+    Connect();
+    EXPECT_TRUE(filter_->Loaded());
+    EXPECT_TRUE(Enabled());
+}
+
+TEST_F(ZynServiceClientTest, ConfigurationThatCannotBeReadFailsNoOneAndStaysUnloaded) {
+    Connect();
+    EXPECT_FALSE(filter_->Loaded());
+    EXPECT_FALSE(Enabled());
+    const SleepScript confirming([this](int) { service_.Deliver(service_.Confirmation()); });
+    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+}
+
+TEST_F(ZynServiceClientTest, StartIsTracedInOrder) {
+    WriteConfig(kConfig);
+    Connect();
+    std::vector<std::string> lines = run_.Trace();
+    lines.resize(5);
+    EXPECT_THAT(
+        lines,
+        ElementsAre("Service client sent registration message", "Received confirmation message",
+                    MatchesRegex("Thread: Thread [0-9]+ created\\."), "ZynConfig: Status reseted",
+                    "ZYN client reload configuration."));
+}
+
+TEST_F(ZynServiceClientTest, WithoutTheSeedItFailsBeforeItRegisters) {
+    std::filesystem::remove(run_ / "ZynRecordSequenceNumberSeed.map");
+    EXPECT_EQ(FailureOf([this] { Connect(); }),
+              "Can not open file [OS call failed:2(No such file or directory)]");
+    EXPECT_EQ(service_.Sent(), "");
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, SeedThatHoldsNoWholeNumberIsRefused) {
+    for (const std::size_t size : {std::size_t{0}, std::size_t{3}}) {
+        WriteFile(run_ / "ZynRecordSequenceNumberSeed.map", std::string(size, 'x'));
+        EXPECT_EQ(FailureOf([this] { Connect(); }),
+                  "Can not open file mapping [OS call failed:22(Invalid argument)]");
+        EXPECT_FALSE(service_.ClientFilesExist());
+    }
+}
+
+TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeSaysSo) {
+    const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
+    EXPECT_EQ(FailureOf([this] { Connect(); }),
+              "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
+    EXPECT_EQ(service_.Sent(), "");
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, SilentServiceFailsTheConstructorAfterTwentySleepsAndLeavesNothing) {
+    const SleepScript silence;
+    EXPECT_EQ(FailureOf([this] { const ZynServiceClient client(1, *filter_); }),
+              "Bad logic:Timeout waiting registration confirmation");
+    EXPECT_EQ(silence.Calls(), 20);
+    EXPECT_EQ(silence.Microseconds(), 100'000U);
+    EXPECT_EQ(service_.Sent(), service_.Registration()) << "no un-registration may be sent";
+    EXPECT_FALSE(service_.ClientFilesExist());
+    EXPECT_FALSE(filter_->Loaded());
+}
+
+TEST_F(ZynServiceClientTest, ThreadThatCannotBeStartedUnregistersAndSaysSo) {
+    const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
+    const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
+    EXPECT_EQ(FailureOf([this] { const ZynServiceClient client(1, *filter_); }),
+              "Failed to create worker thread [OS call failed:11(Resource temporarily "
+              "unavailable)]");
+    EXPECT_EQ(service_.Sent(), service_.Unregistration());
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, PauseAndResumeOrdersSetAndClearTheFlag) {
+    Connect();
+    service_.Deliver(service_.Order(1));
+    EXPECT_TRUE(filter_->Paused());
+    service_.Deliver(service_.Order(2));
+    EXPECT_FALSE(filter_->Paused());
+    EXPECT_THAT(run_.Trace(), IsSupersetOf({"ZYN client received RuntimeConfigChange message",
+                                            "ZYN client pause tracing",
+                                            "ZYN client received RuntimeConfigChange message",
+                                            "ZYN client resume tracing", "Ping"}));
+}
+
+TEST_F(ZynServiceClientTest, OrdersOfPreservationAndUnknownCodesChangeNothing) {
+    WriteConfig(kConfig);
+    Connect();
+    service_.Deliver(service_.Order(1));
+    const std::vector<std::string> before = run_.Trace();
+    service_.Deliver(service_.Order(3) + service_.Order(4) + service_.Order(5) +
+                     service_.Order(0xFFFFFFFF));
+    std::vector<std::string> lines = run_.Trace();
+    lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(before.size()));
+    EXPECT_EQ(std::erase(lines, "ZYN client received RuntimeConfigChange message"), 4U);
+    std::erase(lines, "Ping");
+    EXPECT_THAT(lines, IsEmpty());
+    EXPECT_TRUE(filter_->Paused());
+    EXPECT_TRUE(filter_->Loaded());
+}
+
+TEST_F(ZynServiceClientTest, MessagesOfOtherTypesAreTracedAsUnknown) {
+    Connect();
+    service_.Deliver(RegionFile::Frame(1, 1, 0) + RegionFile::Frame(1, 0) +
+                     RegionFile::Frame(1, 5) + RegionFile::Frame(1, 0xFFFFFFFF));
+    std::vector<std::string> lines = run_.Trace();
+    EXPECT_EQ(std::erase(lines, "ZYN client received unknown message"), 4U);
+}
+
+TEST_F(ZynServiceClientTest, ShortOrderAfterAReloadIsNoSecondReload) {
+    WriteConfig(kConfig);
+    Connect();
+    service_.Deliver(service_.Order(0));
+    service_.Deliver(std::string(1, '\x0A') + RegionFile::Text(8) + RegionFile::Text(1) +
+                     RegionFile::Text(2));
+    std::vector<std::string> lines = run_.Trace();
+    EXPECT_EQ(std::erase(lines, "ZYN client reload configuration."), 2U);
+}
+
+TEST_F(ZynServiceClientTest, ReloadOrderReadsTheFileAnewAndForgetsCachedStatuses) {
+    WriteConfig(kConfig);
+    Connect();
+    EXPECT_TRUE(Enabled());
+    std::string off = kConfig;
+    off.replace(off.find("name=\"M\" state=\"1\""), 18, "name=\"M\" state=\"0\"");
+    WriteConfig(off);
+    EXPECT_TRUE(Enabled());
+    service_.Deliver(service_.Order(0));
+    EXPECT_FALSE(Enabled());
+    EXPECT_TRUE(filter_->Loaded());
+    WriteConfig(kConfig);
+    service_.Deliver(service_.Order(0));
+    EXPECT_TRUE(Enabled());
+}
+
+TEST_F(ZynServiceClientTest, ReloadOfAnUnreadableFileLeavesDefaultsAndTheFlagClear) {
+    WriteConfig(kConfig);
+    Connect();
+    EXPECT_TRUE(Enabled());
+    std::filesystem::remove(run_.ConfigFile());
+    service_.Deliver(service_.Order(0));
+    EXPECT_FALSE(filter_->Loaded());
+    EXPECT_FALSE(Enabled());
+    EXPECT_THAT(run_.Trace(), ::testing::Contains("Exception happened during message handling"));
+    WriteConfig(kConfig);
+    service_.Deliver(service_.Order(0));
+    EXPECT_TRUE(Enabled()) << "the thread must have survived";
+}
+
+TEST_F(ZynServiceClientTest, ReloadOfAFileThatIsFaultyFurtherOnSetsTheFlag) {
+    Connect();
+    WriteConfig("<ZYNConfig/>");
+    service_.Deliver(service_.Order(0));
+    EXPECT_TRUE(filter_->Loaded());
+    EXPECT_THAT(run_.Trace(),
+                ::testing::Not(::testing::Contains("Exception happened during message handling")));
+}
+
+TEST_F(ZynServiceClientTest, RequestIsSentByteForByteAndConfirmed) {
+    Connect();
+    for (const auto change :
+         {ConfigurationChange::kReload, ConfigurationChange::kPause, ConfigurationChange::kResume,
+          ConfigurationChange::kPreservationOn, ConfigurationChange::kPreservationOff}) {
+        const SleepScript confirming([this](int) { service_.Deliver(service_.Confirmation()); });
+        EXPECT_EQ(Send(change), "no failure");
+        EXPECT_EQ(confirming.Calls(), 1);
+        EXPECT_EQ(service_.Sent(), service_.Request(static_cast<std::uint32_t>(change)));
+    }
+}
+
+TEST_F(ZynServiceClientTest, ConfirmationThatComesBeforeTheFirstLookCostsNoSleep) {
+    Connect();
+    const SleepScript script;
+    // Removing the lock file is the sender's last step.
+    const LibcFault sent(LibcCall::kUnlink, [this] { service_.Deliver(service_.Confirmation()); });
+    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+    EXPECT_EQ(script.Calls(), 0);
+}
+
+TEST_F(ZynServiceClientTest, ConfirmationAtTheTwentiethSleepIsSeenByALastLook) {
+    Connect();
+    const SleepScript script([this](int call) {
+        if (call == 20) {
+            service_.Deliver(service_.Confirmation());
+        }
+    });
+    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+    EXPECT_EQ(script.Calls(), 20);
+    EXPECT_EQ(script.Microseconds(), 100'000U);
+}
+
+TEST_F(ZynServiceClientTest, RequestThatIsNotConfirmedFailsAfterTwentySleeps) {
+    Connect();
+    const SleepScript silence;
+    EXPECT_EQ(Send(ConfigurationChange::kResume), "Bad logic:Timeout waiting for confirmation");
+    EXPECT_EQ(silence.Calls(), 20);
+}
+
+TEST_F(ZynServiceClientTest, ConfirmationFromBeforeTheRequestDoesNotCount) {
+    Connect();
+    service_.Deliver(service_.Confirmation());
+    const SleepScript silence;
+    EXPECT_EQ(Send(ConfigurationChange::kPause), "Bad logic:Timeout waiting for confirmation");
+}
+
+TEST_F(ZynServiceClientTest, RequestWithoutTheServicesRegionFailsAtOnce) {
+    Connect();
+    std::filesystem::rename(run_ / "ZynServerMessageBuffer.map", run_ / "away");
+    const SleepScript script;
+    EXPECT_EQ(Send(ConfigurationChange::kPause),
+              "Can not open file [OS call failed:2(No such file or directory)]");
+    EXPECT_EQ(script.Calls(), 0);
+}
+
+TEST_F(ZynServiceClientTest, RingWithPositionsOutsideIsEmptiedAndServesOn) {
+    Connect();
+    RegionFile(service_.ClientRegion()).SetWord(RegionFile::kWrite, 70'000);
+    service_.Deliver("");
+    service_.Deliver(service_.Order(1));
+    EXPECT_TRUE(filter_->Paused());
+}
+
+TEST_F(ZynServiceClientTest, DestructorUnregistersAndClearsTheLoadedFlagButNotThePausedOne) {
+    WriteConfig(kConfig);
+    Connect();
+    service_.Deliver(service_.Order(1));
+    EXPECT_TRUE(filter_->Loaded());
+    Disconnect();
+    EXPECT_EQ(service_.Sent(), service_.Unregistration());
+    EXPECT_FALSE(filter_->Loaded());
+    EXPECT_TRUE(filter_->Paused());
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, TraceBufferIsGoneBeforeTheUnregistration) {
+    Connect();
+    bool there = true;
+    const SleepScript confirming([&](int) {
+        there = std::filesystem::exists(service_.TraceRegion());
+        service_.Put(service_.Confirmation());
+    });
+    client_.reset();
+    EXPECT_FALSE(there);
+}
+
+TEST_F(ZynServiceClientTest, DestructorOfASilentServicesClientGivesUpAfterTwentySleeps) {
+    Connect();
+    const SleepScript silence;
+    client_.reset();
+    EXPECT_EQ(silence.Calls(), 20);
+    EXPECT_EQ(run_.Trace().back(), "Exception happened during service client destruction");
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, DestructorDropsAFailedJoinAndAFailedMutex) {
+    Connect();
+    const LibcFault join(LibcCall::kPthreadJoin, ESRCH);
+    const LibcFault destroy(LibcCall::kMutexDestroy, EBUSY);
+    Disconnect();
+    EXPECT_TRUE(join.Happened());
+    EXPECT_TRUE(destroy.Happened());
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, NothingIsTracedWithDiagnosticModeOff) {
+    LoggingTestAccess::SetMode(Logging::kDiagnosticModeOff);
+    Connect();
+    service_.Deliver(service_.Order(1) + RegionFile::Frame(1, 9));
+    Disconnect();
+    EXPECT_FALSE(std::filesystem::exists(run_ / "trace.txt"));
+}
+
+}  // namespace

@@ -1,0 +1,425 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "ZynService/ZynServiceMonitor.h"
+#include "support/LibcFaults.h"
+#include "support/ScriptedService.h"
+
+namespace {
+
+using ::testing::Contains;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::Not;
+
+constexpr const char* kTimeout = "Bad logic:Timeout waiting registration confirmation";
+constexpr const char* kNoThread =
+    "Failed to create worker thread [OS call failed:11(Resource temporarily unavailable)]";
+
+template <typename Action>
+std::string FailureOf(Action action) {
+    try {
+        action();
+    } catch (const std::exception& failure) {
+        return failure.what();
+    }
+    return "no failure";
+}
+
+// A process that does nothing until it is ended.
+class IdleProcess {
+  public:
+    IdleProcess() : pid_(::fork()) {
+        if (pid_ == 0) {
+            for (;;) {
+                ::pause();
+            }
+        }
+    }
+    IdleProcess(const IdleProcess&) = delete;
+    IdleProcess& operator=(const IdleProcess&) = delete;
+    ~IdleProcess() { End(); }
+
+    void End() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+            pid_ = -1;
+        }
+    }
+    [[nodiscard]] std::string Pid() const { return std::to_string(pid_); }
+
+  private:
+    pid_t pid_;
+};
+
+class StartRecorder : public WatchServiceStartUsingPIDFile {
+  public:
+    [[nodiscard]] const std::vector<unsigned int>& Started() const { return started_; }
+
+  private:
+    void OnServiceStarted(unsigned int pid) override { started_.push_back(pid); }
+    std::vector<unsigned int> started_;
+};
+
+class StopRecorder : public WatchServiceStopUsingPID {
+  public:
+    [[nodiscard]] int Stopped() const { return stopped_; }
+
+  private:
+    void OnServiceStopped() override { ++stopped_; }
+    int stopped_ = 0;
+};
+
+TEST(WatchServiceStartUsingPIDFile, FindsAServiceByItsLockAndPidFiles) {
+    const RunDirectory run(true);
+    const std::string pid = std::to_string(::getpid());
+    WriteFile(run / "Name.lck", "");
+    for (const std::string& text : {pid, pid + "\n", pid + " x", pid + "abc", "000" + pid}) {
+        WriteFile(run / "Name.pid", text);
+        StartRecorder watch;
+        watch.Check("Name");
+        EXPECT_THAT(watch.Started(), ElementsAre(static_cast<unsigned int>(::getpid()))) << text;
+    }
+    const std::vector<std::string> trace = run.Trace();
+    EXPECT_EQ(trace[0], "PROC FILE /proc/" + pid);
+    EXPECT_EQ(trace[1], "ERRNO is 0 and rc is 0");
+}
+
+TEST(WatchServiceStartUsingPIDFile, PidFileWithoutItsLockFileIsNoService) {
+    const RunDirectory run(true);
+    WriteFile(run / "Name.pid", std::to_string(::getpid()));
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+    EXPECT_THAT(run.Trace(), IsEmpty());
+}
+
+TEST(WatchServiceStartUsingPIDFile, LockFileWithoutItsPidFileIsNoService) {
+    const RunDirectory run(true);
+    WriteFile(run / "Name.lck", "");
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+    EXPECT_THAT(run.Trace(), IsEmpty());
+}
+
+TEST(WatchServiceStartUsingPIDFile, AnythingButANumberThatCanBeAProcessIsNoService) {
+    const RunDirectory run(true);
+    WriteFile(run / "Name.lck", "");
+    StartRecorder watch;
+    const std::string pid = std::to_string(::getpid());
+    for (const std::string& text :
+         {std::string(), std::string("0"), std::string("000"), std::string("pid"), "x" + pid,
+          " " + pid, "\n" + pid, "-" + pid, "+" + pid, std::string("4294967296"),
+          std::string("99999999999999999999999999"), std::string(5000, '9'),
+          std::string("\0", 1) + pid, std::string("\xFF\xFE")}) {
+        WriteFile(run / "Name.pid", text);
+        watch.Check("Name");
+    }
+    EXPECT_THAT(watch.Started(), IsEmpty());
+    EXPECT_THAT(run.Trace(), IsEmpty());
+}
+
+TEST(WatchServiceStartUsingPIDFile, LargestNumberIsLookedUp) {
+    const RunDirectory run(true);
+    WriteFile(run / "Name.lck", "");
+    WriteFile(run / "Name.pid", "4294967295");
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+    EXPECT_THAT(run.Trace(), ElementsAre("PROC FILE /proc/4294967295", "ERRNO is 2 and rc is -1"));
+}
+
+TEST(WatchServiceStartUsingPIDFile, ProcessThatNoLongerExistsIsNoService) {
+    const RunDirectory run(true);
+    WriteFile(run / "Name.lck", "");
+    IdleProcess gone;
+    const std::string pid = gone.Pid();
+    gone.End();
+    WriteFile(run / "Name.pid", pid);
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+    EXPECT_THAT(run.Trace(), ElementsAre("PROC FILE /proc/" + pid, "ERRNO is 2 and rc is -1"));
+}
+
+TEST(WatchServiceStartUsingPIDFile, DirectoryAndFifoAsPidFileAreNoServiceAndDoNotHang) {
+    const RunDirectory run;
+    WriteFile(run / "Name.lck", "");
+    StartRecorder watch;
+    ASSERT_EQ(::mkfifo((run / "Name.pid").c_str(), 0666), 0);
+    watch.Check("Name");
+    std::filesystem::remove(run / "Name.pid");
+    std::filesystem::create_directory(run / "Name.pid");
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+}
+
+TEST(WatchServiceStartUsingPIDFile, MissingRunDirectoryIsNoService) {
+    const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_THAT(watch.Started(), IsEmpty());
+}
+
+TEST(WatchServiceStopUsingPID, TellsWhenTheProcessIsGone) {
+    StopRecorder watch;
+    IdleProcess process;
+    const auto pid = static_cast<unsigned int>(std::stoul(process.Pid()));
+    watch.Check(pid);
+    EXPECT_EQ(watch.Stopped(), 0);
+    process.End();
+    watch.Check(pid);
+    EXPECT_EQ(watch.Stopped(), 1);
+}
+
+// One service, played by the test, for monitors and proxies of the test.
+class ServiceTest : public ::testing::Test {
+  protected:
+    // Confirms at every sleep of this thread.
+    class Confirming : public SleepScript {
+      public:
+        explicit Confirming(const ScriptedService& service)
+            : SleepScript([&service](int) { service.Put(service.Confirmation()); }) {}
+    };
+
+    RunDirectory run_{true};
+    ScriptedService service_{run_};
+};
+
+class ZynServiceMonitorTest : public ServiceTest {
+  protected:
+    [[nodiscard]] bool HasClient() {
+        return AutoLockingPointer<ZynServiceClient>(*client_).Get() != nullptr;
+    }
+    void TearDown() override {
+        const Confirming confirming(service_);
+        AutoLockingPointer<ZynServiceClient>(*client_).Delete();
+    }
+
+    std::unique_ptr<ZynFilterManager> filter_ = std::make_unique<ZynFilterManager>();
+    std::unique_ptr<LockablePointer<ZynServiceClient>> client_ =
+        std::make_unique<LockablePointer<ZynServiceClient>>();
+    ZynServiceMonitor monitor_{*filter_, *client_};
+};
+
+TEST_F(ZynServiceMonitorTest, NoServiceNoClient) {
+    monitor_.Check();
+    EXPECT_EQ(monitor_.ServicePid(), 0U);
+    EXPECT_FALSE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorTest, FoundServiceGetsARegisteredClient) {
+    service_.Announce(std::to_string(::getpid()));
+    const Confirming confirming(service_);
+    monitor_.Check();
+    EXPECT_EQ(monitor_.ServicePid(), static_cast<unsigned int>(::getpid()));
+    EXPECT_TRUE(HasClient());
+    EXPECT_EQ(service_.Sent(), service_.Registration());
+    EXPECT_THAT(run_.Trace(), Contains("Service started:" + std::to_string(::getpid())));
+    monitor_.Check();
+    EXPECT_EQ(confirming.Calls(), 1) << "a running service is not registered with again";
+}
+
+TEST_F(ZynServiceMonitorTest, FailedRegistrationLeavesTheServiceNotFoundAndIsTriedAgain) {
+    service_.Announce(std::to_string(::getpid()));
+    {
+        const SleepScript silence;
+        EXPECT_EQ(FailureOf([this] { monitor_.Check(); }), kTimeout);
+        EXPECT_EQ(silence.Calls(), 20);
+    }
+    EXPECT_EQ(monitor_.ServicePid(), 0U);
+    EXPECT_FALSE(HasClient());
+    const Confirming confirming(service_);
+    monitor_.Check();
+    EXPECT_TRUE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorTest, ClientGoesWithTheServiceAndComesWithTheNextOne) {
+    auto process = std::make_unique<IdleProcess>();
+    service_.Announce(process->Pid());
+    const Confirming confirming(service_);
+    monitor_.Check();
+    ASSERT_TRUE(HasClient());
+    process->End();
+    monitor_.Check();
+    EXPECT_FALSE(HasClient());
+    EXPECT_EQ(monitor_.ServicePid(), 0U);
+    EXPECT_EQ(run_.Trace().back(), "Service stopped.");
+    EXPECT_FALSE(service_.ClientFilesExist());
+    monitor_.Check();
+    EXPECT_FALSE(HasClient()) << "the pid file names a process that is gone";
+    process = std::make_unique<IdleProcess>();
+    service_.Announce(process->Pid());
+    monitor_.Check();
+    EXPECT_TRUE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorTest, ServiceThatIsGoneIsLeftAfterTwentySleepsAllTheSame) {
+    IdleProcess process;
+    service_.Announce(process.Pid());
+    {
+        const Confirming confirming(service_);
+        monitor_.Check();
+    }
+    process.End();
+    const SleepScript silence;
+    monitor_.Check();
+    EXPECT_EQ(silence.Calls(), 20);
+    EXPECT_FALSE(HasClient());
+    EXPECT_EQ(monitor_.ServicePid(), 0U);
+    EXPECT_THAT(run_.Trace(), Contains("Exception happened during service client destruction"));
+}
+
+TEST_F(ZynServiceMonitorTest, WorkerLooksEvery100MillisecondsUntilStopped) {
+    const SleepScript script([this](int call) {
+        if (call == 5) {
+            monitor_.Stop();
+        }
+    });
+    monitor_.Worker();
+    EXPECT_EQ(script.Calls(), 5);
+    EXPECT_EQ(script.Microseconds(), 100'000U);
+}
+
+TEST_F(ZynServiceMonitorTest, FailedRegistrationEndsTheWorker) {
+    const SleepScript silence([this](int call) {
+        if (call == 1) {
+            service_.Announce(std::to_string(::getpid()));
+        }
+    });
+    EXPECT_EQ(FailureOf([this] { monitor_.Worker(); }), kTimeout);
+    EXPECT_EQ(silence.Calls(), 21);
+}
+
+class ZynServiceMonitorProxyTest : public ServiceTest {
+  protected:
+    [[nodiscard]] bool HasClient() {
+        return AutoLockingPointer<ZynServiceClient>(proxy_->Client()).Get() != nullptr;
+    }
+    void TearDown() override {
+        const Confirming confirming(service_);
+        proxy_.reset();
+    }
+    [[nodiscard]] std::string Start() {
+        return FailureOf([this] { proxy_->CreateMonitorOnDemand(); });
+    }
+
+    std::unique_ptr<ZynServiceMonitorProxy> proxy_ = std::make_unique<ZynServiceMonitorProxy>();
+};
+
+TEST_F(ZynServiceMonitorProxyTest, FirstCallConnectsBeforeItReturns) {
+    service_.Announce(std::to_string(::getpid()));
+    const Confirming confirming(service_);
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_TRUE(HasClient());
+    EXPECT_EQ(run_.Trace().front(), "ZYnServiceMonitor created");
+}
+
+TEST_F(ZynServiceMonitorProxyTest, WithoutAServiceTheMonitorRunsAllTheSame) {
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_FALSE(HasClient());
+    EXPECT_THAT(run_.Trace(),
+                Contains(::testing::MatchesRegex("Thread: Thread [0-9]+ created\\.")));
+}
+
+TEST_F(ZynServiceMonitorProxyTest, LaterCallsTakeNoLock) {
+    EXPECT_EQ(Start(), "no failure");
+    const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_FALSE(fault.Happened());
+}
+
+TEST_F(ZynServiceMonitorProxyTest, FailedRegistrationReachesTheCallerAndTheNextCallTriesAgain) {
+    service_.Announce(std::to_string(::getpid()));
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        const SleepScript silence;
+        EXPECT_EQ(Start(), kTimeout);
+        EXPECT_EQ(silence.Calls(), 20);
+    }
+    EXPECT_FALSE(service_.ClientFilesExist());
+    std::vector<std::string> trace = run_.Trace();
+    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 2U);
+    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor deleted"), 2U);
+    const Confirming confirming(service_);
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_TRUE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedDeletesTheMonitor) {
+    {
+        const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
+        EXPECT_EQ(Start(), kNoThread);
+    }
+    EXPECT_EQ(run_.Trace().back(), "ZYnServiceMonitor deleted");
+    EXPECT_EQ(Start(), "no failure");
+}
+
+TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedLeavesNoClientBehind) {
+    service_.Announce(std::to_string(::getpid()));
+    const Confirming confirming(service_);
+    {
+        // The first thread is the client's.
+        const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN, 2);
+        EXPECT_EQ(Start(), kNoThread);
+    }
+    EXPECT_FALSE(HasClient());
+    EXPECT_EQ(service_.Sent(), service_.Unregistration());
+    EXPECT_FALSE(service_.ClientFilesExist());
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_TRUE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorProxyTest, CloseEndsTheThreadAndUnregisters) {
+    service_.Announce(std::to_string(::getpid()));
+    const Confirming confirming(service_);
+    EXPECT_EQ(Start(), "no failure");
+    proxy_->Close();
+    EXPECT_FALSE(HasClient());
+    EXPECT_EQ(service_.Sent(), service_.Unregistration());
+    EXPECT_FALSE(service_.ClientFilesExist());
+    std::vector<std::string> trace = run_.Trace();
+    std::erase_if(trace, [](const std::string& line) {
+        return line.find(" returns:0") == std::string::npos;
+    });
+    EXPECT_EQ(trace.size(), 2U) << "both threads have ended";
+}
+
+TEST_F(ZynServiceMonitorProxyTest, ClosedProxyStartsNoMonitorAndCanBeClosedAgain) {
+    service_.Announce(std::to_string(::getpid()));
+    const SleepScript script;
+    proxy_->Close();
+    EXPECT_EQ(Start(), "no failure");
+    EXPECT_FALSE(HasClient());
+    proxy_->Close();
+    EXPECT_THAT(run_.Trace(), IsEmpty());
+}
+
+TEST_F(ZynServiceMonitorProxyTest, CloseSwallowsAFailedJoin) {
+    EXPECT_EQ(Start(), "no failure");
+    const LibcFault fault(LibcCall::kPthreadJoin, ESRCH);
+    proxy_->Close();
+    EXPECT_TRUE(fault.Happened());
+}
+
+TEST_F(ZynServiceMonitorProxyTest, DestructorCloses) {
+    service_.Announce(std::to_string(::getpid()));
+    const Confirming confirming(service_);
+    EXPECT_EQ(Start(), "no failure");
+    proxy_.reset();
+    EXPECT_EQ(service_.Sent(), service_.Unregistration());
+    EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+}  // namespace
