@@ -16,6 +16,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -96,6 +97,11 @@ class MultiFileInputStream {
     // mode the files are listed in the diagnostic log.
     void GetAllLogFiles(const std::string& directory, const std::string& prefix,
                         const std::string& part, const std::string& format);
+
+    // The same for files that have been listed: names within the directory, in the order in which
+    // they are to be read.
+    void OpenLogFiles(const std::string& directory, std::span<const std::string> names,
+                      const std::string& format);
 
     // Reads exactly count bytes. Throws CheckParameter "Invalid parameter: buf", CheckLogic "No
     // more files available for read", and what FileToBeRead::Read throws.
@@ -210,6 +216,13 @@ void MultiFileInputStream<Support, HeaderSize>::GetAllLogFiles(const std::string
     std::vector<std::string> names;
     CFileSystem::FindAllFiles(directory, prefix, part, names);
     std::sort(names.begin(), names.end());
+    OpenLogFiles(directory, names, format);
+}
+
+template <FileOutputSupport Support, unsigned int HeaderSize>
+void MultiFileInputStream<Support, HeaderSize>::OpenLogFiles(const std::string& directory,
+                                                             std::span<const std::string> names,
+                                                             const std::string& format) {
     files_.clear();
     front_ = begin_ = end_ = 0;
     totalBytes_ = bytesRead_ = 0;

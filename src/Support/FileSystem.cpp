@@ -1,10 +1,13 @@
 #include "Support/FileSystem.h"
 
 #include <dirent.h>
+#include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include "Support/ValidationException.h"
 
@@ -44,4 +47,38 @@ void CFileSystem::FindAllFiles(const std::string& directory, const std::string& 
             names.emplace_back(name);
         }
     }
+}
+
+DirectoryListing::DirectoryListing(std::string directory, std::string prefix, std::string part)
+    : directory_(std::move(directory)), prefix_(std::move(prefix)), part_(std::move(part)) {}
+
+// Looked at before the directory is read: a change during the reading shows the next time.
+bool DirectoryListing::HasChanged() {
+    struct stat status {};
+    if (stat(Normalised(directory_).c_str(), &status) != 0) {
+        return true;
+    }
+    const bool same =
+        status.st_mtim.tv_sec == changed_.tv_sec && status.st_mtim.tv_nsec == changed_.tv_nsec;
+    changed_ = status.st_mtim;
+    return !same;
+}
+
+const std::vector<std::string>& DirectoryListing::Names() {
+    if (HasChanged() || !listed_) {
+        names_.clear();
+        CFileSystem::FindAllFiles(directory_, prefix_, part_, names_);
+        std::sort(names_.begin(), names_.end());
+        listed_ = true;
+    }
+    return names_;
+}
+
+std::span<const std::string> DirectoryListing::NamesWithPrefix(const std::string& prefix) {
+    const std::vector<std::string>& names = Names();
+    const auto begin = std::lower_bound(names.begin(), names.end(), prefix);
+    const auto end = std::find_if_not(begin, names.end(), [&prefix](const std::string& name) {
+        return name.starts_with(prefix);
+    });
+    return {begin, end};
 }

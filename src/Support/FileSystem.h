@@ -2,6 +2,8 @@
 #ifndef ZYN_SUPPORT_FILESYSTEM_H
 #define ZYN_SUPPORT_FILESYSTEM_H
 
+#include <ctime>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -15,6 +17,30 @@ class CFileSystem {
     // Throws CheckOSCall "Can not read directory" when the listing breaks off midway.
     static void FindAllFiles(const std::string& directory, const std::string& prefix,
                              const std::string& part, std::vector<std::string>& names);
+};
+
+// The entries of a directory that FindAllFiles finds, in the bytewise order of their names, for a
+// caller that asks again and again: the directory is read anew only when its time of change has
+// moved. One thread.
+class DirectoryListing {
+  public:
+    DirectoryListing(std::string directory, std::string prefix, std::string part);
+
+    // Valid until the next call. Throws as FindAllFiles does.
+    const std::vector<std::string>& Names();
+
+    // The names that begin with a prefix of their own, among what Names() would return.
+    std::span<const std::string> NamesWithPrefix(const std::string& prefix);
+
+  private:
+    bool HasChanged();
+
+    std::string directory_;
+    std::string prefix_;
+    std::string part_;
+    std::vector<std::string> names_;
+    timespec changed_{};
+    bool listed_ = false;
 };
 
 #endif

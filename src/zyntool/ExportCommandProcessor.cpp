@@ -1,6 +1,5 @@
 #include "zyntool/ExportCommandProcessor.h"
 
-#include <algorithm>
 #include <cstddef>
 #include <iostream>
 #include <optional>
@@ -21,6 +20,7 @@ using LogStream = MultiFileInputStream<ZynBinaryFileOutputSupport, 256U>;
 static_assert(LogStream::kReadSlack >= LegacyZynRecord::kReadSlack);
 
 constexpr std::string_view kLogExtension = ".txt";
+constexpr const char* kLogFormat = "binary";
 constexpr const char* kExportPrefix = "EXPORT-";
 
 std::string WithoutExtension(const std::string& name) {
@@ -43,6 +43,16 @@ std::optional<std::string> Find(const CommandLineParser::CommandOptions& options
 
 std::string ValueOr(const std::optional<std::string>& value, const std::string& fallback) {
     return value && !value->empty() ? *value : fallback;
+}
+
+// The stream's files are open before the destination is touched.
+std::uint64_t ExportStream(LogStream& stream, const std::string& destination,
+                           const std::string& separator, bool progress) {
+    TextFile file(destination, stream.Identities());
+    ProgressDisplay display(progress ? &std::cerr : nullptr);
+    const std::uint64_t records = ZynDataTextExporter::Export(stream, file, separator, display);
+    file.Close();
+    return records;
 }
 
 // The file and the files that continue it: those whose names extend its base name.
@@ -72,10 +82,18 @@ void ExportCommandProcessor::Process(CommandLineParser::CommandOptions& options)
         return;
     }
     const std::string logs = directory ? *directory : ConfiguredLogDirectory();
+    // No configuration means no files, whereas an empty directory name would mean the root.
+    const bool nothing = !directory && logs.empty();
     if (file && !multiple) {
-        ZynExportFromDirectoryToSingleFile({logs, "zynlog-", "txt"}, ValueOr(file, "zynexport.txt"),
-                                           separator, progress);
-    } else {
+        const std::string destination = ValueOr(file, "zynexport.txt");
+        if (nothing) {
+            LogStream stream;
+            ExportStream(stream, destination, separator, progress);
+        } else {
+            ZynExportFromDirectoryToSingleFile({logs, "zynlog-", "txt"}, destination, separator,
+                                               progress);
+        }
+    } else if (!nothing) {
         ZynExportFromDirectoryToMultipleFiles(logs, ValueOr(multiple, "."), separator, progress);
     }
 }
@@ -84,27 +102,23 @@ std::uint64_t ZynExportFromDirectoryToSingleFile(const LogFileSelection& source,
                                                  const std::string& destination,
                                                  const std::string& separator, bool progress) {
     LogStream stream;
-    stream.GetAllLogFiles(source.directory, source.prefix, source.part, "binary");
-    TextFile file(destination, stream.Identities());
-    ProgressDisplay display(progress ? &std::cerr : nullptr);
-    const std::uint64_t records = ZynDataTextExporter::Export(stream, file, separator, display);
-    file.Close();
-    return records;
+    stream.GetAllLogFiles(source.directory, source.prefix, source.part, kLogFormat);
+    return ExportStream(stream, destination, separator, progress);
 }
 
 std::uint64_t ZynExportFromDirectoryToMultipleFiles(const std::string& directory,
                                                     const std::string& destinationDirectory,
                                                     const std::string& separator, bool progress) {
-    std::vector<std::string> names;
-    CFileSystem::FindAllFiles(directory, "zynlog-", std::string(kLogExtension), names);
-    std::sort(names.begin(), names.end());
+    DirectoryListing listing(directory, "zynlog-", std::string(kLogExtension));
+    const std::vector<std::string> names = listing.Names();
     std::uint64_t records = 0;
     for (const std::string& name : names) {
         const std::string base = WithoutExtension(name);
         std::string destination = destinationDirectory;
         destination.append("/").append(kExportPrefix).append(base).append(kLogExtension);
-        records += ZynExportFromDirectoryToSingleFile({directory, base, std::string(kLogExtension)},
-                                                      destination, separator, progress);
+        LogStream stream;
+        stream.OpenLogFiles(directory, listing.NamesWithPrefix(base), kLogFormat);
+        records += ExportStream(stream, destination, separator, progress);
     }
     return records;
 }
