@@ -315,6 +315,7 @@ void ZynConfigFileReader<Processor>::GetClientInfo(TiXmlNode* node,
     TiXmlElement& client = RequireElement(node);
     const NameAndState read = RequireNameAndState(client);
     if constexpr (FilterKeeper<Processor>) {
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): it misses that the check throws
         processor_->StoreClient(moduleName, read.name, read.enabled);
     }
     if (!read.enabled) {

@@ -9,7 +9,6 @@
 #include <memory>
 #include <string>
 #include <thread>
-#include <vector>
 
 #include "TraceFiltering/ZynFilterManager.h"
 
@@ -49,6 +48,32 @@ class ReloadStress : public testing::Test {
         Load(manager_, 0);
     }
 
+    // Two threads that ask for as long as the object lives, or until Stop.
+    class Queries {
+      public:
+        explicit Queries(ReloadStress& test)
+            : test_(&test), first_([&test] { test.Query(); }), second_([&test] { test.Query(); }) {
+            test.started_.wait();
+        }
+        Queries(const Queries&) = delete;
+        Queries& operator=(const Queries&) = delete;
+        ~Queries() { Stop(); }
+
+        void Stop() {
+            test_->stop_ = true;
+            for (std::thread* thread : {&first_, &second_}) {
+                if (thread->joinable()) {
+                    thread->join();
+                }
+            }
+        }
+
+      private:
+        ReloadStress* test_;
+        std::thread first_;
+        std::thread second_;
+    };
+
     // Asks for every label, with and without client, until told to stop; label 7 must never be on.
     void Query() {
         started_.count_down();
@@ -83,11 +108,7 @@ class ReloadStress : public testing::Test {
 };
 
 TEST_F(ReloadStress, CachesSettleOnTheNewConfiguration) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([this] { Query(); });
-    }
-    started_.wait();
+    Queries queries(*this);
     for (int configuration = 1; configuration <= 300; ++configuration) {
         Load(manager_, configuration);
         ExpectSettledOn(configuration);
@@ -95,35 +116,25 @@ TEST_F(ReloadStress, CachesSettleOnTheNewConfiguration) {
             break;
         }
     }
-    stop_ = true;
-    threads.clear();
+    queries.Stop();
     EXPECT_EQ(wrongAnswers_.load(), 0);
 }
 
 TEST_F(ReloadStress, RegistrationsTakeEffectAmidQueries) {
     manager_.SetClientStatus("", "off", Status::Off);
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([this] { Query(); });
-    }
-    started_.wait();
+    Queries queries(*this);
     for (int i = 0; i < 1000; ++i) {
         const bool on = i % 2 == 0;
         manager_.RegisterClient(0, 1, on ? "c" : "off");
         ASSERT_EQ(manager_.IsEnabled(0, 1, 0), on) << i;
         ASSERT_EQ(manager_.IsEnabled(0, 1, 0), on) << i;
     }
-    stop_ = true;
-    threads.clear();
+    queries.Stop();
     EXPECT_EQ(wrongAnswers_.load(), 0);
 }
 
 TEST_F(ReloadStress, HandlesPausesAndSettingsAmidQueries) {
-    std::vector<std::jthread> threads;
-    for (int i = 0; i < 2; ++i) {
-        threads.emplace_back([this] { Query(); });
-    }
-    started_.wait();
+    Queries queries(*this);
     for (std::uint32_t i = 0; i < 300; ++i) {
         const std::string name = std::to_string(i);
         ASSERT_EQ(manager_.GetModuleKey(name), i + 1);
@@ -136,8 +147,7 @@ TEST_F(ReloadStress, HandlesPausesAndSettingsAmidQueries) {
         manager_.SetStatusTrace(i % 2 == 0);
         ASSERT_EQ(manager_.LogFormat(), i % 2 == 0 ? "binary" : "text");
     }
-    stop_ = true;
-    threads.clear();
+    queries.Stop();
     EXPECT_EQ(wrongAnswers_.load(), 0);
 }
 

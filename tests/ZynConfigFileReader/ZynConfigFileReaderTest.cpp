@@ -19,8 +19,9 @@
 
 namespace {
 
-using testing::ElementsAre;
 using testing::IsEmpty;
+
+using Lines = std::vector<std::string>;
 
 // Writes down every call, in the order in which it comes.
 class Recorder final : public BaseConfigProcessor {
@@ -125,10 +126,9 @@ TEST_F(ConfigFileReader, EverySettingReachesTheProcessorInOrder) {
                 "<Module name='m' state='1'><MLabel name='ml' state='1'/>"
                 "<MClient name='mc' state='1'><MClientLabel name='mcl' state='1'/></MClient>"
                 "</Module><Module name='n' state='0'/>"),
-        ElementsAre("duplicate 1", "format binary", "statustrace 1", "network 0", "port 10",
-                    "max 7", "cport 11", "host far", "label //l=1", "client /c=1", "label /c/cl=0",
-                    "module m=1", "label m//ml=1", "client m/mc=1", "label m/mc/mcl=1",
-                    "module n=0"));
+        (Lines{"duplicate 1", "format binary", "statustrace 1", "network 0", "port 10", "max 7",
+               "cport 11", "host far", "label //l=1", "client /c=1", "label /c/cl=0", "module m=1",
+               "label m//ml=1", "client m/mc=1", "label m/mc/mcl=1", "module n=0"}));
     EXPECT_EQ(TextOf(reader_.Failure()), "none");
     EXPECT_TRUE(reader_.Loaded());
     EXPECT_EQ(reader_.LogPath(), "/var/log");
@@ -137,12 +137,12 @@ TEST_F(ConfigFileReader, EverySettingReachesTheProcessorInOrder) {
 TEST_F(ConfigFileReader, OptionalAttributesHaveDefaults) {
     EXPECT_THAT(CallsOf(LogFile() + "<StatusTrace/><Network/><Server/><Client server_name='s'/>"
                                     "<Global/>"),
-                ElementsAre("format text", "statustrace 1", "network 2", "port 3456", "max 1",
-                            "cport 3456", "host s"));
+                (Lines{"format text", "statustrace 1", "network 2", "port 3456", "max 1",
+                       "cport 3456", "host s"}));
 }
 
 TEST_F(ConfigFileReader, AbsentOptionalElementsCallNothing) {
-    EXPECT_THAT(CallsOf(LogFile() + "<Global/>"), ElementsAre("format text"));
+    EXPECT_THAT(CallsOf(LogFile() + "<Global/>"), (Lines{"format text"}));
 }
 
 TEST_F(ConfigFileReader, BooleansAreTrueOnlyForTheirExactText) {
@@ -150,12 +150,12 @@ TEST_F(ConfigFileReader, BooleansAreTrueOnlyForTheirExactText) {
                         "<StatusTrace state='1'/><Network mode='client'/>"
                         "<Global><GLabel name='a' state='on'/><GLabel name='b' state='1 '/>"
                         "<GLabel name='c' state='true'/></Global>"),
-                ElementsAre("duplicate 0", "format text", "statustrace 0", "network 1",
-                            "label //a=0", "label //b=0", "label //c=0"));
+                (Lines{"duplicate 0", "format text", "statustrace 0", "network 1", "label //a=0",
+                       "label //b=0", "label //c=0"}));
 }
 
 TEST_F(ConfigFileReader, LogFormatInCapitalsIsText) {
-    EXPECT_THAT(CallsOf(LogFile("log_format='BINARY'") + "<Global/>"), ElementsAre("format text"));
+    EXPECT_THAT(CallsOf(LogFile("log_format='BINARY'") + "<Global/>"), (Lines{"format text"}));
 }
 
 TEST_F(ConfigFileReader, TraceOffAppliesNothingElse) {
@@ -163,7 +163,7 @@ TEST_F(ConfigFileReader, TraceOffAppliesNothingElse) {
         recorder_.calls.clear();
         ReadInto(reader_, "<ZYNConfig trace='" + std::string(value) + "'>" + LogFile() +
                               "<Global/></ZYNConfig>");
-        EXPECT_THAT(recorder_.calls, ElementsAre("trace 0")) << value;
+        EXPECT_THAT(recorder_.calls, (Lines{"trace 0"})) << value;
         EXPECT_EQ(TextOf(reader_.Failure()), "none");
         EXPECT_EQ(reader_.LogPath(), "");
         EXPECT_TRUE(reader_.Loaded());
@@ -201,10 +201,10 @@ TEST_F(ConfigFileReader, LogfileWithoutSizeKeepsItsPathAndTheRestIsApplied) {
     EXPECT_THAT(CallsOf("<Logfile path='/kept' duplicate_to_debug_console='1'/>"
                         "<StatusTrace state='on'/><Global><GLabel name='l' state='1'/></Global>"
                         "<Module name='m' state='1'/>"),
-                ElementsAre("statustrace 1", "label //l=1", "module m=1"));
+                (Lines{"statustrace 1", "label //l=1", "module m=1"}));
     EXPECT_EQ(reader_.LogPath(), "/kept");
     EXPECT_THAT(diagnostics.OwnLines(),
-                ElementsAre("Error while GetLogFileInfo", "Status tracing is enabled"));
+                (Lines{"Error while GetLogFileInfo", "Status tracing is enabled"}));
 }
 
 TEST_F(ConfigFileReader, TheFirstFailureIsKept) {
@@ -215,16 +215,16 @@ TEST_F(ConfigFileReader, TheFirstFailureIsKept) {
 
 TEST_F(ConfigFileReader, StatusTraceBeforeLogfileIsNotFound) {
     EXPECT_THAT(CallsOf("<StatusTrace state='on'/>" + LogFile() + "<Global/>"),
-                ElementsAre("format text"));
+                (Lines{"format text"}));
 }
 
 TEST_F(ConfigFileReader, ElementsOutOfOrderAreNotFound) {
     EXPECT_THAT(CallsOf(LogFile() + "<Server/><Network mode='server'/><Global/>"),
-                ElementsAre("format text", "network 0"));
+                (Lines{"format text", "network 0"}));
     EXPECT_THAT(CallsOf("<Module name='early' state='1'/>" + LogFile() +
                         "<Global/><Module name='m' state='1'/><Network/><Module name='n' "
                         "state='1'/>"),
-                ElementsAre("format text", "network 2"));
+                (Lines{"format text", "network 2"}));
     EXPECT_EQ(TextOf(reader_.Failure()), "Bad logic:Error: invalid element")
         << "the search went on from Network, past Global";
 }
@@ -239,7 +239,7 @@ TEST_F(ConfigFileReader, ClientWithoutServerNameEndsTheReading) {
     EXPECT_THAT(CallsOf(LogFile() + "<Client port_number='5'/>"
                                     "<Global><GLabel name='l' state='1'/></Global>"
                                     "<Module name='m' state='1'/>"),
-                ElementsAre("format text", "cport 5"));
+                (Lines{"format text", "cport 5"}));
     EXPECT_EQ(TextOf(reader_.Failure()), "Bad logic:Error: no valid hostname is specified");
 }
 
@@ -274,7 +274,7 @@ TEST_F(ConfigFileReader, ChildrenOfWhatIsOffAreIgnoredEvenWhenFaulty) {
     EXPECT_THAT(CallsOf(LogFile() + "<Global><GClient name='c' state='0'><GClientLabel/></GClient>"
                                     "</Global><Module name='m' state='0'>"
                                     "<MLabel name='l' state='1'/><MClient/></Module>"),
-                ElementsAre("format text", "client /c=0", "module m=0"));
+                (Lines{"format text", "client /c=0", "module m=0"}));
     EXPECT_EQ(TextOf(reader_.Failure()), "none");
 }
 
@@ -283,7 +283,7 @@ TEST_F(ConfigFileReader, OnlyElementsAreWalked) {
                         "text<!-- --><Global>text<!-- <GLabel/> --><![CDATA[<GLabel/>]]>"
                         "<GLabel name='l' state='1'>text</GLabel></Global><!-- -->tail"
                         "<Module name='m' state='1'>text<!-- --></Module>"),
-                ElementsAre("format text", "label //l=1", "module m=1"));
+                (Lines{"format text", "label //l=1", "module m=1"}));
     EXPECT_EQ(TextOf(reader_.Failure()), "none");
 }
 
@@ -299,7 +299,7 @@ TEST_F(ConfigFileReader, ClientStepWithoutLabelElementName) {
         EXPECT_STREQ(failure.what(), "Bad parameter:Error: Invalid lable type");
         EXPECT_EQ(failure.file, "src/ZynConfigFileReader/ZynConfigFileReader.h");
     }
-    EXPECT_THAT(recorder_.calls, ElementsAre("client /c=1"));
+    EXPECT_THAT(recorder_.calls, (Lines{"client /c=1"}));
 }
 
 TEST_F(ConfigFileReader, LabelStepNeedsAnElement) {
@@ -340,7 +340,7 @@ TEST_F(ConfigFileReader, BrokenDocumentIsALoadFailureWithTheParsersDescription) 
     const std::vector<SyslogRecord> records = SyslogCapture::Take();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].text, "Error reading end tag.");
-    EXPECT_THAT(diagnostics.OwnLines(), ElementsAre("Error reading end tag."));
+    EXPECT_THAT(diagnostics.OwnLines(), (Lines{"Error reading end tag."}));
     EXPECT_THAT(recorder_.calls, IsEmpty());
 }
 
@@ -375,7 +375,7 @@ TEST_F(ConfigFileReader, FailureWithoutDescriptionSendsNoRecordButWritesTheEmpty
     ReadInto(reader_, "<ZYNConfig/>");
     EXPECT_TRUE(reader_.Loaded());
     EXPECT_THAT(SyslogCapture::Take(), IsEmpty());
-    EXPECT_THAT(diagnostics.OwnLines(), ElementsAre(""));
+    EXPECT_THAT(diagnostics.OwnLines(), (Lines{""}));
 }
 
 TEST_F(ConfigFileReader, DiagnosticLinesOfTheSettings) {
@@ -385,12 +385,12 @@ TEST_F(ConfigFileReader, DiagnosticLinesOfTheSettings) {
         return diagnostics.Lines();
     };
     EXPECT_THAT(linesOf(LogFile("log_format='binary'")),
-                ElementsAre("ZynConfig setting : Log Format is set as BIANRY"));
+                (Lines{"ZynConfig setting : Log Format is set as BIANRY"}));
     EXPECT_THAT(linesOf(LogFile("log_format='x'")),
-                ElementsAre("ZynConfig setting : Log Format is set as TEXT "));
+                (Lines{"ZynConfig setting : Log Format is set as TEXT "}));
     EXPECT_THAT(linesOf(LogFile()), IsEmpty());
     EXPECT_THAT(linesOf(LogFile() + "<StatusTrace/>"),
-                ElementsAre("Status tracing is enabled as default"));
+                (Lines{"Status tracing is enabled as default"}));
     EXPECT_THAT(linesOf(LogFile() + "<StatusTrace state='off'/>"), IsEmpty());
 }
 
