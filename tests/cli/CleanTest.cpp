@@ -124,13 +124,13 @@ TEST_F(Clean, AnyOtherAnswerRepeatsThePrompt) {
 }
 
 TEST_F(Clean, EndOfInputRepeatsThePromptForEver) {
-    // Kept as is: the end of the input is not detected. The limit on the size of the file that
-    // receives the prompts ends the run.
+    // Kept as is: the end of the input is not detected. The limit on processor time ends the run,
+    // that on the size of the file keeps the prompts few.
     ProgramRun run = Run({"clean"}, "maybe");
     run.errorPath = directory_ / "prompts";
-    run.limits = {{RLIMIT_FSIZE, 4096}, {RLIMIT_CORE, 0}};
+    run.limits = {{RLIMIT_CPU, 1}, {RLIMIT_FSIZE, 4096}, {RLIMIT_CORE, 0}};
     const ProgramResult result = RunProgram(run);
-    EXPECT_EQ(result.signal, SIGXFSZ) << "it must still be asking when the file is full";
+    EXPECT_EQ(result.signal, SIGXCPU) << "it must be asking still";
     EXPECT_THAT(ReadFile(run.errorPath), HasSubstr(kPrompt + kPrompt + kPrompt));
     ExpectNothingDeleted();
 }
