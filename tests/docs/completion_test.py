@@ -108,11 +108,11 @@ class CompletionTest(unittest.TestCase):
         script = r'''
             _describe() { print -l -- ${${(P)4}%%:*} }
             _arguments() {
-                local spec
-                for spec in "$@"; do
-                    [[ $spec == -S ]] && continue
-                    spec=${spec#\(*\)}
-                    print -r -- ${spec%%\[*}
+                local option
+                for option in "$@"; do
+                    [[ $option == -S ]] && continue
+                    option=${option#\(*\)}
+                    print -r -- ${option%%\[*}
                 done
             }
             words=("$@[2,-1]") CURRENT=$(($# - 1))
