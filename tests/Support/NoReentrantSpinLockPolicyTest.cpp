@@ -17,22 +17,13 @@
 #include "Support/ValidationException.h"
 #include "support/DiagnosticTrace.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 
 namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Mutex = CriticalSectionSyncPolicy;
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const ExtendedException<std::runtime_error>& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 // Whether another process could take the record lock of the file now.
 bool IsFree(const std::string& path) {
@@ -52,7 +43,7 @@ bool IsFree(const std::string& path) {
 
 TEST(CriticalSectionSyncPolicy, FailureToCreateSaysSo) {
     const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
-    EXPECT_EQ(FailureOf([] { const Mutex mutex; }),
+    EXPECT_EQ(FailureTextOf([] { const Mutex mutex; }),
               "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
 }
 
@@ -60,7 +51,7 @@ TEST(CriticalSectionSyncPolicy, FailureToLockHandsItsResultToErrno) {
     Mutex mutex;
     const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
     errno = 0;
-    EXPECT_EQ(FailureOf([&] { mutex.Lock(); }),
+    EXPECT_EQ(FailureTextOf([&] { mutex.Lock(); }),
               "Unable to lock mutex [OS call failed:35(Resource deadlock avoided)]");
 }
 
@@ -68,12 +59,12 @@ TEST(CriticalSectionSyncPolicy, FailureToUnlockSaysSo) {
     Mutex mutex;
     mutex.Lock();
     const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
-    EXPECT_EQ(FailureOf([&] { mutex.Unlock(); }),
+    EXPECT_EQ(FailureTextOf([&] { mutex.Unlock(); }),
               "Unable to unlock mutex [OS call failed:1(Operation not permitted)]");
 }
 
 TEST(CriticalSectionSyncPolicy, FailureToDestroySaysSo) {
-    EXPECT_EQ(FailureOf([] {
+    EXPECT_EQ(FailureTextOf([] {
                   const Mutex mutex;
                   const LibcFault fault(LibcCall::kMutexDestroy, EBUSY);
                   // Declared after the fault, so destroyed before it.
@@ -83,7 +74,7 @@ TEST(CriticalSectionSyncPolicy, FailureToDestroySaysSo) {
 }
 
 TEST(CriticalSectionSyncPolicy, FailureToDestroyIsDroppedBehindAnotherException) {
-    EXPECT_EQ(FailureOf([] {
+    EXPECT_EQ(FailureTextOf([] {
                   const LibcFault fault(LibcCall::kMutexDestroy, EBUSY);
                   const Mutex destroyed;
                   errno = ENOENT;
@@ -112,14 +103,14 @@ TEST(AutoSync, ExcludesOtherThreadsForItsLife) {
 TEST(AutoSync, FailureToUnlockLeavesTheDestructor) {
     Mutex mutex;
     const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
-    EXPECT_EQ(FailureOf([&] { const AutoSync<Mutex> guard(mutex); }),
+    EXPECT_EQ(FailureTextOf([&] { const AutoSync<Mutex> guard(mutex); }),
               "Unable to unlock mutex [OS call failed:1(Operation not permitted)]");
 }
 
 TEST(AutoSync, FailureToUnlockIsDroppedBehindAnotherException) {
     Mutex mutex;
     const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
-    EXPECT_EQ(FailureOf([&] {
+    EXPECT_EQ(FailureTextOf([&] {
                   const AutoSync<Mutex> guard(mutex);
                   errno = ENOENT;
                   ZYN_CHECK_OS_CALL(false, "first");
@@ -133,7 +124,7 @@ TEST(AutoSync, FailureToLockLeavesNothingToUnlock) {
     const LibcFault unlock(LibcCall::kMutexUnlock, EPERM);
     {
         const LibcFault lock(LibcCall::kMutexLock, EINVAL);
-        EXPECT_EQ(FailureOf([&] { const AutoSync<Mutex> guard(mutex); }),
+        EXPECT_EQ(FailureTextOf([&] { const AutoSync<Mutex> guard(mutex); }),
                   "Unable to lock mutex [OS call failed:22(Invalid argument)]");
     }
     EXPECT_FALSE(unlock.Happened());
@@ -169,7 +160,7 @@ TEST(Guards, WriteReferenceTakesTheMutexOfReadReference) {
     ReferenceCount object;
     const LibcFault fault(LibcCall::kMutexLock, EDEADLK, 2);
     const AutoReadReference reader(object);
-    EXPECT_EQ(FailureOf([&] { const AutoWriteReference writer(object); }),
+    EXPECT_EQ(FailureTextOf([&] { const AutoWriteReference writer(object); }),
               "Unable to lock mutex [OS call failed:35(Resource deadlock avoided)]");
 }
 
@@ -196,7 +187,7 @@ TEST(AutoLockingPointer, IsClearedEvenIfTheObjectsDestructorThrows) {
     LockablePointer<Throwing> pointer;
     AutoLockingPointer<Throwing> guard(pointer);
     guard.Set(new Throwing);
-    EXPECT_EQ(FailureOf([&] { guard.Delete(); }), "Memory allocation failed:gone");
+    EXPECT_EQ(FailureTextOf([&] { guard.Delete(); }), "Memory allocation failed:gone");
     EXPECT_FALSE(guard);
 }
 
@@ -217,7 +208,7 @@ TEST(InterProcessLock, FileIsThereForItsLifeAndOpenToEveryone) {
 TEST(InterProcessLock, UnopenableFileSaysSoAndLeavesUmaskAtZero) {
     const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
     const mode_t before = ::umask(022);
-    EXPECT_EQ(FailureOf([] { const InterProcessLock lock("Name"); }),
+    EXPECT_EQ(FailureTextOf([] { const InterProcessLock lock("Name"); }),
               "Unable to open lock file [OS call failed:2(No such file or directory)]");
     EXPECT_EQ(::umask(before), 0U) << "kept as is: the mask stays at 0 after a failed open";
 }
@@ -274,7 +265,7 @@ TEST(InterProcessLock, FailureToLockSaysSo) {
     const RunDirectory run;
     InterProcessLock lock("Name");
     const LibcFault fault(LibcCall::kFcntl, ENOLCK);
-    EXPECT_EQ(FailureOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
+    EXPECT_EQ(FailureTextOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
               "Can not lock [OS call failed:37(No locks available)]");
 }
 
@@ -282,7 +273,7 @@ TEST(InterProcessLock, FailureToUnlockSaysSo) {
     const RunDirectory run;
     InterProcessLock lock("Name");
     const LibcFault fault(LibcCall::kFcntl, EIO, 2);
-    EXPECT_EQ(FailureOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
+    EXPECT_EQ(FailureTextOf([&] { const AutoSync<InterProcessLock> guard(lock); }),
               "Can not unlock [OS call failed:5(Input/output error)]");
 }
 

@@ -12,6 +12,7 @@
 #include "Support/ValidationException.h"
 #include "support/DiagnosticTrace.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 
 namespace {
 
@@ -19,22 +20,12 @@ using ::testing::ElementsAre;
 using ::testing::EndsWith;
 using ::testing::IsEmpty;
 
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const ExtendedException<std::runtime_error>& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
-
 std::string OpenFailure() {
-    return FailureOf([] { const SharedMemory region("Region"); });
+    return FailureTextOf([] { const SharedMemory region("Region"); });
 }
 
 std::string CreateFailure(int size = 100) {
-    return FailureOf([size] { const SharedMemory region("Region", size); });
+    return FailureTextOf([size] { const SharedMemory region("Region", size); });
 }
 
 mode_t ModeOf(const std::string& path) {
@@ -185,7 +176,7 @@ TEST(SharedMemory, FullDiskIsFoundBeforeAPageIsTouched) {
 TEST(SharedMemory, FileSystemThatCannotClaimRoomIsNoFailure) {
     const RunDirectory run;
     const LibcFault fault(LibcCall::kFallocate, EOPNOTSUPP);
-    EXPECT_EQ(CreateFailure(), "no failure");
+    EXPECT_EQ(CreateFailure(), kNoFailure);
     EXPECT_TRUE(fault.Happened());
 }
 
@@ -231,7 +222,7 @@ TEST(SharedMemory, RegionSmallerThanItsUseNeedsIsRefusedLikeAnEmptyOne) {
     const RunDirectory run;
     const SharedMemory region("Region", 10);
     region.Require(10);
-    EXPECT_EQ(FailureOf([&] { region.Require(11); }),
+    EXPECT_EQ(FailureTextOf([&] { region.Require(11); }),
               "Can not open file mapping [OS call failed:22(Invalid argument)]");
 }
 

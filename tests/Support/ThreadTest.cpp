@@ -12,6 +12,7 @@
 #include "Support/Thread.h"
 #include "support/DiagnosticTrace.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 
 namespace {
 
@@ -20,16 +21,6 @@ using ::testing::MatchesRegex;
 
 constexpr const char* kCreated = "Thread: Thread [0-9]+ created\\.";
 constexpr const char* kReturns = "Thread: Worker function for thread ID:[0-9]+ returns:0";
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 // Ends when told to, and says when it runs.
 struct Loop {
@@ -108,7 +99,7 @@ TEST(MultithreadizedObject, WritesNothingWithDiagnosticModeOff) {
 TEST(MultithreadizedObject, FailureToStartSaysSo) {
     Loop loop;
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
-    EXPECT_EQ(FailureOf([&] { const LoopThread thread(loop); }),
+    EXPECT_EQ(FailureTextOf([&] { const LoopThread thread(loop); }),
               "Failed to create worker thread [OS call failed:11(Resource temporarily "
               "unavailable)]");
 }
@@ -117,7 +108,7 @@ TEST(MultithreadizedObject, FailureToJoinLeavesTheDestructor) {
     Loop loop;
     loop.stop.store(true);
     const LibcFault fault(LibcCall::kPthreadJoin, EDEADLK);
-    EXPECT_EQ(FailureOf([&] { const LoopThread thread(loop); }),
+    EXPECT_EQ(FailureTextOf([&] { const LoopThread thread(loop); }),
               "Faied waiting for thread to terminate [OS call failed:35(Resource deadlock "
               "avoided)]");
 }
@@ -126,7 +117,7 @@ TEST(MultithreadizedObject, FailureToJoinIsDroppedBehindAnotherException) {
     Loop loop;
     loop.stop.store(true);
     const LibcFault fault(LibcCall::kPthreadJoin, EDEADLK);
-    EXPECT_EQ(FailureOf([&] {
+    EXPECT_EQ(FailureTextOf([&] {
                   const LoopThread thread(loop);
                   throw std::runtime_error("first");
               }),
@@ -191,7 +182,7 @@ TEST(TimerClassMemberFunction, WritesNothingWithDiagnosticModeOff) {
 TEST(TimerClassMemberFunction, FailureToStartSaysSo) {
     std::counting_semaphore<> called{0};
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
-    EXPECT_EQ(FailureOf([&] { const Timer timer(Target{.called = &called}, 1); }),
+    EXPECT_EQ(FailureTextOf([&] { const Timer timer(Target{.called = &called}, 1); }),
               "Failed to create worker thread [OS call failed:11(Resource temporarily "
               "unavailable)]");
 }
@@ -199,7 +190,7 @@ TEST(TimerClassMemberFunction, FailureToStartSaysSo) {
 TEST(TimerClassMemberFunction, FailureToJoinLeavesTheDestructor) {
     std::counting_semaphore<> called{0};
     const LibcFault fault(LibcCall::kPthreadJoin, ESRCH);
-    EXPECT_EQ(FailureOf([&] { const Timer timer(Target{.called = &called}, 1); }),
+    EXPECT_EQ(FailureTextOf([&] { const Timer timer(Target{.called = &called}, 1); }),
               "Faied waiting for thread to terminate [OS call failed:3(No such process)]");
 }
 

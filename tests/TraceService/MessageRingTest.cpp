@@ -12,6 +12,7 @@
 #include "Support/ValidationException.h"
 #include "TraceService/MessageRing.h"
 #include "support/DiagnosticTrace.h"
+#include "support/RaisedFailure.h"
 #include "support/RegionFile.h"
 
 namespace {
@@ -55,16 +56,6 @@ class SmallRing {
     RegionFile file_;
 };
 
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
-
 constexpr const char* kInsufficient = "Bad logic:Insufficent data to be read";
 
 TEST(MessageRing, InitialiseWritesTheThreeHeaderWordsAndNoData) {
@@ -81,9 +72,9 @@ TEST(MessageRing, InitialiseWritesTheThreeHeaderWordsAndNoData) {
 TEST(MessageRing, RegionTooSmallForTheRingIsRefused) {
     const RunDirectory run;
     SharedMemory region("Ring", 523);
-    EXPECT_EQ(FailureOf([&] { const MessageRing ring(region, MessageRing::kMessageCapacity); }),
+    EXPECT_EQ(FailureTextOf([&] { const MessageRing ring(region, MessageRing::kMessageCapacity); }),
               "Can not open file mapping [OS call failed:22(Invalid argument)]");
-    EXPECT_EQ(FailureOf([&] { const MessageRing ring(region, 511); }), "no failure");
+    EXPECT_EQ(FailureTextOf([&] { const MessageRing ring(region, 511); }), kNoFailure);
 }
 
 TEST(MessageRing, FrameThatLeavesOneByteFreeIsWritten) {
@@ -170,15 +161,15 @@ TEST(MessageRing, ReaderSeesWhatWasThereWhenItWasMade) {
     // A hostile writer moves its position meanwhile.
     small.File().SetWord(RegionFile::kWrite, 15);
     std::array<char, 3> three{};
-    EXPECT_EQ(FailureOf([&] { reader.Read(three.data(), 3); }), kInsufficient);
+    EXPECT_EQ(FailureTextOf([&] { reader.Read(three.data(), 3); }), kInsufficient);
     reader.Read(three.data(), 2);
-    EXPECT_EQ(FailureOf([&] { reader.Skip(1); }), kInsufficient);
+    EXPECT_EQ(FailureTextOf([&] { reader.Skip(1); }), kInsufficient);
 }
 
 TEST(MessageRing, ReadingMoreThanThereIsConsumesNothing) {
     SmallRing small;
     small.Ring().Append("abc");
-    EXPECT_EQ(FailureOf([&] { small.Read(4); }), kInsufficient);
+    EXPECT_EQ(FailureTextOf([&] { small.Read(4); }), kInsufficient);
     EXPECT_EQ(small.Get(), Positions(0, 3));
     EXPECT_EQ(small.Read(3), "abc");
 }
@@ -213,7 +204,7 @@ TEST(MessageRing, ReaderFailsAndEmptiesTheRingWhenAPositionIsOutside) {
                                                       {{0x80000000, 0x7FFFFFFF}, {0, 0}}}) {
         small.Set(outside);
         EXPECT_TRUE(small.Ring().HoldsBytes());
-        EXPECT_EQ(FailureOf([&] { const MessageRing::Reader reader(small.Ring()); }),
+        EXPECT_EQ(FailureTextOf([&] { const MessageRing::Reader reader(small.Ring()); }),
                   kInsufficient);
         EXPECT_EQ(small.Get(), emptied);
         EXPECT_FALSE(small.Ring().HoldsBytes());

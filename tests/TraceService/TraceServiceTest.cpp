@@ -12,6 +12,7 @@
 #include "TraceService/TraceService.h"
 #include "support/DiagnosticTrace.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 #include "support/RegionFile.h"
 
 namespace {
@@ -22,16 +23,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 constexpr const char* kInsufficient = "Bad logic:Insufficent data to be read";
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 std::string Bytes(std::initializer_list<int> values) {
     std::string bytes;
@@ -89,7 +80,7 @@ TEST(SendRecord, LeavesTheServersFileAloneAndNoLockFile) {
 
 TEST(SendRecord, WithoutAServiceSaysSoAndLeavesNoLockFile) {
     const RunDirectory run;
-    EXPECT_EQ(FailureOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),
+    EXPECT_EQ(FailureTextOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),
               "Can not open file [OS call failed:2(No such file or directory)]");
     EXPECT_THAT(run.Files(), IsEmpty());
 }
@@ -98,7 +89,7 @@ TEST(SendRecord, EveryUnusableServerRegionSaysSo) {
     const RunDirectory run;
     const std::string path = run / "ZynServerMessageBuffer.map";
     const auto failure = [] {
-        return FailureOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); });
+        return FailureTextOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); });
     };
     for (const std::size_t size :
          {std::size_t{0}, std::size_t{1}, std::size_t{11}, std::size_t{12}, std::size_t{523}}) {
@@ -115,7 +106,7 @@ TEST(SendRecord, EveryUnusableServerRegionSaysSo) {
 TEST(SendRecord, FailureToLockSaysSoAndSendsNothing) {
     const ServerRing server;
     const LibcFault fault(LibcCall::kFcntl, ENOLCK);
-    EXPECT_EQ(FailureOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),
+    EXPECT_EQ(FailureTextOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),
               "Can not lock [OS call failed:37(No locks available)]");
     EXPECT_EQ(server.Sent(), "");
     EXPECT_THAT(server.Run().Files(), ElementsAre("ZynServerMessageBuffer.map"));
@@ -199,7 +190,7 @@ class Receiving {
     }
     void Fill(const std::string& bytes) const { file_.Fill(bytes); }
     std::string Receive() {
-        return FailureOf([this] { ReceiveFrame(ring_, recorder); });
+        return FailureTextOf([this] { ReceiveFrame(ring_, recorder); });
     }
     // Receives until the ring is empty; every failure is a new entry.
     std::vector<std::string> Drain() {
@@ -223,18 +214,18 @@ class Receiving {
 
 TEST(ReceiveFrame, EmptyRingReturnsWithoutCallingTheHandler) {
     Receiving receiving;
-    EXPECT_EQ(receiving.Receive(), "no failure");
+    EXPECT_EQ(receiving.Receive(), kNoFailure);
     EXPECT_THAT(receiving.recorder.headers, IsEmpty());
 }
 
 TEST(ReceiveFrame, TakesOneFrameAtATime) {
     Receiving receiving;
     receiving.Fill(kConfirmation + RegionFile::Frame(8, 4));
-    EXPECT_EQ(receiving.Receive(), "no failure");
+    EXPECT_EQ(receiving.Receive(), kNoFailure);
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
     EXPECT_EQ(receiving.recorder.headers[0].processId, 7U);
     EXPECT_EQ(receiving.ReadPosition(), 13U);
-    EXPECT_EQ(receiving.Receive(), "no failure");
+    EXPECT_EQ(receiving.Receive(), kNoFailure);
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3, 4));
 }
 
@@ -247,7 +238,7 @@ TEST(ReceiveFrame, ReassemblesAFrameAtEveryPlaceOfASplit) {
         receiving.File().SetWord(RegionFile::kRead, 512 - tail);
         receiving.File().SetWord(RegionFile::kWrite,
                                  static_cast<std::uint32_t>(frame.size()) - tail);
-        EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+        EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
         EXPECT_THAT(receiving.recorder.changes, ElementsAre(1));
     }
 }
@@ -255,14 +246,14 @@ TEST(ReceiveFrame, ReassemblesAFrameAtEveryPlaceOfASplit) {
 TEST(ReceiveFrame, IdIsReadAndNotUsed) {
     Receiving receiving;
     receiving.Fill(Bytes({0x2A}) + Bytes({0x34, 0x12}) + kConfirmation.substr(1));
-    EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+    EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
 }
 
 TEST(ReceiveFrame, OtherBitsOfTheHeaderByteMeanNothing) {
     Receiving receiving;
     receiving.Fill(Bytes({0xDA}) + kConfirmation.substr(1));
-    EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+    EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
 }
 
@@ -282,10 +273,10 @@ TEST(ReceiveFrame, EveryOtherKindIsSkippedWholeAndTheNextFrameIsRead) {
                 frame += RegionFile::Text(9) + "123456789";
             }
             receiving.Fill(frame + kConfirmation);
-            EXPECT_EQ(receiving.Receive(), "no failure");
+            EXPECT_EQ(receiving.Receive(), kNoFailure);
             EXPECT_THAT(receiving.recorder.headers, IsEmpty()) << "kind " << kind;
             EXPECT_EQ(receiving.ReadPosition(), frame.size()) << "kind " << kind;
-            EXPECT_EQ(receiving.Receive(), "no failure");
+            EXPECT_EQ(receiving.Receive(), kNoFailure);
             EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
         }
     }
@@ -321,7 +312,7 @@ TEST(ReceiveFrame, MessageLargerThanTheBufferIsRefusedThoughTheRingHoldsIt) {
     Receiving receiving(4096);
     const std::string record = RegionFile::Text(7) + RegionFile::Text(3);
     receiving.Fill(Bytes({0x0A}) + RegionFile::Text(1024) + record + std::string(1016, 'x'));
-    EXPECT_EQ(receiving.Receive(), "no failure");
+    EXPECT_EQ(receiving.Receive(), kNoFailure);
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
     receiving.Fill(Bytes({0x0A}) + RegionFile::Text(1025) + record + std::string(1017, 'x'));
     EXPECT_EQ(receiving.Receive(), kInsufficient);
@@ -333,20 +324,20 @@ TEST(ReceiveFrame, MessageShorterThanItsRecordIsConsumedAndIgnored) {
     const std::string order = RegionFile::Frame(7, 2, 1, 0).substr(5);
     for (std::uint32_t length = 0; length < order.size(); ++length) {
         receiving.Fill(Bytes({0x0A}) + RegionFile::Text(length) + order.substr(0, length));
-        EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+        EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
         EXPECT_EQ(receiving.ReadPosition(), 5 + length);
     }
     EXPECT_THAT(receiving.recorder.headers, IsEmpty());
     receiving.Fill(RegionFile::Frame(7, 1, 0).substr(0, 1) + RegionFile::Text(8) +
                    RegionFile::Text(7) + RegionFile::Text(1));
-    EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+    EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
     EXPECT_THAT(receiving.recorder.headers, IsEmpty());
 }
 
 TEST(ReceiveFrame, MessageLongerThanItsRecordIsHandled) {
     Receiving receiving;
     receiving.Fill(RegionFile::Frame(7, 2, 1, 0, 99, 98) + RegionFile::Frame(7, 3, 1));
-    EXPECT_THAT(receiving.Drain(), Each("no failure"));
+    EXPECT_THAT(receiving.Drain(), Each(kNoFailure));
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(2, 3));
     EXPECT_THAT(receiving.recorder.changes, ElementsAre(1));
 }
@@ -358,7 +349,7 @@ TEST(ReceiveFrame, PositionOutsideTheRingFailsOnceAndEmptiesIt) {
     receiving.File().SetWord(RegionFile::kRead, 0xFFFFFFFF);
     EXPECT_THAT(receiving.Drain(), ElementsAre(kInsufficient));
     receiving.Fill(kConfirmation);
-    EXPECT_THAT(receiving.Drain(), ElementsAre("no failure"));
+    EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
 }
 
@@ -455,7 +446,7 @@ TEST(ServiceClient, ConfirmationAtTheLastPollIsInTime) {
 TEST(ServiceClient, ConfirmationAfterTheLastPollIsTooLate) {
     const ServerRing server;
     const ConfirmAfter service(server.Run(), 20);
-    EXPECT_EQ(FailureOf([] { const RegisteredClient client; }),
+    EXPECT_EQ(FailureTextOf([] { const RegisteredClient client; }),
               "Bad logic:Timeout waiting registration confirmation");
     EXPECT_EQ(service.Sleeps(), 20);
 }
@@ -463,7 +454,7 @@ TEST(ServiceClient, ConfirmationAfterTheLastPollIsTooLate) {
 TEST(ServiceClient, FailedRegistrationSendsNoUnregistrationAndLeavesNoFile) {
     const ServerRing server;
     const SleepScript silence;
-    EXPECT_EQ(FailureOf([] { const RegisteredClient client; }),
+    EXPECT_EQ(FailureTextOf([] { const RegisteredClient client; }),
               "Bad logic:Timeout waiting registration confirmation");
     EXPECT_EQ(silence.Calls(), 20);
     EXPECT_EQ(server.Sent(), Registration(0));
@@ -485,7 +476,7 @@ TEST(ServiceClient, OneFrameIsReadPerPoll) {
 TEST(ServiceClient, WithoutAServiceTheRegistrationFailsAtOnce) {
     const RunDirectory run;
     const SleepScript script;
-    EXPECT_EQ(FailureOf([] { const RegisteredClient client; }),
+    EXPECT_EQ(FailureTextOf([] { const RegisteredClient client; }),
               "Can not open file [OS call failed:2(No such file or directory)]");
     EXPECT_EQ(script.Calls(), 0);
     EXPECT_THAT(run.Files(), IsEmpty());

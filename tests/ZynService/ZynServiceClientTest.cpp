@@ -9,6 +9,7 @@
 
 #include "ZynService/ZynServiceClient.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 #include "support/ScriptedService.h"
 
 namespace {
@@ -24,16 +25,6 @@ constexpr const char* kConfig =
 <Global><GLabel name="L" state="1"/></Global>
 <Module name="M" state="1"/>
 </ZYNConfig>)";
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 MessageRuntimeConfigurationChange RequestOf(ConfigurationChange change) {
     return {.header = {.processId = static_cast<std::uint32_t>(::getpid()),
@@ -56,7 +47,7 @@ class ZynServiceClientTest : public ::testing::Test {
     void TearDown() override { Disconnect(); }
 
     std::string Send(ConfigurationChange change) {
-        return FailureOf([&] { *client_ << RequestOf(change); });
+        return FailureTextOf([&] { *client_ << RequestOf(change); });
     }
     // As a trace call asks that belongs to no client in particular.
     bool Enabled() {
@@ -95,7 +86,7 @@ TEST_F(ZynServiceClientTest, ConfigurationThatCannotBeReadFailsNoOneAndStaysUnlo
     EXPECT_FALSE(filter_->Loaded());
     EXPECT_FALSE(Enabled());
     const SleepScript confirming([this](int) { service_.Deliver(service_.Confirmation()); });
-    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+    EXPECT_EQ(Send(ConfigurationChange::kPause), kNoFailure);
 }
 
 TEST_F(ZynServiceClientTest, StartIsTracedInOrder) {
@@ -112,7 +103,7 @@ TEST_F(ZynServiceClientTest, StartIsTracedInOrder) {
 
 TEST_F(ZynServiceClientTest, WithoutTheSeedItFailsBeforeItRegisters) {
     std::filesystem::remove(run_ / "ZynRecordSequenceNumberSeed.map");
-    EXPECT_EQ(FailureOf([this] { Connect(); }),
+    EXPECT_EQ(FailureTextOf([this] { Connect(); }),
               "Can not open file [OS call failed:2(No such file or directory)]");
     EXPECT_EQ(service_.Sent(), "");
     EXPECT_FALSE(service_.ClientFilesExist());
@@ -121,7 +112,7 @@ TEST_F(ZynServiceClientTest, WithoutTheSeedItFailsBeforeItRegisters) {
 TEST_F(ZynServiceClientTest, SeedThatHoldsNoWholeNumberIsRefused) {
     for (const std::size_t size : {std::size_t{0}, std::size_t{3}}) {
         WriteFile(run_ / "ZynRecordSequenceNumberSeed.map", std::string(size, 'x'));
-        EXPECT_EQ(FailureOf([this] { Connect(); }),
+        EXPECT_EQ(FailureTextOf([this] { Connect(); }),
                   "Can not open file mapping [OS call failed:22(Invalid argument)]");
         EXPECT_FALSE(service_.ClientFilesExist());
     }
@@ -129,7 +120,7 @@ TEST_F(ZynServiceClientTest, SeedThatHoldsNoWholeNumberIsRefused) {
 
 TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeSaysSo) {
     const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
-    EXPECT_EQ(FailureOf([this] { Connect(); }),
+    EXPECT_EQ(FailureTextOf([this] { Connect(); }),
               "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
     EXPECT_EQ(service_.Sent(), "");
     EXPECT_FALSE(service_.ClientFilesExist());
@@ -137,7 +128,7 @@ TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeSaysSo) {
 
 TEST_F(ZynServiceClientTest, SilentServiceFailsTheConstructorAfterTwentySleepsAndLeavesNothing) {
     const SleepScript silence;
-    EXPECT_EQ(FailureOf([this] { const ZynServiceClient client(1, *filter_); }),
+    EXPECT_EQ(FailureTextOf([this] { const ZynServiceClient client(1, *filter_); }),
               "Bad logic:Timeout waiting registration confirmation");
     EXPECT_EQ(silence.Calls(), 20);
     EXPECT_EQ(silence.Microseconds(), 100'000U);
@@ -149,7 +140,7 @@ TEST_F(ZynServiceClientTest, SilentServiceFailsTheConstructorAfterTwentySleepsAn
 TEST_F(ZynServiceClientTest, ThreadThatCannotBeStartedUnregistersAndSaysSo) {
     const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
-    EXPECT_EQ(FailureOf([this] { const ZynServiceClient client(1, *filter_); }),
+    EXPECT_EQ(FailureTextOf([this] { const ZynServiceClient client(1, *filter_); }),
               "Failed to create worker thread [OS call failed:11(Resource temporarily "
               "unavailable)]");
     EXPECT_EQ(service_.Sent(), service_.Unregistration());
@@ -247,7 +238,7 @@ TEST_F(ZynServiceClientTest, RequestIsSentByteForByteAndConfirmed) {
          {ConfigurationChange::kReload, ConfigurationChange::kPause, ConfigurationChange::kResume,
           ConfigurationChange::kPreservationOn, ConfigurationChange::kPreservationOff}) {
         const SleepScript confirming([this](int) { service_.Deliver(service_.Confirmation()); });
-        EXPECT_EQ(Send(change), "no failure");
+        EXPECT_EQ(Send(change), kNoFailure);
         EXPECT_EQ(confirming.Calls(), 1);
         EXPECT_EQ(service_.Sent(), service_.Request(static_cast<std::uint32_t>(change)));
     }
@@ -258,7 +249,7 @@ TEST_F(ZynServiceClientTest, ConfirmationThatComesBeforeTheFirstLookCostsNoSleep
     const SleepScript script;
     // Removing the lock file is the sender's last step.
     const LibcFault sent(LibcCall::kUnlink, [this] { service_.Deliver(service_.Confirmation()); });
-    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+    EXPECT_EQ(Send(ConfigurationChange::kPause), kNoFailure);
     EXPECT_EQ(script.Calls(), 0);
 }
 
@@ -269,7 +260,7 @@ TEST_F(ZynServiceClientTest, ConfirmationAtTheTwentiethSleepIsSeenByALastLook) {
             service_.Deliver(service_.Confirmation());
         }
     });
-    EXPECT_EQ(Send(ConfigurationChange::kPause), "no failure");
+    EXPECT_EQ(Send(ConfigurationChange::kPause), kNoFailure);
     EXPECT_EQ(script.Calls(), 20);
     EXPECT_EQ(script.Microseconds(), 100'000U);
 }

@@ -13,6 +13,7 @@
 
 #include "ZynService/ZynServiceMonitor.h"
 #include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 #include "support/ScriptedService.h"
 
 namespace {
@@ -25,16 +26,6 @@ using ::testing::Not;
 constexpr const char* kTimeout = "Bad logic:Timeout waiting registration confirmation";
 constexpr const char* kNoThread =
     "Failed to create worker thread [OS call failed:11(Resource temporarily unavailable)]";
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "no failure";
-}
 
 // A process that does nothing until it is ended.
 class IdleProcess {
@@ -236,7 +227,7 @@ TEST_F(ZynServiceMonitorTest, FailedRegistrationLeavesTheServiceNotFoundAndIsTri
     service_.Announce(std::to_string(::getpid()));
     {
         const SleepScript silence;
-        EXPECT_EQ(FailureOf([this] { monitor_.Check(); }), kTimeout);
+        EXPECT_EQ(FailureTextOf([this] { monitor_.Check(); }), kTimeout);
         EXPECT_EQ(silence.Calls(), 20);
     }
     EXPECT_EQ(monitor_.ServicePid(), 0U);
@@ -299,7 +290,7 @@ TEST_F(ZynServiceMonitorTest, FailedRegistrationEndsTheWorker) {
             service_.Announce(std::to_string(::getpid()));
         }
     });
-    EXPECT_EQ(FailureOf([this] { monitor_.Worker(); }), kTimeout);
+    EXPECT_EQ(FailureTextOf([this] { monitor_.Worker(); }), kTimeout);
     EXPECT_EQ(silence.Calls(), 21);
 }
 
@@ -313,7 +304,7 @@ class ZynServiceMonitorProxyTest : public ServiceTest {
         proxy_.reset();
     }
     [[nodiscard]] std::string Start() {
-        return FailureOf([this] { proxy_->CreateMonitorOnDemand(); });
+        return FailureTextOf([this] { proxy_->CreateMonitorOnDemand(); });
     }
 
     std::unique_ptr<ZynServiceMonitorProxy> proxy_ = std::make_unique<ZynServiceMonitorProxy>();
@@ -322,22 +313,22 @@ class ZynServiceMonitorProxyTest : public ServiceTest {
 TEST_F(ZynServiceMonitorProxyTest, FirstCallConnectsBeforeItReturns) {
     service_.Announce(std::to_string(::getpid()));
     const Confirming confirming(service_);
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_TRUE(HasClient());
     EXPECT_EQ(run_.Trace().front(), "ZYnServiceMonitor created");
 }
 
 TEST_F(ZynServiceMonitorProxyTest, WithoutAServiceTheMonitorRunsAllTheSame) {
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_FALSE(HasClient());
     EXPECT_THAT(run_.Trace(),
                 Contains(::testing::MatchesRegex("Thread: Thread [0-9]+ created\\.")));
 }
 
 TEST_F(ZynServiceMonitorProxyTest, LaterCallsTakeNoLock) {
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_FALSE(fault.Happened());
 }
 
@@ -353,7 +344,7 @@ TEST_F(ZynServiceMonitorProxyTest, FailedRegistrationReachesTheCallerAndTheNextC
     EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 2U);
     EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor deleted"), 2U);
     const Confirming confirming(service_);
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_TRUE(HasClient());
 }
 
@@ -363,7 +354,7 @@ TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedDeletesTheMonitor) {
         EXPECT_EQ(Start(), kNoThread);
     }
     EXPECT_EQ(run_.Trace().back(), "ZYnServiceMonitor deleted");
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
 }
 
 TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedLeavesNoClientBehind) {
@@ -377,14 +368,14 @@ TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedLeavesNoClientBehind
     EXPECT_FALSE(HasClient());
     EXPECT_EQ(service_.Sent(), service_.Unregistration());
     EXPECT_FALSE(service_.ClientFilesExist());
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_TRUE(HasClient());
 }
 
 TEST_F(ZynServiceMonitorProxyTest, CloseEndsTheThreadAndUnregisters) {
     service_.Announce(std::to_string(::getpid()));
     const Confirming confirming(service_);
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     proxy_->Close();
     EXPECT_FALSE(HasClient());
     EXPECT_EQ(service_.Sent(), service_.Unregistration());
@@ -400,14 +391,14 @@ TEST_F(ZynServiceMonitorProxyTest, ClosedProxyStartsNoMonitorAndCanBeClosedAgain
     service_.Announce(std::to_string(::getpid()));
     const SleepScript script;
     proxy_->Close();
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     EXPECT_FALSE(HasClient());
     proxy_->Close();
     EXPECT_THAT(run_.Trace(), IsEmpty());
 }
 
 TEST_F(ZynServiceMonitorProxyTest, CloseSwallowsAFailedJoin) {
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     const LibcFault fault(LibcCall::kPthreadJoin, ESRCH);
     proxy_->Close();
     EXPECT_TRUE(fault.Happened());
@@ -416,7 +407,7 @@ TEST_F(ZynServiceMonitorProxyTest, CloseSwallowsAFailedJoin) {
 TEST_F(ZynServiceMonitorProxyTest, DestructorCloses) {
     service_.Announce(std::to_string(::getpid()));
     const Confirming confirming(service_);
-    EXPECT_EQ(Start(), "no failure");
+    EXPECT_EQ(Start(), kNoFailure);
     proxy_.reset();
     EXPECT_EQ(service_.Sent(), service_.Unregistration());
     EXPECT_FALSE(service_.ClientFilesExist());

@@ -6,11 +6,15 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "Support/ValidationException.h"
 
+// The text when nothing was raised.
+inline constexpr const char* kNoFailure = "<nothing was raised>";
+
 struct RaisedFailure {
-    std::string text = "<nothing was raised>";
+    std::string text = kNoFailure;
     std::string file;
 
     // Whether the check that raised it stands in the module of this name.
@@ -29,6 +33,12 @@ template <typename Action>
         return {failure.what(), place != nullptr ? place->file : std::string()};
     }
     return {};
+}
+
+// The text alone.
+template <typename Action>
+[[nodiscard]] std::string FailureTextOf(Action&& action) {
+    return FailureOf(std::forward<Action>(action)).text;
 }
 
 #endif

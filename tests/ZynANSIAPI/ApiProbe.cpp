@@ -1,0 +1,109 @@
+// An application that uses the client programming interface in the ways that a test names:
+//   fork           a request, then another in a child and in the parent after the fork
+//   threads        queries on several threads until the input ends, then the number of answers that
+//                  no configuration gives
+//   leave          returns from main while other threads still query
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ZynANSIAPI/ZynANSIAPI.h"
+
+namespace {
+
+void Say(const std::string& line) {
+    const std::string text = line + "\n";
+    static_cast<void>(::write(STDOUT_FILENO, text.data(), text.size()));
+}
+
+int Fork() {
+    Say("before " + std::to_string(ZynPause()));
+    const pid_t child = ::fork();
+    if (child == 0) {
+        Say("child " + std::to_string(ZynPause()));
+        return 0;
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    Say("child status " + std::to_string(status));
+    Say("parent " + std::to_string(ZynPause()));
+    return 0;
+}
+
+struct Handles {
+    int module = -1;
+    int on = -1;
+    int off = -1;
+};
+
+bool Take(Handles& handles) {
+    return ZynGetModuleHandle("M", &handles.module) == 0 &&
+           ZynGetLabelHandle("On", &handles.on) == 0 &&
+           ZynGetLabelHandle("Off", &handles.off) == 0 &&
+           ZynRegisterClient(handles.module, 1, "C") == 0;
+}
+
+int Threads() {
+    Handles handles;
+    if (!Take(handles)) {
+        return 1;
+    }
+    std::atomic<bool> stop{false};
+    std::atomic<long> wrong{0};
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&] {
+            while (!stop.load(std::memory_order_relaxed)) {
+                // "Off" is off in every configuration; the other label may be either.
+                wrong += ZynTraceEnabledEx(handles.module, 1, handles.off);
+                static_cast<void>(ZynTraceEnabledEx(handles.module, 1, handles.on));
+                wrong += ZynRegisterClient(handles.module, 1, "C");
+            }
+        });
+    }
+    Say("running");
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+    stop = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    Say("wrong " + std::to_string(wrong));
+    Say("on " + std::to_string(ZynTraceEnabledEx(handles.module, 1, handles.on)));
+    return 0;
+}
+
+int Leave() {
+    Handles handles;
+    if (!Take(handles)) {
+        return 1;
+    }
+    for (int i = 0; i < 3; ++i) {
+        std::thread([handles] {
+            for (;;) {
+                static_cast<void>(ZynTraceEnabledEx(handles.module, 1, handles.on));
+            }
+        }).detach();
+    }
+    Say("leaving");
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const std::string scenario = argc == 2 ? argv[1] : "";
+    if (scenario == "fork") {
+        return Fork();
+    }
+    if (scenario == "threads") {
+        return Threads();
+    }
+    return scenario == "leave" ? Leave() : 2;
+}
