@@ -1,0 +1,245 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <ostream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "Support/Logging.h"
+#include "Support/ValidationException.h"
+#include "support/DiagnosticMode.h"
+#include "support/EnvironmentVariable.h"
+#include "support/FaultInjection.h"
+#include "support/Files.h"
+#include "support/SyslogCapture.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// The mode is read once per process; tests need more than one.
+void ForgetMode() { LoggingTestAccess::SetMode(Logging::kDiagnosticModeUnknown); }
+
+class LoggingTest : public testing::Test {
+  protected:
+    LoggingTest() { ForgetMode(); }
+    ~LoggingTest() override { ForgetMode(); }
+    LoggingTest(const LoggingTest&) = delete;
+    LoggingTest& operator=(const LoggingTest&) = delete;
+
+    void MakeDirectory() { static_cast<void>(directory_.MakeDirectory("temp/ZYN")); }
+
+    [[nodiscard]] std::string Trace() const { return ReadFile(path_); }
+
+    // What the lines say; every one must be stamped.
+    [[nodiscard]] std::vector<std::string> Lines() const {
+        const std::regex stamped("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3} ZYNCLIENT: (.*)");
+        std::vector<std::string> texts;
+        std::istringstream trace(Trace());
+        for (std::string line; std::getline(trace, line);) {
+            std::smatch match;
+            texts.push_back(std::regex_match(line, match, stamped) ? match[1].str()
+                                                                   : "<no stamp>" + line);
+        }
+        return texts;
+    }
+
+    static std::vector<std::string> SystemLog() {
+        std::vector<std::string> texts;
+        for (const SyslogRecord& record : SyslogCapture::Take()) {
+            EXPECT_EQ(record.priority, LOG_ERR);
+            EXPECT_EQ(record.ident, "") << "no openlog precedes these";
+            texts.push_back(record.text);
+        }
+        return texts;
+    }
+
+    TempDirectory directory_;
+    EnvironmentVariable home_{"KORVA_VANTOREL_DIR", directory_.Path()};
+    EnvironmentVariable mode_{"DIAGNOSTIC_MODE", std::nullopt};
+    SyslogCapture syslog_;
+    const std::string path_ = directory_ / "temp/ZYN/trace.txt";
+};
+
+TEST_F(LoggingTest, OnlyExactlyOneTurnsTheModeOn) {
+    EXPECT_EQ(Logging::GetDiagnosticMode(), 1);
+    for (const char* value : {"0", "", "yes", "1 ", " 1", "11", "2"}) {
+        ForgetMode();
+        mode_.Set(value);
+        EXPECT_EQ(Logging::GetDiagnosticMode(), 1) << value;
+    }
+    ForgetMode();
+    mode_.Set("1");
+    EXPECT_EQ(Logging::GetDiagnosticMode(), 2);
+}
+
+TEST_F(LoggingTest, ModeIsReadOnce) {
+    EXPECT_EQ(Logging::GetDiagnosticMode(), 1);
+    mode_.Set("1");
+    EXPECT_EQ(Logging::GetDiagnosticMode(), 1);
+}
+
+TEST_F(LoggingTest, EndOfLineWritesTheStampedText) {
+    MakeDirectory();
+    Logging log;
+    log << "abc" << 5;
+    log << std::endl;
+    EXPECT_TRUE(std::regex_match(
+        Trace(), std::regex("[0-9]{2}:[0-9]{2}:[0-9]{2}\\.[0-9]{3} ZYNCLIENT: abc5\n")))
+        << Trace();
+}
+
+TEST_F(LoggingTest, OtherManipulatorsDoNothing) {
+    MakeDirectory();
+    Logging log;
+    log << "abc";
+    log << std::flush;
+    log << std::ends;
+    EXPECT_THAT(ListDirectory(directory_ / "temp/ZYN"), IsEmpty());
+    EXPECT_EQ(log.str(), "abc") << "neither applied nor stored";
+}
+
+TEST_F(LoggingTest, EndOfLineOnThePlainStreamWritesNothingUntilSync) {
+    MakeDirectory();
+    Logging log;
+    log << "abc" << std::endl;
+    EXPECT_THAT(ListDirectory(directory_ / "temp/ZYN"), IsEmpty());
+    log.Sync();
+    EXPECT_THAT(Lines(), ElementsAre("abc"));
+}
+
+TEST_F(LoggingTest, SecondLineOfAnObjectRepeatsTheFirst) {
+    MakeDirectory();
+    Logging log;
+    log << "a";
+    log << std::endl;
+    log << "b";
+    log << std::endl;
+    std::string trace = Trace();
+    trace = std::regex_replace(trace, std::regex("[0-9:.]{12} "), "");
+    EXPECT_EQ(trace, "ZYNCLIENT: a\nZYNCLIENT: a\nb\n")
+        << "Kept as is: an object serves one line, its text stays";
+}
+
+TEST_F(LoggingTest, SyncClearsTheStreamsErrors) {
+    MakeDirectory();
+    Logging log;
+    log.setstate(std::ios::failbit);
+    log.Sync();
+    EXPECT_TRUE(log.good());
+}
+
+TEST_F(LoggingTest, MissingDirectoryYieldsThreeSystemLogLines) {
+    Logging log;
+    log << "abc";
+    EXPECT_NO_THROW(log << std::endl);
+    EXPECT_THAT(SystemLog(), ElementsAre("Error: trace.txt file open", "Error: trace.txt file",
+                                         "Error: trace.txt file close"));
+}
+
+TEST_F(LoggingTest, FailedWriteIsToldToTheSystemLog) {
+    MakeDirectory();
+    const FaultInjection fault({FaultPoint::kWrite, ENOSPC});
+    Logging::Write("text\n");
+    EXPECT_THAT(SystemLog(), ElementsAre("Error: trace.txt file write", "Error: trace.txt file"));
+}
+
+TEST_F(LoggingTest, ShortWriteIsNotRepeated) {
+    MakeDirectory();
+    const FaultInjection fault({FaultPoint::kWrite, Fault::kHalfCount});
+    Logging::Write("12345678");
+    EXPECT_EQ(fault.Calls(), 1U);
+    EXPECT_EQ(Trace(), "1234");
+    EXPECT_THAT(SystemLog(), IsEmpty());
+}
+
+TEST_F(LoggingTest, FailedCloseIsToldToTheSystemLog) {
+    MakeDirectory();
+    const FaultInjection fault({FaultPoint::kClose, EIO});
+    Logging::Write("text\n");
+    EXPECT_THAT(SystemLog(), ElementsAre("Error: trace.txt file close"));
+    EXPECT_EQ(Trace(), "text\n");
+}
+
+TEST_F(LoggingTest, FileIsReadableAndWritableByAllWhateverTheUmask) {
+    MakeDirectory();
+    const mode_t before = umask(077);
+    Logging::Write("text\n");
+    EXPECT_EQ(umask(before), 077U) << "the mask is put back";
+    struct stat status {};
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0666U);
+}
+
+TEST_F(LoggingTest, DirectoryIsExpandedForEveryLine) {
+    MakeDirectory();
+    Logging::Write("one\n");
+    const TempDirectory other;
+    static_cast<void>(other.MakeDirectory("temp/ZYN"));
+    home_.Set(other.Path() + "/");
+    Logging::Write("two\n");
+    EXPECT_EQ(Trace(), "one\n");
+    EXPECT_EQ(ReadFile(other / "temp/ZYN/trace.txt"), "two\n");
+}
+
+TEST_F(LoggingTest, EachCheckThatFailsAddsExactlyOneLineWhenTheModeIsOn) {
+    MakeDirectory();
+    mode_.Set("1");
+    EXPECT_THROW(Validation2Exception::CheckLogic(false, "wrong", "File.h", 12), std::logic_error);
+    EXPECT_THAT(Lines(), ElementsAre("Extended exception:File.h:12-Bad logic:wrong"));
+    Validation2Exception::CheckLogic(true, "right", "File.h", 13);
+    EXPECT_EQ(Lines().size(), 1U);
+}
+
+TEST_F(LoggingTest, FailingChecksWriteNothingWhenTheModeIsOff) {
+    MakeDirectory();
+    EXPECT_THROW(Validation2Exception::CheckLogic(false, "wrong", "File.h", 12), std::logic_error);
+    LogDiagnostic("nothing");
+    EXPECT_THAT(ListDirectory(directory_ / "temp/ZYN"), IsEmpty());
+}
+
+TEST_F(LoggingTest, CheckIsRaisedEvenIfItCannotBeLogged) {
+    mode_.Set("1");
+    EXPECT_THROW(Validation2Exception::CheckOSCall(false, "wrong", "File.h", 12),
+                 std::runtime_error);
+    EXPECT_EQ(SystemLog().size(), 3U);
+}
+
+TEST_F(LoggingTest, LogDiagnosticWritesOneLineWhenTheModeIsOn) {
+    MakeDirectory();
+    mode_.Set("1");
+    LogDiagnostic("one line");
+    EXPECT_THAT(Lines(), ElementsAre("one line"));
+}
+
+TEST_F(LoggingTest, LinesOfThreadsStayWhole) {
+    MakeDirectory();
+    mode_.Set("1");
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([i] {
+            for (int line = 0; line < 50; ++line) {
+                LogDiagnostic(std::string(200, static_cast<char>('a' + i)));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    const std::vector<std::string> lines = Lines();
+    EXPECT_EQ(lines.size(), 200U);
+    for (const std::string& line : lines) {
+        ASSERT_EQ(line, std::string(200, line.front()));
+    }
+}
+
+}  // namespace
