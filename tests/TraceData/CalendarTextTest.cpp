@@ -28,8 +28,9 @@ std::tm Local(std::int64_t seconds) {
 std::string Reference(std::uint32_t seconds) {
     const std::tm local = Local(seconds);
     std::array<char, 96> text{};
-    std::snprintf(text.data(), text.size(), "%02d/%02d/%4d %02d:%02d:%02d.", local.tm_mon + 1,
-                  local.tm_mday, local.tm_year + 1900, local.tm_hour, local.tm_min, local.tm_sec);
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%02d/%02d/%4d %02d:%02d:%02d.",
+                                    local.tm_mon + 1, local.tm_mday, local.tm_year + 1900,
+                                    local.tm_hour, local.tm_min, local.tm_sec));
     return text.data();
 }
 

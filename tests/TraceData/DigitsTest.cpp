@@ -16,7 +16,7 @@ std::string Between(const char* begin, const char* end) { return {begin, end}; }
 // As printf writes it.
 std::string Formatted(int width, std::uint32_t value) {
     std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "%*u", width, value);
+    static_cast<void>(std::snprintf(text.data(), text.size(), "%*u", width, value));
     return text.data();
 }
 
@@ -47,7 +47,7 @@ TEST(DigitsTest, TwoDigitsHaveALeadingZero) {
         std::array<char, 4> out{'x', 'x', 'x', 'x'};
         PutTwoDigits(out.data() + 1, value);
         std::array<char, 8> expected{};
-        std::snprintf(expected.data(), expected.size(), "x%02ux", value);
+        static_cast<void>(std::snprintf(expected.data(), expected.size(), "x%02ux", value));
         EXPECT_EQ(std::string(out.data(), 4), expected.data());
     }
 }

@@ -3,14 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <regex>
-#include <sstream>
+#include <algorithm>
 #include <string>
 #include <vector>
 
 #include "cli/ToolFixture.h"
 #include "support/Files.h"
 #include "support/LogWriter.h"
+#include "support/TraceLines.h"
 
 namespace {
 
@@ -38,15 +38,8 @@ class DiagnosticLogTest : public ToolFixture {
     // The lines of the trace without their stamps, which are checked, and without the numbers of
     // source lines.
     [[nodiscard]] std::vector<std::string> Trace() const {
-        const std::regex stamped("[0-2][0-9]:[0-5][0-9]:[0-6][0-9]\\.[0-9]{3} ZYNCLIENT: (.*)");
-        const std::regex place("(Extended exception:[^:]*):[0-9]+-");
-        std::vector<std::string> lines;
-        std::istringstream trace(Content("temp/ZYN/trace.txt"));
-        for (std::string line; std::getline(trace, line);) {
-            std::smatch match;
-            EXPECT_TRUE(std::regex_match(line, match, stamped)) << line;
-            lines.push_back(std::regex_replace(match[1].str(), place, "$1:<line>-"));
-        }
+        std::vector<std::string> lines = TraceLineTexts(Content("temp/ZYN/trace.txt"));
+        std::transform(lines.begin(), lines.end(), lines.begin(), WithoutSourceLine);
         return lines;
     }
 
