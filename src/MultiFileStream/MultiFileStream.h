@@ -35,6 +35,14 @@ concept FileOutputSupport = requires {
     { T::GetHeader() } -> std::same_as<const std::string&>;
 };
 
+// Where one file's bytes lie in the stream: dataBytes of them, behind the data of the files before;
+// in the file they begin at headerBytes.
+struct LogFileExtent {
+    std::string path;
+    std::uint64_t headerBytes = 0;
+    std::uint64_t dataBytes = 0;
+};
+
 // Memory: one buffer of kBufferBytes for the stream and a small object per file, however large the
 // log is. Counts of bytes are 64-bit. Files are opened when they are listed, so that a rotation
 // does not take them away; when there are more than the process may hold open, the later ones are
@@ -116,6 +124,9 @@ class MultiFileInputStream {
     [[nodiscard]] std::uint64_t TotalBytes() const noexcept { return totalBytes_; }
     [[nodiscard]] std::uint64_t Remaining() const noexcept { return totalBytes_ - bytesRead_; }
     [[nodiscard]] std::vector<FileIdentity> Identities() const;
+    // The files in reading order, as they were listed. To be asked before anything is read: used-up
+    // files are let go.
+    [[nodiscard]] std::vector<LogFileExtent> Extents() const;
 
   private:
     void LogFiles() const;
@@ -265,6 +276,16 @@ auto MultiFileInputStream<Support, HeaderSize>::Identities() const -> std::vecto
         identities.push_back(file->Identity());
     }
     return identities;
+}
+
+template <FileOutputSupport Support, unsigned int HeaderSize>
+auto MultiFileInputStream<Support, HeaderSize>::Extents() const -> std::vector<LogFileExtent> {
+    std::vector<LogFileExtent> extents;
+    extents.reserve(files_.size());
+    for (const auto& file : files_) {
+        extents.push_back({file->Path(), file->HasHeader() ? HeaderSize : 0, file->DataSize()});
+    }
+    return extents;
 }
 
 // The file that has the next unread bytes; used-up ones before it are let go. There are such bytes.

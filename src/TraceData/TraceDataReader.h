@@ -1,15 +1,17 @@
 // From blocks to records: TraceBlockReader reads one block from the log, splits it into records and
-// lets the ReOrderer hand them on in the order of their sequence numbers. Used by the text
-// exporter.
+// lets the ReOrderer hand them on in the order of their sequence numbers. Used by the text exporter
+// and by the verifier, which also listens to what the reader finds wrong.
 #ifndef ZYN_TRACEDATA_TRACEDATAREADER_H
 #define ZYN_TRACEDATA_TRACEDATAREADER_H
 
 #include <unistd.h>
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <string_view>
 
 #include "MemoryStream/MemoryStream.h"
 #include "Support/LoadStore.h"
@@ -46,6 +48,33 @@ concept RecordClient = PacketClient<T> && requires(T client, std::uint64_t posit
     client.OnRecordEnd();
 };
 
+// A client that also learns where records lie and what is wrong with them. The reader then goes on
+// behind a damaged record. For any other client the calls are not compiled at all.
+template <typename T>
+concept BlockObserver = RecordClient<T> &&
+    requires(T client, const BlockHeader& header, const char* data, const TraceRecordReader& record,
+             std::uint32_t offset) {
+    // A block begins; its data is read next, unless it is empty.
+    client.OnBlockHeader(header);
+    // The block's data, in place until the block ends; the records' data points into it.
+    client.OnBlockData(data);
+    // The next record in the order of writing them, before its OnRecordBegin.
+    client.OnRecord(record);
+    // Instead of its OnRecordEnd: no packet can be read from this offset of the record's data on.
+    client.OnRecordDamage(record, offset, std::string_view());
+    // No record can be read from this offset of the block's data to its end.
+    client.OnBlockDamage(offset, std::string_view());
+};
+
+// Takes no value: for a second look at packets.
+struct IgnoringPacketClient {
+    void OnRead(std::string_view /*text*/, std::uint16_t /*id*/) noexcept {}
+    void OnThread(std::uint32_t /*number*/) noexcept {}
+    void OnProcess(std::uint32_t /*number*/) noexcept {}
+    void OnTime(std::uint32_t /*seconds*/, std::uint16_t /*milliseconds*/) noexcept {}
+    void OnControl(std::uint32_t /*code*/, std::uint32_t /*process*/) noexcept {}
+};
+
 // Reads blocks. Limit: how many records are held to be put in order. Memory: a block that fits the
 // stream's buffer is read in place, a larger one into a buffer of its own that is kept. One thread.
 template <RecordClient Client, std::uint32_t Limit>
@@ -63,11 +92,22 @@ class TraceBlockReader {
   private:
     using MemoryReader = BufferedInputStream<ReadableMemoryBuffer>;
 
+    static constexpr bool kObserved = BlockObserver<Client>;
+
     // Lets the re-ordering emit a record: decodes it into the client.
     class ReOrdererHelper {
       public:
         explicit ReOrdererHelper(Client& client) noexcept : client_(client) {}
         void ProcessRecord(const TraceRecordReader& record) {
+            if constexpr (kObserved) {
+                ProcessObserved(record);
+            } else {
+                Decode(record);
+            }
+        }
+
+      private:
+        void Decode(const TraceRecordReader& record) {
             client_.OnRecordBegin();
             TracePacketReader<MemoryReader, Client> packets(
                 MemoryReader(ReadableMemoryBuffer(record.data, record.length)), client_);
@@ -75,7 +115,32 @@ class TraceBlockReader {
             client_.OnRecordEnd();
         }
 
-      private:
+        void ProcessObserved(const TraceRecordReader& record) {
+            client_.OnRecord(record);
+            try {
+                Decode(record);
+            } catch (const std::exception& failure) {
+                // The observer has it; the records behind are not touched by it.
+                client_.OnRecordDamage(record, FirstDamage(record), failure.what());
+            }
+        }
+
+        // Where the packet lies that cannot be read.
+        static std::uint32_t FirstDamage(const TraceRecordReader& record) noexcept {
+            IgnoringPacketClient ignored;
+            TracePacketReader<MemoryReader, IgnoringPacketClient> packets(
+                MemoryReader(ReadableMemoryBuffer(record.data, record.length)), ignored);
+            std::uint32_t offset = 0;
+            try {
+                while (!packets.AtEnd()) {
+                    offset = record.length - static_cast<std::uint32_t>(packets.Remaining());
+                    packets.Process();
+                }
+            } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): the offset is told
+            }
+            return offset;
+        }
+
         Client& client_;
     };
     using Order = ReOrderer<ReOrdererHelper, Limit>;
@@ -83,6 +148,7 @@ class TraceBlockReader {
     template <typename Stream>
     const char* ReadData(Stream& stream, std::uint32_t size);
     static TraceRecordReader ReadRecord(MemoryReader& block);
+    static void ReadObserved(Client& client, MemoryReader& block, Order& order);
 
     BlockHeader header_ = BlockHeader::OfThisProcess();
     SmartBuffer<65536U> data_;
@@ -113,6 +179,9 @@ template <typename Stream>
 void TraceBlockReader<Client, Limit>::Process(Client& client, Stream& stream) {
     CheckPacketLength(ReadPacketHead(stream), kBlockHeaderPayload);
     header_.Load(stream.View(kBlockHeaderPayload));
+    if constexpr (kObserved) {
+        client.OnBlockHeader(header_);
+    }
     if (header_.dataSize == 0) {
         return;
     }
@@ -121,6 +190,11 @@ void TraceBlockReader<Client, Limit>::Process(Client& client, Stream& stream) {
     ReOrdererHelper helper(client);
     Order order(storage_, helper);
     MemoryReader block(ReadableMemoryBuffer(data, header_.dataSize));
+    if constexpr (kObserved) {
+        client.OnBlockData(data);
+        ReadObserved(client, block, order);
+        return;
+    }
     try {
         while (block.Remaining() != 0) {
             order.Push(ReadRecord(block));
@@ -128,6 +202,24 @@ void TraceBlockReader<Client, Limit>::Process(Client& client, Stream& stream) {
     } catch (...) {
         // Services that die while they write leave damaged blocks: the records before the damage
         // are good. A record that could not be emitted is met again below and fails there.
+    }
+    order.Drain();
+}
+
+template <RecordClient Client, std::uint32_t Limit>
+void TraceBlockReader<Client, Limit>::ReadObserved(Client& client, MemoryReader& block,
+                                                   Order& order) {
+    while (block.Remaining() != 0) {
+        const std::uint32_t begin = block.Position();
+        TraceRecordReader record;
+        try {
+            record = ReadRecord(block);
+        } catch (const std::exception& failure) {
+            // The observer has it; where the next record begins cannot be known.
+            client.OnBlockDamage(begin, failure.what());
+            break;
+        }
+        order.Push(record);
     }
     order.Drain();
 }

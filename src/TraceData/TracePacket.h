@@ -110,6 +110,7 @@ class TracePacketReader {
     TracePacketReader(Stream stream, Client& client) noexcept : stream_(stream), client_(client) {}
 
     [[nodiscard]] bool AtEnd() const noexcept { return stream_.Remaining() == 0; }
+    [[nodiscard]] std::size_t Remaining() const noexcept { return stream_.Remaining(); }
 
     // Reads all packets.
     void ProcessAll() {
