@@ -1,0 +1,24 @@
+// The command line of zynlog-verify.
+#ifndef ZYN_ZYNVERIFY_VERIFYOPTIONS_H
+#define ZYN_ZYNVERIFY_VERIFYOPTIONS_H
+
+#include <string>
+#include <vector>
+
+struct VerifyOptions {
+    bool json = false;
+    bool blocks = false;
+    bool separate = false;
+    bool quiet = false;
+    bool help = false;
+    bool version = false;
+    bool mistaken = false;  // told on standard error
+    std::vector<std::string> paths;
+};
+
+extern const char* const kVerifyUsage;
+
+// Parses with getopt_long, which keeps state: once per process.
+[[nodiscard]] VerifyOptions ParseVerifyOptions(int argc, char** argv);
+
+#endif

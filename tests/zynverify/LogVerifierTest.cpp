@@ -1,0 +1,370 @@
+// Verifies logs with one damage each, built by the tests' own log writer.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "support/Files.h"
+#include "support/LogWriter.h"
+#include "zynverify/LogVerifier.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::uint64_t kFileHeader = 256;
+constexpr std::uint64_t kBlockHead = 45;
+constexpr std::uint64_t kRecordHead = 13;
+
+class Heard final : public VerifyListener {
+  public:
+    void OnLogBegin(const LogReport& /*log*/) override {}
+    void OnFinding(const Finding& finding) override { findings.push_back(finding); }
+    void OnBlock(const BlockReport& block) override { blocks.push_back(block); }
+    void OnProgress(std::uint64_t done, std::uint64_t total) override {
+        EXPECT_LE(done, total);
+        ++progressCalls;
+    }
+    void OnLogEnd(const LogReport& /*log*/) override {}
+
+    std::vector<Finding> findings;
+    std::vector<BlockReport> blocks;
+    unsigned progressCalls = 0;
+};
+
+LogRecord Record(std::uint32_t number) {
+    return LogRecord(number).Time(1700000000 + number, 5).Pid(7).Message("message");
+}
+
+LogBlock Block(std::uint32_t first, std::uint32_t count) {
+    LogBlock block;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        block.Record(Record(first + i));
+    }
+    return block;
+}
+
+class LogVerifierTest : public testing::Test {
+  protected:
+    LogReport Verify(const LogWriter& log, const std::vector<std::size_t>& cuts = {},
+                     const std::vector<bool>& headers = {}) {
+        log.WriteFiles(directory_.Path(), cuts, headers);
+        return VerifyDirectory();
+    }
+    LogReport VerifyDirectory() {
+        return VerifyLog(FindLogs({directory_.Path()}, false).at(0), heard_);
+    }
+    const Finding& Only() {
+        EXPECT_EQ(heard_.findings.size(), 1U);
+        return heard_.findings.at(0);
+    }
+
+    TempDirectory directory_;
+    Heard heard_;
+};
+
+TEST_F(LogVerifierTest, ACleanLogHasNoFindings) {
+    const LogReport report =
+        Verify(LogWriter().Block(Block(1, 10).Host("alpha").Pid(3)).Block(Block(11, 5)));
+    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_FALSE(report.damaged);
+    EXPECT_FALSE(report.unreadable);
+    EXPECT_EQ(report.blocks, 2U);
+    EXPECT_EQ(report.records, 15U);
+    EXPECT_EQ(report.exported, 15U);
+    EXPECT_EQ(report.verifiedBytes, report.totalBytes);
+    EXPECT_EQ(report.time.first, 1700000001005U);
+    EXPECT_EQ(report.time.last, 1700000015005U);
+    ASSERT_EQ(report.files.size(), 1U);
+    EXPECT_EQ(report.files[0].records, 15U);
+    EXPECT_THAT(report.files[0].writers.known,
+                ElementsAre(Writer{"alpha", 3}, Writer{"testhost", 1}));
+    EXPECT_EQ(heard_.progressCalls, 2U);
+}
+
+TEST_F(LogVerifierTest, ABlockTellsItsPlaceNumbersTimesAndWriter) {
+    const LogBlock first = Block(1, 3);
+    Verify(LogWriter().Block(first).Block(
+        LogBlock().Host("beta").Pid(9).Record(Record(6)).Record(Record(4)).Record(Record(5))));
+    ASSERT_EQ(heard_.blocks.size(), 2U);
+    const BlockReport& block = heard_.blocks[1];
+    EXPECT_EQ(block.number, 2U);
+    EXPECT_EQ(block.file, directory_ / "zynlog-0001.txt");
+    EXPECT_EQ(block.offset, kFileHeader + first.Bytes().size());
+    EXPECT_EQ(block.lowest, 4U);
+    EXPECT_EQ(block.highest, 6U);
+    EXPECT_EQ(block.records, 3U);
+    EXPECT_EQ(block.time.first, 1700000004005U);
+    EXPECT_EQ(block.time.last, 1700000006005U);
+    EXPECT_EQ(block.writer, (Writer{"beta", 9}));
+    EXPECT_THAT(heard_.findings, IsEmpty());
+}
+
+TEST_F(LogVerifierTest, AnEmptyBlockIsNoFinding) {
+    const LogReport report = Verify(LogWriter().Block(LogBlock()).Block(Block(1, 1)));
+    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_EQ(report.blocks, 2U);
+}
+
+TEST_F(LogVerifierTest, AnEmptyDirectoryIsClean) {
+    const LogReport report = VerifyDirectory();
+    EXPECT_FALSE(report.damaged);
+    EXPECT_EQ(report.files.size(), 0U);
+}
+
+TEST_F(LogVerifierTest, ABlockLargerThanTheReadBufferIsVerified) {
+    const LogReport report = Verify(LogWriter().Block(Block(1, 20000)));
+    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_EQ(report.exported, 20000U);
+}
+
+TEST_F(LogVerifierTest, ARecordThatRunsPastItsBlockEndsItAndTheNextBlockFollows) {
+    const std::uint64_t size = Record(1).Size();
+    const LogReport report = Verify(
+        LogWriter()
+            .Block(LogBlock().Record(Record(1)).Record(Record(2).Length(100000)).Record(Record(3)))
+            .Block(Block(4, 2)));
+    ASSERT_EQ(heard_.findings.size(), 2U);
+    const Finding& finding = heard_.findings[0];
+    EXPECT_EQ(finding.kind, FindingKind::kRecord);
+    EXPECT_EQ(finding.offset, kFileHeader + kBlockHead + size);
+    EXPECT_EQ(finding.block, 1U);
+    EXPECT_EQ(finding.bytes, 2 * size);
+    EXPECT_FALSE(finding.records.has_value());
+    EXPECT_EQ(finding.text,
+              "a record runs past the end of its block; the rest of the block is lost");
+    EXPECT_EQ(heard_.findings[1].kind, FindingKind::kGap);
+    EXPECT_EQ(heard_.findings[1].records, 2U);
+    EXPECT_EQ(heard_.findings[1].block, 2U);
+    EXPECT_EQ(heard_.findings[1].text, "missing: 2-3");
+    EXPECT_EQ(report.records, 3U);
+    EXPECT_EQ(report.exported, 3U);
+    EXPECT_TRUE(report.damaged);
+}
+
+TEST_F(LogVerifierTest, ARecordHeaderOfAnotherLengthEndsTheBlock) {
+    const LogReport report =
+        Verify(LogWriter().Block(LogBlock().Record(Record(1)).Record(Record(2).HeaderLength(9))));
+    EXPECT_EQ(Only().kind, FindingKind::kRecord);
+    EXPECT_EQ(Only().text,
+              "there is no record header where one should be; the rest of the block is lost");
+    EXPECT_EQ(report.exported, 1U);
+}
+
+TEST_F(LogVerifierTest, APacketThatRunsPastItsRecordCostsTheRecordOnlyButStopsAnExport) {
+    LogRecord damaged = Record(2);
+    const std::uint64_t good = damaged.Data().size();
+    damaged.Packet(LogPacket::String(32, "module").Length(7));
+    const LogReport report =
+        Verify(LogWriter()
+                   .Block(LogBlock().Record(Record(1)).Record(damaged).Record(Record(3)))
+                   .Block(Block(4, 4)));
+    const Finding& finding = Only();
+    EXPECT_EQ(finding.kind, FindingKind::kPacket);
+    EXPECT_EQ(finding.offset, kFileHeader + kBlockHead + Record(1).Size() + kRecordHead + good);
+    EXPECT_EQ(finding.bytes, 13U);
+    EXPECT_EQ(finding.records, 1U);
+    EXPECT_EQ(finding.text, "record 2: a packet runs past the end of its record");
+    EXPECT_EQ(ExportEffect(finding.kind), "stops");
+    EXPECT_EQ(report.records, 6U);
+    EXPECT_EQ(report.exported, 1U);
+}
+
+TEST_F(LogVerifierTest, ABlockHeaderOfAnotherLengthEndsTheLog) {
+    const LogBlock first = Block(1, 2);
+    const LogBlock second = LogBlock(Block(3, 2)).HeaderLength(41);
+    const LogReport report = Verify(LogWriter().Block(first).Block(second));
+    EXPECT_EQ(Only().kind, FindingKind::kBlockHeader);
+    EXPECT_EQ(Only().offset, kFileHeader + first.Bytes().size());
+    EXPECT_EQ(Only().bytes, second.Bytes().size());
+    EXPECT_EQ(Only().text,
+              "there is no block header where one should be; from here on nothing can be found");
+    EXPECT_EQ(report.exported, 2U);
+    EXPECT_EQ(report.verifiedBytes, first.Bytes().size());
+}
+
+TEST_F(LogVerifierTest, ZerosBehindTheLastBlockAreNoBlockHeader) {
+    Verify(LogWriter().Block(Block(1, 2)).Raw(std::string(100, '\0')));
+    EXPECT_EQ(Only().kind, FindingKind::kBlockHeader);
+    EXPECT_EQ(Only().bytes, 100U);
+}
+
+TEST_F(LogVerifierTest, ALogThatEndsWithinABlockSaysSo) {
+    const std::string block = Block(3, 2).Bytes();
+    const LogReport report =
+        Verify(LogWriter().Block(Block(1, 2)).Raw(Truncated(block, block.size() - 1)));
+    EXPECT_EQ(Only().kind, FindingKind::kBlockCut);
+    EXPECT_EQ(Only().bytes, block.size() - 1);
+    EXPECT_EQ(Only().text, "the block says that " + std::to_string(block.size() - kBlockHead) +
+                               " bytes of data follow, which is more than the log has; from here "
+                               "on nothing can be found");
+    EXPECT_EQ(report.exported, 2U);
+}
+
+TEST_F(LogVerifierTest, ALogThatEndsWithinABlockHeaderSaysSo) {
+    Verify(LogWriter().Block(Block(1, 2)).Raw(Truncated(Block(3, 1).Bytes(), 20)));
+    EXPECT_EQ(Only().kind, FindingKind::kBlockCut);
+    EXPECT_EQ(Only().text, "the log ends within a block header; from here on nothing can be found");
+}
+
+TEST_F(LogVerifierTest, DamageIsPlacedInTheFileThatHasIt) {
+    const LogBlock block =
+        LogBlock().Record(Record(1)).Record(Record(2)).Record(Record(3).HeaderLength(4));
+    const std::size_t cut = kBlockHead + Record(1).Size() + 5;
+    Verify(LogWriter().Block(block).Block(Block(4, 1)), {cut});
+    ASSERT_EQ(heard_.findings.size(), 2U);
+    EXPECT_EQ(heard_.findings[0].file, directory_ / "zynlog-0002.txt");
+    EXPECT_EQ(heard_.findings[0].offset, kFileHeader + Record(2).Size() - 5);
+}
+
+TEST_F(LogVerifierTest, AFileWithoutDataIsPassedOver) {
+    const LogBlock first = Block(1, 2);
+    const std::size_t cut = first.Bytes().size();
+    Verify(LogWriter().Block(first).Block(LogBlock(Block(3, 1)).HeaderLength(0)), {cut, cut});
+    EXPECT_EQ(Only().file, directory_ / "zynlog-0003.txt");
+    EXPECT_EQ(Only().offset, kFileHeader);
+}
+
+TEST_F(LogVerifierTest, AFileWithoutHeaderIsReportedAndLeftOut) {
+    const LogBlock first = Block(1, 2);
+    const LogReport report =
+        Verify(LogWriter().Block(first).Block(Block(3, 20)), {first.Bytes().size()}, {true, false});
+    EXPECT_EQ(Only().kind, FindingKind::kForeignFile);
+    EXPECT_EQ(Only().file, directory_ / "zynlog-0002.txt");
+    EXPECT_EQ(Only().block, 0U);
+    EXPECT_EQ(ExportEffect(Only().kind), "omits");
+    EXPECT_TRUE(report.damaged);
+    EXPECT_EQ(report.exported, 2U);
+}
+
+TEST_F(LogVerifierTest, ASmallFileIsReportedAndTheOthersAreVerified) {
+    WriteFile(directory_ / "zynlog-0000.txt", "small");
+    const LogReport report = Verify(LogWriter().Block(Block(1, 2)));
+    EXPECT_EQ(Only().kind, FindingKind::kSmallFile);
+    EXPECT_EQ(ExportEffect(Only().kind), "fails");
+    EXPECT_EQ(report.records, 2U);
+    EXPECT_EQ(report.exported, 0U);
+}
+
+TEST_F(LogVerifierTest, ADirectoryWithALogsNameCannotBeRead) {
+    static_cast<void>(directory_.MakeDirectory("zynlog-0000.txt"));
+    const LogReport report = Verify(LogWriter().Block(Block(1, 2)));
+    EXPECT_EQ(Only().kind, FindingKind::kUnreadable);
+    EXPECT_TRUE(report.unreadable);
+    EXPECT_FALSE(report.damaged);
+    EXPECT_EQ(report.records, 2U);
+}
+
+TEST_F(LogVerifierTest, ABlockThatIsMissingLeavesAGap) {
+    LogWriter log;
+    log.Block(Block(1, 5)).Block(Block(6, 5)).Block(Block(11, 5));
+    const LogReport report = Verify(log.DropBlock(1));
+    EXPECT_EQ(Only().kind, FindingKind::kGap);
+    EXPECT_EQ(Only().text, "missing: 6-10");
+    EXPECT_EQ(Only().offset, kFileHeader + Block(1, 5).Bytes().size());
+    EXPECT_EQ(report.missing, 5U);
+    EXPECT_EQ(report.exported, 10U);
+    EXPECT_TRUE(report.damaged);
+}
+
+TEST_F(LogVerifierTest, ABlockThatIsThereTwiceHasDuplicates) {
+    LogWriter log;
+    log.Block(Block(1, 5)).Block(Block(6, 5));
+    const LogReport report = Verify(log.DoubleBlock(0));
+    EXPECT_EQ(Only().kind, FindingKind::kDuplicate);
+    EXPECT_EQ(Only().records, 5U);
+    EXPECT_EQ(Only().block, 2U);
+    EXPECT_EQ(Only().text, "number 1 and others have been there before");
+    EXPECT_EQ(report.duplicates, 5U);
+}
+
+TEST_F(LogVerifierTest, ARecordThatIsThereTwiceIsADuplicate) {
+    Verify(LogWriter().Block(LogBlock(Block(1, 5)).DoubleRecord(2)));
+    EXPECT_EQ(Only().kind, FindingKind::kDuplicate);
+    EXPECT_EQ(Only().text, "number 3 has been there before");
+}
+
+TEST_F(LogVerifierTest, AThousandPlacesOutOfOrderAreNoFinding) {
+    LogBlock block = Block(2, 999);
+    Verify(LogWriter().Block(block.Record(Record(1))));
+    EXPECT_THAT(heard_.findings, IsEmpty());
+}
+
+TEST_F(LogVerifierTest, MoreThanAThousandPlacesOutOfOrderIsAFinding) {
+    LogBlock block = Block(3, 1001);
+    const LogReport report = Verify(LogWriter().Block(block.Record(Record(1)).Record(Record(2))));
+    EXPECT_EQ(Only().kind, FindingKind::kOrder);
+    EXPECT_EQ(Only().records, 2U);
+    EXPECT_EQ(Only().text, "more than 1000 places out of order: number 1 and others");
+    EXPECT_EQ(report.late, 2U);
+    EXPECT_EQ(report.exported, 1003U);
+}
+
+TEST_F(LogVerifierTest, ANewNumberingIsToldAndNoDamage) {
+    const LogReport report = Verify(LogWriter().Block(Block(900000, 5)).Block(Block(1, 5)));
+    EXPECT_EQ(Only().kind, FindingKind::kRestart);
+    EXPECT_EQ(Only().text, "the numbering begins anew: 1 after 900004");
+    EXPECT_FALSE(report.damaged);
+}
+
+TEST_F(LogVerifierTest, ANumberWithAFlippedBitIsAStray) {
+    Verify(
+        LogWriter().Block(LogBlock(Block(1, 3)).Record(Record(4 | 1U << 29U))).Block(Block(5, 3)));
+    ASSERT_EQ(heard_.findings.size(), 2U);
+    EXPECT_EQ(heard_.findings[0].kind, FindingKind::kStray);
+    EXPECT_EQ(heard_.findings[0].text, "number 536870916 is far from all around it");
+    EXPECT_EQ(heard_.findings[0].block, 1U);
+    EXPECT_EQ(heard_.findings[1].text, "missing: 4");
+}
+
+TEST_F(LogVerifierTest, WritersAreListedUpToALimit) {
+    LogWriter log;
+    for (std::uint32_t i = 0; i < 70; ++i) {
+        log.Block(Block(1 + i, 1).Pid(i));
+    }
+    const LogReport report = Verify(log);
+    EXPECT_EQ(report.writers.known.size(), Writers::kMost);
+    EXPECT_TRUE(report.writers.more);
+}
+
+TEST_F(LogVerifierTest, FilesOfOneDirectoryAreOneLogInTheOrderOfTheirNames) {
+    const auto paths = LogWriter().Block(Block(1, 4)).WriteFiles(directory_.Path(), {70});
+    const auto logs = FindLogs({paths[1], paths[0]}, false);
+    ASSERT_EQ(logs.size(), 1U);
+    EXPECT_EQ(logs[0].name, directory_.Path());
+    EXPECT_THAT(logs[0].files, ElementsAre("zynlog-0001.txt", "zynlog-0002.txt"));
+    EXPECT_EQ(VerifyLog(logs[0], heard_).exported, 4U);
+}
+
+TEST_F(LogVerifierTest, SeparateFilesAreLogsOfTheirOwn) {
+    const auto paths = LogWriter().Block(Block(1, 4)).WriteFiles(directory_.Path(), {70});
+    EXPECT_EQ(FindLogs({paths[1], paths[0]}, true).size(), 2U);
+    const auto logs = FindLogs({directory_.Path()}, true);
+    ASSERT_EQ(logs.size(), 2U);
+    EXPECT_EQ(logs[1].name, paths[1]);
+}
+
+TEST_F(LogVerifierTest, APathThatDoesNotExistCannotBeVerified) {
+    EXPECT_THROW(static_cast<void>(FindLogs({directory_ / "none"}, false)), std::system_error);
+}
+
+// Damage of any single byte may be harmless or found, but never makes the verifier fail, and never
+// lets it promise more records than there are.
+TEST_F(LogVerifierTest, AnyDamagedByteIsSurvived) {
+    const std::string bytes = LogWriter().Block(Block(1, 3)).Block(Block(4, 3)).File();
+    for (std::size_t offset = kFileHeader; offset < bytes.size(); ++offset) {
+        WriteFile(directory_ / "zynlog-0001.txt", WithBitFlipped(bytes, offset, 7));
+        Heard heard;
+        const LogReport report = VerifyLog(FindLogs({directory_.Path()}, false).at(0), heard);
+        EXPECT_LE(report.exported, report.records) << "offset " << offset;
+        EXPECT_LE(report.records, 6U) << "offset " << offset;
+        EXPECT_FALSE(report.unreadable) << "offset " << offset;
+    }
+}
+
+}  // namespace
