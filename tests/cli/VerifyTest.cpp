@@ -1,0 +1,217 @@
+// zynlog-verify from outside: its reports, its exit status, and that it agrees with what an export
+// really does.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "support/Files.h"
+#include "support/LogWriter.h"
+#include "support/RunProgram.h"
+
+namespace {
+
+using Json = nlohmann::json;
+
+LogRecord Record(std::uint32_t number) {
+    return LogRecord(number).Time(1700000000 + number, 5).Message("message");
+}
+
+LogBlock Block(std::uint32_t first, std::uint32_t count) {
+    LogBlock block;
+    for (std::uint32_t i = 0; i < count; ++i) {
+        block.Record(Record(first + i));
+    }
+    return block.Host("alpha").Pid(31);
+}
+
+LogWriter CleanLog() { return LogWriter().Block(Block(1, 3)).Block(Block(4, 3)); }
+
+class VerifyTest : public testing::Test {
+  protected:
+    ProgramResult Run(const char* program, std::vector<std::string> arguments,
+                      ProgramRun run = {}) const {
+        run.program = program;
+        run.arguments = std::move(arguments);
+        run.environment = {"TZ=UTC"};
+        run.directory = directory_.Path();
+        return RunProgram(run);
+    }
+    ProgramResult Verify(std::vector<std::string> arguments, const ProgramRun& run = {}) const {
+        return Run(ZYN_VERIFY, std::move(arguments), run);
+    }
+    void Write(const LogWriter& log) const { log.WriteFiles(directory_.Path()); }
+    void WriteBytes(const std::string& bytes) const {
+        WriteFile(directory_ / "zynlog-0001.txt", bytes);
+    }
+
+    TempDirectory directory_;
+};
+
+TEST_F(VerifyTest, ACleanLogIsStatus0AndATable) {
+    Write(CleanLog());
+    const ProgramResult result = Verify({"."});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output,
+              "Log .\n"
+              "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
+              "zynlog-0001.txt               354        2          6        0  "
+              "11/14/2023 22:13:21.005 to 11/14/2023 22:13:26.005, alpha/31\n"
+              "1 file, 2 blocks, 6 records; an export writes 6 of them\n"
+              "clean\n");
+}
+
+TEST_F(VerifyTest, DamageIsStatus1AndALineEach) {
+    Write(LogWriter()
+              .Block(LogBlock(Block(1, 1)).Record(Record(2).HeaderLength(9)))
+              .Block(Block(3, 2)));
+    const ProgramResult result = Verify({"."});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.error, "");
+    EXPECT_EQ(result.output,
+              "Log .\n"
+              "FILE                       OFFSET    BLOCK  KIND              BYTES  RECORDS  WHAT\n"
+              "zynlog-0001.txt               345        1  record               44        ?  "
+              "there is no record header where one should be; the rest of the block is lost\n"
+              "zynlog-0001.txt               389        2  gap                   0        1  "
+              "missing: 2\n"
+              "\n"
+              "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
+              "zynlog-0001.txt               266        2          3        2  "
+              "11/14/2023 22:13:21.005 to 11/14/2023 22:13:24.005, alpha/31\n"
+              "1 file, 2 blocks, 3 records; an export writes 3 of them\n"
+              "sequence numbers: 1 missing, 0 twice, 0 more than 1000 places out of order\n"
+              "damaged\n");
+}
+
+TEST_F(VerifyTest, TheReportForProgramsIsOneJsonDocument) {
+    Write(LogWriter()
+              .Block(LogBlock(Block(1, 1)).Record(Record(2).HeaderLength(9)))
+              .Block(LogBlock(Block(3, 2))
+                         .Host("\xFF"
+                               "beta\x1B")));
+    const ProgramResult result = Verify({"--json", "--blocks", "."});
+    EXPECT_EQ(result.status, 1);
+    const Json report = Json::parse(result.output);
+    EXPECT_EQ(report["program"], "zynlog-verify");
+    EXPECT_EQ(report["status"], 1);
+    ASSERT_EQ(report["logs"].size(), 1U);
+    const Json& log = report["logs"][0];
+    EXPECT_EQ(log["log"], ".");
+    EXPECT_EQ(log["exported"], 3);
+    EXPECT_EQ(log["missing"], 1);
+    EXPECT_EQ(log["damaged"], true);
+    EXPECT_EQ(log["time"]["first_ms"], 1700000001005);
+    ASSERT_EQ(log["items"].size(), 4U);
+    const Json expected = {{"type", "finding"},
+                           {"kind", "record"},
+                           {"file", "./zynlog-0001.txt"},
+                           {"offset", 345},
+                           {"block", 1},
+                           {"bytes", 44},
+                           {"records", nullptr},
+                           {"export", "drops"},
+                           {"text",
+                            "there is no record header where one should be; the rest of the "
+                            "block is lost"}};
+    EXPECT_EQ(log["items"][0], expected);
+    EXPECT_EQ(log["items"][1]["type"], "block");
+    EXPECT_EQ(log["items"][1]["writer"], (Json{{"host", "alpha"}, {"process", 31}}));
+    EXPECT_EQ(log["items"][2]["writer"]["host"],
+              "\xEF\xBF\xBD"
+              "beta\x1B");
+    EXPECT_EQ(log["items"][3]["kind"], "gap");
+    EXPECT_EQ(log["files"][0]["findings"], 2);
+}
+
+TEST_F(VerifyTest, ControlCharactersOfANameDoNotReachTheTerminal) {
+    Write(LogWriter().Block(Block(1, 1).Host("a\x1B[2Jb")));
+    const ProgramResult result = Verify({"."});
+    EXPECT_NE(result.output.find("a?[2Jb/31"), std::string::npos);
+    EXPECT_EQ(result.output.find('\x1B'), std::string::npos);
+}
+
+TEST_F(VerifyTest, QuietReportsNothingButTheStatus) {
+    WriteBytes(CleanLog().File() + "x");
+    const ProgramResult result = Verify({"-q", "."});
+    EXPECT_EQ(result.status, 1);
+    EXPECT_EQ(result.output + result.error, "");
+}
+
+TEST_F(VerifyTest, WhatDoesNotExistIsStatus2) {
+    const ProgramResult result = Verify({"none"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, "zynlog-verify: none: No such file or directory\n");
+}
+
+TEST_F(VerifyTest, WhatCannotBeReadIsStatus2AndTheRestIsVerified) {
+    static_cast<void>(directory_.MakeDirectory("zynlog-0000.txt"));
+    Write(CleanLog());
+    const ProgramResult result = Verify({"."});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_NE(result.output.find("unreadable"), std::string::npos);
+    EXPECT_NE(result.output.find(" 6 records; an export writes 0 of them\ncould not be read\n"),
+              std::string::npos);
+}
+
+TEST_F(VerifyTest, AReportThatCannotBeWrittenIsStatus2) {
+    Write(CleanLog());
+    ProgramRun run;
+    run.outputPath = "/dev/full";
+    const ProgramResult result = Verify({"."}, run);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error, "zynlog-verify: the report could not be written\n");
+}
+
+TEST_F(VerifyTest, HelpAndVersion) {
+    const ProgramResult help = Verify({"--help"});
+    EXPECT_EQ(help.status, 0);
+    EXPECT_TRUE(help.output.starts_with("Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"));
+    const ProgramResult version = Verify({"--version"});
+    EXPECT_EQ(version.status, 0);
+    EXPECT_EQ(version.output, "zynlog-verify " ZYN_VERSION "\n");
+}
+
+TEST_F(VerifyTest, AMistakeInTheOptionsIsStatus2) {
+    const ProgramResult unknown = Verify({"--colour", "."});
+    EXPECT_EQ(unknown.status, 2);
+    EXPECT_TRUE(unknown.error.ends_with("Try 'zynlog-verify --help'.\n"));
+    const ProgramResult nothing = Verify({});
+    EXPECT_EQ(nothing.status, 2);
+    EXPECT_EQ(nothing.error,
+              "zynlog-verify: no directory or file given\nTry 'zynlog-verify --help'.\n");
+}
+
+TEST_F(VerifyTest, LongOptionsMayFollowOperandsAndBeShortened) {
+    Write(CleanLog());
+    const ProgramResult result = Verify({".", "--js"});
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(Json::parse(result.output)["status"], 0);
+}
+
+// Whatever byte is damaged, the verifier knows how many records the export writes.
+TEST_F(VerifyTest, TheNumberOfExportedRecordsIsTheExportsOwn) {
+    const std::string clean = LogWriter()
+                                  .Block(LogBlock(Block(1, 2)).Record(Record(9)).Record(Record(8)))
+                                  .Block(Block(4, 2))
+                                  .File();
+    for (std::size_t offset = 256; offset < clean.size(); offset += 7) {
+        WriteBytes(WithBitFlipped(clean, offset, offset % 8));
+        const ProgramResult exported = Run(ZYN_TOOL, {"export", "-d", ".", "-f", "out", "-silent"});
+        const std::string text = ReadFile(directory_ / "out");
+        const ProgramResult verified = Verify({"--json", "."});
+        const Json log = Json::parse(verified.output)["logs"][0];
+        // Besides the column header; no text of these logs has line feeds of its own.
+        EXPECT_EQ(log["exported"], std::count(text.begin(), text.end(), '\n') - 1)
+            << "offset " << offset;
+        if (exported.status != 0) {
+            EXPECT_EQ(verified.status, 1) << "offset " << offset;
+        }
+    }
+}
+
+}  // namespace
