@@ -10,6 +10,8 @@ target_compile_options(zyn_options INTERFACE
     -ffile-prefix-map=${PROJECT_SOURCE_DIR}/=)
 if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(zyn_options INTERFACE -Wduplicated-cond -Wlogical-op -Wsuggest-override
+        # Unique symbols could not be made local in the installed client library.
+        -fno-gnu-unique
         # g++ 12 sees an overlap in every "text" + std::string.
         -Wno-restrict)
 endif()
