@@ -1,34 +1,18 @@
 #ifndef ZYN_TESTS_SUPPORT_FAULTINJECTION_H
 #define ZYN_TESTS_SUPPORT_FAULTINJECTION_H
 
-// Makes calls of the C library fail on demand. FaultInjection.cpp stands in front of the functions
-// named below, counts their calls while a fault is set, and lets the chosen ones fail; all others
-// go on to the real function. Linked into a test program as zyn_fault_injection.
+// Makes calls of the C library fail on demand, whichever thread makes them. For test programs
+// linked with zyn_libc_faults. Faults that concern one thread only are in LibcFaults.h.
 
-#include <cstddef>
+#include "support/LibcCalls.h"
 
-enum class FaultPoint : std::size_t {
-    kOpen,
-    kClose,
-    kRead,
-    kWrite,
-    kLseek,
-    kFstat,
-    kFtruncate,
-    kOpendir,
-    kReaddir,
-    kGethostname,
-    kGetrlimit,
-    kSetrlimit,
-    kNew,  // operator new and new[] that return null
-    kCount,
-};
+using FaultPoint = libccalls::Call;
 
 struct Fault {
     // Instead of an errno value, for kRead and kWrite: the call is made for half of its bytes (one
     // at least), or returns 0 without being made.
-    static constexpr int kHalfCount = -1;
-    static constexpr int kZeroCount = -2;
+    static constexpr int kHalfCount = libccalls::kHalfCount;
+    static constexpr int kZeroCount = libccalls::kZeroCount;
     static constexpr unsigned kAlways = 0xFFFFFFFFU;
 
     FaultPoint point;

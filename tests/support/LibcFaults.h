@@ -1,29 +1,15 @@
 #ifndef ZYN_TESTS_SUPPORT_LIBCFAULTS_H
 #define ZYN_TESTS_SUPPORT_LIBCFAULTS_H
 
-// Functions of the C library that fail, or sleep, as a test says. For tests linked with
-// zyn_libc_faults, whose linker options put these in front of the library's own. What a thread asks
-// for concerns its own calls only.
+// Functions of the C library that fail, or sleep, as a test says. For test programs linked with
+// zyn_libc_faults. What a thread asks for concerns its own calls only; faults that concern all
+// threads are in FaultInjection.h.
 
 #include <functional>
 
-enum class LibcCall {
-    kPthreadCreate,
-    kPthreadJoin,
-    kMutexInit,
-    kMutexLock,
-    kMutexUnlock,
-    kMutexDestroy,
-    kClose,
-    kUnlink,
-    kMunmap,
-    kMmap,
-    kFtruncate,
-    kFallocate,
-    kLseek,
-    kFcntl,
-    kCount,
-};
+#include "support/LibcCalls.h"
+
+using LibcCall = libccalls::Call;
 
 // The nth call of a function from now (1: the next one), made by this thread, fails with `error`,
 // or succeeds after running `before`. Calls that free something (join, close, destroy) do so
@@ -41,6 +27,8 @@ class LibcFault {
 
   private:
     LibcCall call_;
+    unsigned nth_;
+    std::function<void()> before_;
 };
 
 // While it lives, usleep returns at once on this thread, after running `step` with the number of

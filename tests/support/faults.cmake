@@ -1,16 +1,25 @@
-# Linked into a test program, this makes functions of the C library fail on request. The names are
-# those that the library's headers make of the calls with 64-bit files and times.
-add_library(zyn_libc_faults OBJECT LibcFaults.cpp)
-target_link_libraries(zyn_libc_faults PUBLIC zyn_options)
+# Functions of the C library that fail on request. The objects stand in front of the library's own
+# functions, and are themselves left uninstrumented: a sanitizer's library calls some of them before
+# it is ready.
+set(zyn_fault_options -U_FORTIFY_SOURCE -fno-sanitize=all -fno-profile-arcs -fno-test-coverage)
+
+# Linked into a test program; FaultInjection.h and LibcFaults.h say what fails.
+add_library(zyn_libc_faults OBJECT
+    FaultInjection.cpp LibcCalls.cpp LibcFaults.cpp LibcInterpose.cpp NothrowNewInterpose.cpp)
+target_link_libraries(zyn_libc_faults PUBLIC zyn_options ${CMAKE_DL_LIBS})
 target_include_directories(zyn_libc_faults PUBLIC ${PROJECT_SOURCE_DIR}/tests)
-set(zyn_wrapped_calls
-    pthread_create pthread_join pthread_mutex_init pthread_mutex_lock pthread_mutex_unlock
-    pthread_mutex_destroy usleep close unlink munmap mmap64 ftruncate64 fallocate64 lseek64)
-if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-    list(APPEND zyn_wrapped_calls __fcntl_time64)
-else()
-    list(APPEND zyn_wrapped_calls fcntl64)
+target_compile_options(zyn_libc_faults PRIVATE ${zyn_fault_options})
+add_library(zyn_fault_injection ALIAS zyn_libc_faults)
+
+# Preloaded into a program under test; the environment says what fails. A sanitizer has its own
+# allocator, whose functions are not to be stood in front of.
+add_library(zyn_fault_preload MODULE FaultPreload.cpp LibcCalls.cpp LibcInterpose.cpp)
+if(NOT ZYN_SANITIZE)
+    target_sources(zyn_fault_preload PRIVATE AllocationInterpose.cpp)
 endif()
-foreach(call IN LISTS zyn_wrapped_calls)
-    target_link_options(zyn_libc_faults INTERFACE LINKER:--wrap=${call})
-endforeach()
+target_link_libraries(zyn_fault_preload PRIVATE zyn_options ${CMAKE_DL_LIBS})
+target_include_directories(zyn_fault_preload PRIVATE ${PROJECT_SOURCE_DIR}/tests)
+target_compile_options(zyn_fault_preload PRIVATE ${zyn_fault_options})
+target_link_options(zyn_fault_preload PRIVATE -fno-sanitize=all)
+set_target_properties(zyn_fault_preload PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)

@@ -1,0 +1,146 @@
+// Preloaded into a program under test, makes the calls fail that the environment names. Counting
+// begins with the program's main, so what the runtime of C++ does before it is left alone.
+//
+//   ZYN_FAULT_CALL    a name of LibcCalls.h; without it nothing fails
+//   ZYN_FAULT_FIRST   the first call that is touched, counted from 1
+//   ZYN_FAULT_COUNT   how many calls in a row, or "all"
+//   ZYN_FAULT_ACTION  an errno number, "half" or "zero" (a short count), "kill" or "stop" (the
+//                     program is sent SIGKILL or SIGSTOP ahead of the call, which then is made)
+//   ZYN_FAULT_LOG     a file that gets a line per call that was touched
+//   ZYN_FAULT_SLEEP   the most microseconds that a usleep takes
+
+#include <fcntl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+
+#include "support/LibcInterpose.h"
+
+namespace {
+
+using libccalls::Call;
+using libccalls::Plan;
+
+constinit const char* logPath = nullptr;
+constinit useconds_t longestSleep = 0;
+constinit int signalToSend = 0;
+
+struct Settings {
+    const char* call;
+    const char* first;
+    const char* count;
+    const char* action;
+};
+
+unsigned Number(const char* text) {
+    char* end = nullptr;
+    const unsigned long number = std::strtoul(text, &end, 10);
+    if (end == text || *end != '\0') {
+        __builtin_trap();
+    }
+    return static_cast<unsigned>(number);
+}
+
+// By system calls alone, so that nothing here is counted; errno stays.
+void Touched(void* context) {
+    const int error = errno;
+    if (logPath != nullptr) {
+        const long file =
+            syscall(SYS_openat, AT_FDCWD, logPath, O_WRONLY | O_APPEND | O_CREAT, 0600);
+        const auto* const name = static_cast<const char*>(context);
+        if (file < 0 || syscall(SYS_write, file, name, std::strlen(name)) < 0 ||
+            syscall(SYS_write, file, "\n", 1) < 0) {
+            __builtin_trap();
+        }
+        syscall(SYS_close, file);
+    }
+    if (signalToSend != 0) {
+        syscall(SYS_kill, syscall(SYS_getpid), signalToSend);
+    }
+    errno = error;
+}
+
+int ErrorOf(const char* action) {
+    if (std::strcmp(action, "half") == 0) {
+        return libccalls::kHalfCount;
+    }
+    if (std::strcmp(action, "zero") == 0) {
+        return libccalls::kZeroCount;
+    }
+    if (std::strcmp(action, "kill") == 0 || std::strcmp(action, "stop") == 0) {
+        signalToSend = *action == 'k' ? SIGKILL : SIGSTOP;
+        return 0;
+    }
+    return static_cast<int>(Number(action));
+}
+
+void Arm(const Settings& settings) {
+    for (std::size_t at = 0; at < static_cast<std::size_t>(Call::kCount); ++at) {
+        const char* const name = libccalls::kNames[at];
+        if (std::strcmp(name, settings.call) != 0) {
+            continue;
+        }
+        const bool all = std::strcmp(settings.count, "all") == 0;
+        libccalls::Set(static_cast<Call>(at), {.first = Number(settings.first),
+                                               .count = all ? ~0U : Number(settings.count),
+                                               .error = ErrorOf(settings.action),
+                                               .ownThread = false,
+                                               .before = Touched,
+                                               .context = const_cast<char*>(name)});
+        return;
+    }
+    __builtin_trap();
+}
+
+bool ShortSleep(useconds_t microseconds, int& result) {
+    const useconds_t shorter = microseconds < longestSleep ? microseconds : longestSleep;
+    const timespec time{static_cast<time_t>(shorter / 1000000),
+                        static_cast<long>(shorter % 1000000 * 1000)};
+    result = nanosleep(&time, nullptr);
+    return true;
+}
+
+const char* Setting(const char* name) {
+    const char* const value = std::getenv(name);
+    if (value == nullptr) {
+        __builtin_trap();
+    }
+    return value;
+}
+
+void ReadEnvironment() {
+    logPath = std::getenv("ZYN_FAULT_LOG");
+    if (const char* const sleep = std::getenv("ZYN_FAULT_SLEEP")) {
+        longestSleep = Number(sleep);
+        libccalls::sleepHook = ShortSleep;
+    }
+    if (const char* const call = std::getenv("ZYN_FAULT_CALL")) {
+        Arm({.call = call,
+             .first = Setting("ZYN_FAULT_FIRST"),
+             .count = Setting("ZYN_FAULT_COUNT"),
+             .action = Setting("ZYN_FAULT_ACTION")});
+    }
+}
+
+using Main = int(int, char**, char**);
+constinit Main* programMain = nullptr;
+
+int ArmedMain(int count, char** arguments, char** environment) {
+    ReadEnvironment();
+    return programMain(count, arguments, environment);
+}
+
+}  // namespace
+
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the library's own name
+extern "C" int __libc_start_main(Main* main, int count, char** arguments, void (*init)(),
+                                 void (*fini)(), void (*linkerFini)(), void* stackEnd) {
+    static constinit libccalls::Real<int(Main*, int, char**, void (*)(), void (*)(), void (*)(),
+                                         void*)>
+        real("__libc_start_main");
+    programMain = main;
+    return real()(ArmedMain, count, arguments, init, fini, linkerFini, stackEnd);
+}

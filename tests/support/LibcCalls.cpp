@@ -1,0 +1,53 @@
+#include "support/LibcCalls.h"
+
+#include <pthread.h>
+
+#include <array>
+
+namespace libccalls {
+
+namespace {
+
+struct State {
+    std::atomic<unsigned> first{0};  // 0: no plan
+    std::atomic<unsigned> calls{0};
+    Plan plan{};
+    pthread_t thread{};
+};
+
+constinit std::array<State, static_cast<std::size_t>(Call::kCount)> states;
+
+State& StateOf(Call call) { return states[static_cast<std::size_t>(call)]; }
+
+}  // namespace
+
+void Set(Call call, const Plan& plan) {
+    State& state = StateOf(call);
+    state.first.store(0);
+    state.plan = plan;
+    state.thread = pthread_self();
+    state.calls.store(0);
+    state.first.store(plan.first, std::memory_order_release);
+}
+
+void Clear(Call call) { StateOf(call).first.store(0); }
+
+unsigned Calls(Call call) { return StateOf(call).calls; }
+
+int ErrorDue(Call call) {
+    State& state = StateOf(call);
+    const unsigned first = state.first.load(std::memory_order_acquire);
+    if (first == 0 || (state.plan.ownThread && pthread_equal(state.thread, pthread_self()) == 0)) {
+        return 0;
+    }
+    const unsigned number = ++state.calls;
+    if (number < first || number - first >= state.plan.count) {
+        return 0;
+    }
+    if (state.plan.before != nullptr) {
+        state.plan.before(state.plan.context);
+    }
+    return state.plan.error;
+}
+
+}  // namespace libccalls
