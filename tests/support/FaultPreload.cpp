@@ -4,9 +4,12 @@
 //   ZYN_FAULT_CALL    a name of LibcCalls.h; without it nothing fails
 //   ZYN_FAULT_FIRST   the first call that is touched, counted from 1
 //   ZYN_FAULT_COUNT   how many calls in a row, or "all"
-//   ZYN_FAULT_ACTION  an errno number, "half" or "zero" (a short count), "kill" or "stop" (the
-//                     program is sent SIGKILL or SIGSTOP ahead of the call, which then is made)
-//   ZYN_FAULT_LOG     a file that gets a line per call that was touched
+//   ZYN_FAULT_ACTION  an errno number (0: the call goes on), "half" or "zero" (a short count),
+//                     "kill" or "stop" (the program is sent SIGKILL or SIGSTOP ahead of the call,
+//                     which then is made)
+//   ZYN_FAULT_THREAD  "main": calls of other threads are neither counted nor touched
+//   ZYN_FAULT_LOG     a file that gets a line per call that was touched, and the line "umask" when
+//                     the program ends with another umask than it began with
 //   ZYN_FAULT_SLEEP   the most microseconds that a usleep takes
 
 #include <fcntl.h>
@@ -27,12 +30,14 @@ using libccalls::Plan;
 constinit const char* logPath = nullptr;
 constinit useconds_t longestSleep = 0;
 constinit int signalToSend = 0;
+constinit long umaskAtStart = -1;
 
 struct Settings {
     const char* call;
     const char* first;
     const char* count;
     const char* action;
+    bool mainThread;
 };
 
 unsigned Number(const char* text) {
@@ -44,23 +49,39 @@ unsigned Number(const char* text) {
     return static_cast<unsigned>(number);
 }
 
-// By system calls alone, so that nothing here is counted; errno stays.
+// By system calls alone, so that nothing here is counted.
+void LogLine(const char* text) {
+    if (logPath == nullptr) {
+        return;
+    }
+    const long file = syscall(SYS_openat, AT_FDCWD, logPath, O_WRONLY | O_APPEND | O_CREAT, 0600);
+    if (file < 0 || syscall(SYS_write, file, text, std::strlen(text)) < 0 ||
+        syscall(SYS_write, file, "\n", 1) < 0) {
+        __builtin_trap();
+    }
+    syscall(SYS_close, file);
+}
+
 void Touched(void* context) {
     const int error = errno;
-    if (logPath != nullptr) {
-        const long file =
-            syscall(SYS_openat, AT_FDCWD, logPath, O_WRONLY | O_APPEND | O_CREAT, 0600);
-        const auto* const name = static_cast<const char*>(context);
-        if (file < 0 || syscall(SYS_write, file, name, std::strlen(name)) < 0 ||
-            syscall(SYS_write, file, "\n", 1) < 0) {
-            __builtin_trap();
-        }
-        syscall(SYS_close, file);
-    }
+    LogLine(static_cast<const char*>(context));
     if (signalToSend != 0) {
         syscall(SYS_kill, syscall(SYS_getpid), signalToSend);
     }
     errno = error;
+}
+
+long Umask() {
+    const long mask = syscall(SYS_umask, 0);
+    syscall(SYS_umask, mask);
+    return mask;
+}
+
+// After everything of the program has run.
+[[gnu::destructor]] void CompareUmask() {
+    if (umaskAtStart != -1 && Umask() != umaskAtStart) {
+        LogLine("umask");
+    }
 }
 
 int ErrorOf(const char* action) {
@@ -87,7 +108,7 @@ void Arm(const Settings& settings) {
         libccalls::Set(static_cast<Call>(at), {.first = Number(settings.first),
                                                .count = all ? ~0U : Number(settings.count),
                                                .error = ErrorOf(settings.action),
-                                               .ownThread = false,
+                                               .ownThread = settings.mainThread,
                                                .before = Touched,
                                                .context = const_cast<char*>(name)});
         return;
@@ -112,6 +133,7 @@ const char* Setting(const char* name) {
 }
 
 void ReadEnvironment() {
+    umaskAtStart = Umask();
     logPath = std::getenv("ZYN_FAULT_LOG");
     if (const char* const sleep = std::getenv("ZYN_FAULT_SLEEP")) {
         longestSleep = Number(sleep);
@@ -121,7 +143,8 @@ void ReadEnvironment() {
         Arm({.call = call,
              .first = Setting("ZYN_FAULT_FIRST"),
              .count = Setting("ZYN_FAULT_COUNT"),
-             .action = Setting("ZYN_FAULT_ACTION")});
+             .action = Setting("ZYN_FAULT_ACTION"),
+             .mainThread = std::getenv("ZYN_FAULT_THREAD") != nullptr});
     }
 }
 

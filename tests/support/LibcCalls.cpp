@@ -17,6 +17,9 @@ struct State {
 
 constinit std::array<State, static_cast<std::size_t>(Call::kCount)> states;
 
+// Reached without an allocation even in a preloaded library.
+[[gnu::tls_model("initial-exec")]] constinit thread_local unsigned suspensions = 0;
+
 State& StateOf(Call call) { return states[static_cast<std::size_t>(call)]; }
 
 }  // namespace
@@ -34,10 +37,14 @@ void Clear(Call call) { StateOf(call).first.store(0); }
 
 unsigned Calls(Call call) { return StateOf(call).calls; }
 
+Suspension::Suspension() { ++suspensions; }
+Suspension::~Suspension() { --suspensions; }
+
 int ErrorDue(Call call) {
     State& state = StateOf(call);
     const unsigned first = state.first.load(std::memory_order_acquire);
-    if (first == 0 || (state.plan.ownThread && pthread_equal(state.thread, pthread_self()) == 0)) {
+    if (first == 0 || suspensions != 0 ||
+        (state.plan.ownThread && pthread_equal(state.thread, pthread_self()) == 0)) {
         return 0;
     }
     const unsigned number = ++state.calls;

@@ -83,6 +83,16 @@ void Clear(Call call);
 // Calls since the plan was made, those that failed included.
 [[nodiscard]] unsigned Calls(Call call);
 
+// While it lives, calls of the current thread are neither counted nor touched: those that a
+// function of the library makes for its own work, and whose failures are that function's.
+class Suspension {
+  public:
+    Suspension();
+    Suspension(const Suspension&) = delete;
+    Suspension& operator=(const Suspension&) = delete;
+    ~Suspension();
+};
+
 // Counts one call of the current thread: the error it is to fail with, or 0.
 [[nodiscard]] int ErrorDue(Call call);
 

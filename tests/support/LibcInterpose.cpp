@@ -155,7 +155,11 @@ int fcntl(int file, int command, ...) {
 
 DIR* opendir(const char* path) {
     static constinit Real<DIR*(const char*)> real("opendir");
-    return FailsWithErrno(Call::kOpendir) ? nullptr : real()(path);
+    if (FailsWithErrno(Call::kOpendir)) {
+        return nullptr;
+    }
+    const libccalls::Suspension ownWork;
+    return real()(path);
 }
 
 dirent* readdir(DIR* directory) {
