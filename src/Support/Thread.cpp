@@ -1,7 +1,9 @@
 #include "Support/Thread.h"
 
+#include <execinfo.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 
 void SleepMilliseconds(unsigned int milliseconds) {
@@ -14,4 +16,14 @@ void SleepMilliseconds(unsigned int milliseconds) {
            errno == EINTR) {
         rest = whole - std::chrono::duration_cast<microseconds>(steady_clock::now() - start);
     }
+}
+
+void PrepareThreadExit() {
+    // Loads the same library, and says so when it cannot.
+    void* frame = nullptr;
+    const bool unwinds = backtrace(&frame, 1) != 0;
+    if (!unwinds) {
+        errno = ENOMEM;
+    }
+    ZYN_CHECK_OS_CALL(unwinds, "Failed to create worker thread");
 }

@@ -22,6 +22,11 @@
 // Sleeps for the whole time, also when signals arrive meanwhile.
 void SleepMilliseconds(unsigned int milliseconds);
 
+// Makes sure that pthread_exit can end a thread: it unwinds the stack with a library that it loads
+// on its first use, and ends the process when there is no memory left for that then. Throws
+// CheckOSCall "Failed to create worker thread".
+void PrepareThreadExit();
+
 // What a thread can run. Worker() returns soon after its owner has set the object's stop flag.
 template <typename T>
 concept ThreadWorker = requires(T& object) {
@@ -37,6 +42,7 @@ requires(Joined) class MultithreadizedObject {
   public:
     // Throws CheckOSCall "Failed to create worker thread".
     explicit MultithreadizedObject(T& object) : object_(&object) {
+        PrepareThreadExit();
         const int result = pthread_create(&handle_, nullptr, &MultithreadizedObject::Worker, this);
         const bool created = result == 0;
         if (!created) {
