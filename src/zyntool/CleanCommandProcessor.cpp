@@ -22,7 +22,7 @@ std::string ConfiguredLogPath() {
     MyConfigProcessor processor;
     ZynConfigFileReader<MyConfigProcessor> reader(processor);
     reader.Read(ZynConfigPathPolicy());
-    if (reader.LogPath().empty() && reader.Failure()) {
+    if (processor.Destination().empty() && reader.Failure()) {
         std::rethrow_exception(reader.Failure());
     }
     return CRuntimeInfo::FormatEnvironmentVariables(processor.Destination());
