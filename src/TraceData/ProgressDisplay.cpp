@@ -1,15 +1,16 @@
 #include "TraceData/ProgressDisplay.h"
 
-#include <iomanip>
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
 #include <ostream>
-#include <sstream>
-#include <string>
 
 namespace {
 
-constexpr unsigned int kMarks = 10;
-// Ten marks, two blanks, a bracketed percentage.
-constexpr std::size_t kDisplayWidth = 18;
+constexpr std::size_t kMarks = 10;
+// Over ten marks, two blanks, a bracketed percentage.
+constexpr const char* kBack = "\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b\b";
 
 }  // namespace
 
@@ -30,13 +31,16 @@ void ProgressDisplay::Update(std::uint64_t done, std::uint64_t total) {
     }
 }
 
-// One insertion, so that an unbuffered stream makes one write of it.
+// One insertion, so that an unbuffered stream makes one write of it; from a buffer of its own,
+// since a stream that builds a text says nothing when memory is short, and leaves parts out.
 void ProgressDisplay::Draw(unsigned int percent) {
-    std::ostringstream display;
-    for (unsigned int mark = 0; mark < kMarks; ++mark) {
-        display << (mark < percent / 10 ? '*' : '.');
-    }
-    display << "  [" << std::setw(3) << percent << "%]" << std::string(kDisplayWidth, '\b');
-    *stream_ << display.str() << std::flush;
+    std::array<char, kMarks + 1> marks{};
+    std::fill_n(marks.begin(), kMarks, '.');
+    std::fill_n(marks.begin(), std::min<std::size_t>(percent / 10, kMarks), '*');
+    std::array<char, 64> display{};
+    const int count = std::snprintf(display.data(), display.size(), "%s  [%3u%%]%s", marks.data(),
+                                    percent, kBack);
+    stream_->write(display.data(), count);
+    stream_->flush();
     shown_ = percent;
 }
