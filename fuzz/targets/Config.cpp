@@ -1,17 +1,17 @@
-// A configuration file through the tool's reader and the filter's: both see the same file, and the
-// filter answers as what was read says, also when it is read a second time.
+// A configuration file through the tool's reader and the filter's: both read what the model reads,
+// and the filter answers as that says, also when the file is read a second time.
 #include <algorithm>
 #include <cstdint>
 #include <exception>
 #include <memory>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
-#include "model/FilterModel.h"
+#include "model/ConfigModel.h"
 #include "support/SyslogCapture.h"
 #include "targets/Support.h"
 
@@ -20,37 +20,49 @@ namespace {
 // As many of each kind of name as are asked for.
 constexpr std::size_t kMostNames = 6;
 
-// Keeps what the reader says in the model.
+std::string Switched(bool on) { return on ? " on" : " off"; }
+
+// Writes down what the reader says.
 class Listener final : public BaseConfigProcessor {
   public:
-    void SetDuplicateToDebugConsole(bool duplicate) override { duplicate_ = duplicate; }
-    void SetLogFormat(const std::string& format) override { format_ = format; }
-    void SetStatusTrace(bool enabled) override { statusTrace_ = enabled; }
-    void SetNetworkSetting(NetworkMode mode) override { mode_ = mode; }
+    void SetDuplicateToDebugConsole(bool duplicate) override {
+        Note("duplicate" + Switched(duplicate));
+    }
+    void SetLogFormat(const std::string& format) override { Note("format " + format); }
+    void SetStatusTrace(bool enabled) override { Note("status" + Switched(enabled)); }
+    void SetNetworkSetting(NetworkMode mode) override {
+        Note("network " + std::to_string(static_cast<int>(mode)));
+    }
+    void SetServerPortNumber(unsigned int port) override {
+        Note("server port " + std::to_string(port));
+    }
+    void SetServerMaxConnection(unsigned int count) override {
+        Note("connections " + std::to_string(count));
+    }
+    void SetClientPortNumber(unsigned int port) override {
+        Note("client port " + std::to_string(port));
+    }
+    void SetServerName(const std::string& host) override { Note("server name " + host); }
 
-    void StoreTraceEnabled(bool enabled) { traceEnabled_ = enabled; }
+    void StoreTraceEnabled(bool enabled) { Note("trace" + Switched(enabled)); }
     void StoreModule(const std::string& module, bool enabled) {
-        Note(modules_, module);
-        model_.SetModule(module, enabled);
+        Name(modules_, module);
+        Note("module " + module + Switched(enabled));
     }
     void StoreClient(const std::string& module, const std::string& client, bool enabled) {
-        Note(clients_, client);
-        model_.SetClient(module, client, enabled);
+        Name(clients_, client);
+        Note("client " + module + "/" + client + Switched(enabled));
     }
     void StoreLabel(const std::string& module, const std::string& client, const std::string& label,
                     bool enabled) {
-        Note(labels_, label);
-        model_.SetLabel(module, client, label, enabled);
+        Name(labels_, label);
+        Note("label " + module + "/" + client + "/" + label + Switched(enabled));
     }
 
-    void CompareSettings(ZynFilterManager& manager) const {
-        Require(manager.TraceEnabled() == traceEnabled_, "another master switch");
-        Require(manager.DuplicateToDebugConsole() == duplicate_, "another duplicate flag");
-        Require(manager.StatusTrace() == statusTrace_, "another status trace");
-        Require(manager.NetworkSetting() == mode_, "another network mode");
-        RequireEqual(manager.LogFormat(), format_, "another log format");
-    }
-    void CompareAnswers(ZynFilterManager& manager) const {
+    [[nodiscard]] const std::vector<std::string>& Settings() const noexcept { return settings_; }
+
+    // Asks for everything that has a name.
+    void CompareAnswers(ZynFilterManager& manager, const ModelReading& model) const {
         for (const std::string& module : modules_) {
             const auto moduleKey = static_cast<int>(manager.GetModuleKey(module));
             for (std::uint32_t client = 0; client < clients_.size(); ++client) {
@@ -58,41 +70,55 @@ class Listener final : public BaseConfigProcessor {
             }
             for (const std::string& label : labels_) {
                 const auto labelKey = static_cast<int>(manager.GetLabelKey(label));
-                CompareAnswer(manager.IsEnabled(moduleKey, ZynFilterManager::kNoClient, labelKey),
-                              module, std::nullopt, label);
+                const bool on = model.traceEnabled && model.filter.ModuleOn(module);
+                Require(manager.IsEnabled(moduleKey, ZynFilterManager::kNoClient, labelKey) ==
+                            (on && model.filter.LabelOn(module, "", label)),
+                        "another answer");
                 for (std::uint32_t client = 0; client < clients_.size(); ++client) {
-                    CompareAnswer(manager.IsEnabled(moduleKey, client, labelKey), module,
-                                  clients_[client], label);
+                    const std::string& name = clients_[client];
+                    Require(manager.IsEnabled(moduleKey, client, labelKey) ==
+                                (on && model.filter.ClientOn(module, name) &&
+                                 model.filter.LabelOn(module, name, label)),
+                            "another answer for a client");
                 }
             }
         }
     }
 
   private:
-    static void Note(std::vector<std::string>& names, const std::string& name) {
+    static void Name(std::vector<std::string>& names, const std::string& name) {
         if (names.size() < kMostNames &&
             std::find(names.begin(), names.end(), name) == names.end()) {
             names.push_back(name);
         }
     }
-    void CompareAnswer(bool enabled, const std::string& module,
-                       const std::optional<std::string>& client, const std::string& label) const {
-        const bool clientOn = !client || model_.ClientOn(module, *client);
-        Require(enabled == (traceEnabled_ && model_.ModuleOn(module) && clientOn &&
-                            model_.LabelOn(module, client.value_or(""), label)),
-                "another answer");
-    }
+    void Note(const std::string& setting) { settings_.push_back(setting); }
 
-    FilterModel model_;
+    std::vector<std::string> settings_;
     std::vector<std::string> modules_;
     std::vector<std::string> clients_;
     std::vector<std::string> labels_;
-    bool traceEnabled_ = false;
-    bool duplicate_ = false;
-    bool statusTrace_ = false;
-    NetworkMode mode_ = NetworkMode::Neither;
-    std::string format_ = "text";
 };
+
+// The manager's settings are those that were made last.
+void CompareSettings(ZynFilterManager& manager, const ModelReading& model) {
+    const auto last = [&model](std::string_view name, const std::string& otherwise) {
+        std::string value = otherwise;
+        for (const std::string& setting : model.settings) {
+            if (setting.starts_with(name)) {
+                value = setting.substr(name.size());
+            }
+        }
+        return value;
+    };
+    Require(manager.TraceEnabled() == model.traceEnabled, "another master switch");
+    Require(manager.DuplicateToDebugConsole() == (last("duplicate ", "") == "on"),
+            "another duplicate flag");
+    Require(manager.StatusTrace() == (last("status ", "") == "on"), "another status trace");
+    RequireEqual(std::to_string(static_cast<int>(manager.NetworkSetting())), last("network ", "2"),
+                 "another network mode");
+    RequireEqual(manager.LogFormat(), last("format ", "text"), "another log format");
+}
 
 struct Result {
     std::string logPath;
@@ -135,14 +161,25 @@ void RequireSame(const Result& actual, const Result& expected) {
 
 int ZynFuzzConfig(FuzzInput input) {
     static const MemoryFile file;
-    file.SetContent(FuzzScript(input).Rest());
+    const std::string text(FuzzScript(input).Rest());
+    file.SetContent(text);
 
     MyConfigProcessor tool;
     const Result expected = Read(tool, file.Path());
     RequireEqual(tool.Destination(), expected.logPath, "another log directory");
+    ConfigDocument document;
+    ModelReading model;
+    if (document.Parse(text)) {
+        model = ModelReadConfig(document.Root("ZYNConfig"));
+    } else {
+        model.failure = "Bad logic:" + document.ErrorDescription();
+    }
+    RequireEqual(expected.logPath, model.logPath, "another log path");
+    RequireEqual(expected.failure, model.failure, "another failure");
 
     Listener listener;
     RequireSame(Read(listener, file.Path()), expected);
+    Require(listener.Settings() == model.settings, "other settings");
 
     const auto manager = std::make_unique<ZynFilterManager>();
     ZynClientConfigProcessor<ZynFilterManager> processor(*manager);
@@ -151,8 +188,8 @@ int ZynFuzzConfig(FuzzInput input) {
         manager->Reset();
         RequireSame(Read(processor, file.Path()), expected);
         manager->SetLoaded(expected.loaded);
-        listener.CompareSettings(*manager);
-        listener.CompareAnswers(*manager);
+        CompareSettings(*manager, model);
+        listener.CompareAnswers(*manager, model);
     }
     return 0;
 }

@@ -22,7 +22,7 @@ int ZynFuzzStream(FuzzInput input);
 int ZynFuzzReceiveRing(FuzzInput input);
 // The same with frames that are sent into a ring.
 int ZynFuzzSendRing(FuzzInput input);
-// A configuration file, read by the tool's and by the filter's reader.
+// A configuration file, read by the tool's and by the filter's reader and by a model of them.
 int ZynFuzzConfig(FuzzInput input);
 // Command lines, path templates and the variables that name the configuration file.
 int ZynFuzzCommandLine(FuzzInput input);

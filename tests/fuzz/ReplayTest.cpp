@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <exception>
 #include <filesystem>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@
 #include "support/Files.h"
 #include "targets/Support.h"
 #include "targets/Targets.h"
+
+// Found by its argument's scope, which is no namespace.
+void PrintTo(const FuzzTarget& target, std::ostream* out) { *out << target.name; }
 
 namespace {
 
