@@ -77,7 +77,7 @@ void MessageRing::Append(std::string_view frame) noexcept {
     StoreWord(kWriteOffset, static_cast<std::uint32_t>(end >= capacity_ ? end - capacity_ : end));
 }
 
-MessageRing::Reader::Reader(MessageRing& ring) : ring_(ring), read_(0), available_(0) {
+MessageRing::Reader::Reader(MessageRing& ring) : ring_(ring) {
     const auto [read, write] = ring.Snapshot();
     const bool sane = ring.IsInside(read) && ring.IsInside(write);
     if (!sane) {

@@ -58,8 +58,8 @@ class MessageRing {
         void Advance(std::uint32_t count) noexcept;
 
         MessageRing& ring_;
-        std::uint32_t read_;
-        std::uint32_t available_;
+        std::uint32_t read_ = 0;
+        std::uint32_t available_ = 0;
     };
 
   private:

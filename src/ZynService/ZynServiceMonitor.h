@@ -140,14 +140,14 @@ class ZynServiceMonitorProxy {
 
     static std::atomic<ZynServiceMonitorProxy*> s_Singleton;
 
-    // Whether a call of CreateMonitorOnDemand has nothing to do.
-    std::atomic<bool> settled_{false};
-    std::atomic<bool> closed_{false};
     ZynFilterManager filterManager_;
     CriticalSectionSyncPolicy closing_;
     // Locked in this order where both are; the monitor's thread takes the client's lock alone.
     LockablePointer<MultiThreadedZynServiceMonitor> monitor_;
     LockablePointer<ZynServiceClient> client_;
+    // Whether a call of CreateMonitorOnDemand has nothing to do.
+    std::atomic<bool> settled_{false};
+    std::atomic<bool> closed_{false};
 };
 
 #endif
