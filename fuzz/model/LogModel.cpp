@@ -247,7 +247,7 @@ std::string ModelLine(const std::vector<ModelValue>& values, std::string_view se
                 if (value.id >= 32 && value.id <= 34) {
                     names[value.id - 32U] = value.text.substr(0, 50);
                 } else if (value.id == 0) {
-                    message = (message + MessageText(value.text)).substr(0, kLongest);
+                    message = message.append(MessageText(value.text)).substr(0, kLongest);
                 }
                 break;
             case ModelValue::Kind::kThread:
@@ -260,7 +260,8 @@ std::string ModelLine(const std::vector<ModelValue>& values, std::string_view se
                 now = {value.first, value.second};
                 break;
             case ModelValue::Kind::kControl:
-                message = (message + ControlMessage(value.first, value.second)).substr(0, kLongest);
+                message =
+                    message.append(ControlMessage(value.first, value.second)).substr(0, kLongest);
                 break;
         }
     }

@@ -39,7 +39,7 @@ std::uint32_t WordAt(std::string_view region, std::size_t offset) noexcept {
 
 }  // namespace
 
-RingRegion::ForbiddenPage::ForbiddenPage(char* address) noexcept : address_(nullptr) {
+RingRegion::ForbiddenPage::ForbiddenPage(char* address) noexcept {
     const int fixed = address != nullptr ? MAP_FIXED_NOREPLACE : 0;
     void* page = mmap(address, kPageBytes, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | fixed, -1, 0);
     if (page != MAP_FAILED) {
@@ -84,7 +84,8 @@ RingRegion::RingRegion(std::uint32_t capacity) : capacity_(capacity) {
         guards_.push_back(std::move(behind));
         guards_.push_back(std::move(before));
         if (guarded) {
-            path_ = directory + "/" + name + ".map";
+            path_ = directory;
+            path_.append("/").append(name).append(".map");
             SetReachable(false);
             return;
         }

@@ -55,7 +55,7 @@ class RingRegion {
         [[nodiscard]] const char* Address() const noexcept { return address_; }
 
       private:
-        char* address_;
+        char* address_ = nullptr;
     };
 
     void Resize(std::uint32_t bytes) const;
