@@ -152,6 +152,9 @@ ZynServiceMonitorProxy& ZynServiceMonitorProxy::Create() {
         proxy = new (std::nothrow) ZynServiceMonitorProxy();
         ZYN_CHECK_MEMORY_ALLOCATION(proxy != nullptr, "Can not create ZynServiceMonitorProxy");
         s_Singleton.store(proxy, std::memory_order_release);
+        // The handlers that prepare a fork run in the reverse order: closed first, then locked.
+        pthread_atfork(&ZynServiceMonitorProxy::HoldLocks, &ZynServiceMonitorProxy::ReleaseLocks,
+                       &ZynServiceMonitorProxy::ReleaseLocks);
         // A child has none of the threads and must not answer for its parent's registration.
         pthread_atfork(&ZynServiceMonitorProxy::Shutdown, nullptr, nullptr);
         static const ShutdownAtExit shutdownAtExit;
@@ -163,6 +166,21 @@ void ZynServiceMonitorProxy::Shutdown() noexcept {
     if (ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire)) {
         proxy->Close();
     }
+}
+
+void ZynServiceMonitorProxy::HoldLocks() noexcept {
+    ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
+    DropFailure([proxy] {
+        // Another thread that forks waits here until this one has forked.
+        proxy->closing_.Lock();
+        DropFailure([proxy] { proxy->forkLocks_.emplace(*proxy); });
+    });
+}
+
+void ZynServiceMonitorProxy::ReleaseLocks() noexcept {
+    ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
+    DropFailure([proxy] { proxy->forkLocks_.reset(); });
+    DropFailure([proxy] { proxy->closing_.Unlock(); });
 }
 
 ZynServiceMonitorProxy::~ZynServiceMonitorProxy() { Close(); }

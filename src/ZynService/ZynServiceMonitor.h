@@ -5,6 +5,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "Support/NoReentrantSpinLockPolicy.h"
@@ -138,6 +139,18 @@ class ZynServiceMonitorProxy {
     [[gnu::cold]] static ZynServiceMonitorProxy& Create();
     [[gnu::cold]] void CreateMonitor();
 
+    // All that a query or a request locks, in the order of the locks.
+    struct Locks {
+        explicit Locks(ZynServiceMonitorProxy& proxy)
+            : monitor(proxy.monitor_), client(proxy.client_), filter(proxy.filterManager_) {}
+        AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor;
+        AutoLockingPointer<ZynServiceClient> client;
+        AutoWriteReference filter;
+    };
+    // Around a fork: a thread that the child does not have must not hold a lock in it for ever.
+    static void HoldLocks() noexcept;
+    static void ReleaseLocks() noexcept;
+
     static std::atomic<ZynServiceMonitorProxy*> s_Singleton;
 
     ZynFilterManager filterManager_;
@@ -148,6 +161,8 @@ class ZynServiceMonitorProxy {
     // Whether a call of CreateMonitorOnDemand has nothing to do.
     std::atomic<bool> settled_{false};
     std::atomic<bool> closed_{false};
+    // Of the thread that forks, which holds closing_ too.
+    std::optional<Locks> forkLocks_;
 };
 
 #endif
