@@ -1,0 +1,296 @@
+"""The service killed, stopped or restarted at each step of its dialogue with the tool, the tool
+killed at each of its own, and every bad state of the files between them. Whatever happened, the
+command ends with success or the one failure text in its number of polls, and the next undisturbed
+`pause` works."""
+
+import os
+import signal
+import unittest
+
+from world import BANNER, Fault, World, wait_until_stopped
+
+SUCCESS = b"Pause tracing... succeeded.\n"
+FAILURE = "Pause Tracing...Failed \n"
+# A poll, much shortened, for runs that need not succeed.
+SHORT_POLL_US = 5000
+STEPS = ["registration", "confirm", "request", "order", "unregistration"]
+# Counts the sleeps of the thread that runs the command, and touches nothing.
+COUNT_POLLS = Fault("usleep", 1, "all", "0", main_thread=True)
+# A poll for runs that must succeed: the service has a second for each answer.
+HALF_POLL_US = 50000
+# Of the confirmations of registration, request and un-registration, each. A service that is gone or
+# silent is found out by one or two of the three.
+POLLS = 20
+MOST_POLLS = 3 * POLLS
+
+
+class KillMatrix(unittest.TestCase):
+    def setUp(self):
+        self.world = self.enterContext(World())
+
+    def assert_ended_properly(self, result):
+        self.assertFalse(result.timed_out)
+        self.assertIn(result.status, (0, 255))
+        if result.status == 0:
+            self.assertEqual((result.out, result.err), (SUCCESS, BANNER))
+        else:
+            self.assertEqual(result.out, b"Pause tracing... ")
+            self.assertEqual(result.failure(), FAILURE)
+
+    def assert_pause_works(self):
+        """Undisturbed, with a service that runs."""
+        result = self.world.run(["pause"], sleep_us=HALF_POLL_US)
+        self.assertEqual((result.status, result.out, result.err), (0, SUCCESS, BANNER))
+
+    def assert_nothing_left(self):
+        self.assertEqual(self.world.left_behind(), [])
+
+    def fresh_service(self, *options, watched=False):
+        self.world.kill_service()
+        self.world.clear_run_directory()
+        self.world.start_service(*options, watched=watched)
+
+
+class ServiceTest(KillMatrix):
+    """What the service does to the tool."""
+
+    def test_service_dies_at_each_step(self):
+        for step in STEPS:
+            with self.subTest(step=step):
+                self.fresh_service("--die-at", step)
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assert_ended_properly(result)
+                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.assertEqual(result.status == 0, step == "unregistration")
+                self.assert_nothing_left()
+                # The files of the dead service are still there.
+                result = self.world.run(["pause"], sleep_us=SHORT_POLL_US)
+                self.assertEqual(result.failure(), FAILURE)
+                self.world.kill_service()
+                self.world.start_service(watched=False)
+                self.assert_pause_works()
+
+    def test_service_stops_at_each_step_and_goes_on(self):
+        for step in STEPS:
+            with self.subTest(step=step):
+                self.fresh_service("--stop-at", step)
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assert_ended_properly(result)
+                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.assert_nothing_left()
+                self.world.service.send_signal(signal.SIGCONT)
+                self.assert_pause_works()
+
+    def test_service_is_restarted_at_each_step(self):
+        for step in STEPS:
+            with self.subTest(step=step):
+                self.fresh_service("--die-at", step)
+                tool = self.world.start(["pause"], sleep_us=HALF_POLL_US)
+                self.world.service.wait()
+                self.world.start_service(watched=False)
+                self.assert_ended_properly(self.world.finish(tool))
+                self.assertEqual([name for name in self.world.left_behind()
+                                  if name.endswith(f"{tool.pid}.map")], [])
+                self.assert_pause_works()
+
+    def test_service_that_does_not_answer_is_polled_no_oftener_than_said(self):
+        for options, least, most in ((["--silent"], POLLS, POLLS),
+                                     (["--die-at", "registration"], POLLS, POLLS),
+                                     # It may take some of its polls to be registered.
+                                     (["--confirm-registration-only"], 2 * POLLS, MOST_POLLS)):
+            with self.subTest(options=options):
+                self.fresh_service(*options)
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assertEqual(result.failure(), FAILURE)
+                self.assertGreaterEqual(len(result.hits), least)
+                self.assertLessEqual(len(result.hits), most)
+
+    def test_service_that_fails_in_each_way_costs_no_more_than_its_polls(self):
+        for options in (["--silent"], ["--confirm-registration-only"], ["--flood"],
+                        ["--unknown-types"], ["--truncated-message"], ["--long-frame", "70000"],
+                        ["--frames-of-kind", "5"], ["--split"], ["--bad-positions", "4000000000,3"],
+                        ["--bad-positions", "3,4000000000"]):
+            with self.subTest(options=options):
+                self.fresh_service(*options)
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assert_ended_properly(result)
+                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.assert_nothing_left()
+                self.fresh_service()
+                self.assert_pause_works()
+
+
+class ToolTest(KillMatrix):
+    """What becomes of the next command when one is killed."""
+
+    def steps(self, calls):
+        """One fault per call that a `pause` makes, of each of these functions."""
+        for call in calls:
+            counted = self.world.run(["pause"], Fault(call, 1, "all", "0"))
+            self.assertEqual(counted.status, 0)
+            self.assertTrue(counted.hits, call)
+            for first in range(1, len(counted.hits) + 1):
+                yield call, first
+
+    def test_tool_is_killed_ahead_of_each_system_call(self):
+        self.fresh_service()
+        for call, first in self.steps(["open", "access", "read", "stat", "lseek", "ftruncate",
+                                       "fallocate", "mmap", "fcntl", "munmap", "close", "unlink",
+                                       "usleep", "pthread_create", "pthread_join"]):
+            with self.subTest(call=call, first=first):
+                result = self.world.run(["pause"], Fault(call, first, "1", "kill"), SHORT_POLL_US)
+                # How often the threads sleep and look is a matter of luck.
+                if result.status != -signal.SIGKILL:
+                    self.assertIn(call, ("access", "stat", "usleep"))
+                    self.assert_ended_properly(result)
+                # Regions of its own, and the lock file, which the next one takes over.
+                self.assertLessEqual(set(self.world.left_behind()), {
+                    "ZynServerMessageLock.lck", f"ZynTraceBuffer{result.pid}.map",
+                    f"ZynServerMessageBuffer{result.pid}.map"})
+                self.assertTrue(self.world.service_runs())
+                for name in self.world.left_behind():
+                    if name.endswith(".map"):
+                        (self.world.run_directory / name).unlink()
+        self.assert_pause_works()
+
+    def test_pause_works_after_the_tool_was_killed_at_each_step_of_sending(self):
+        self.fresh_service()
+        for call, first in self.steps(["fcntl", "unlink", "ftruncate"]):
+            with self.subTest(call=call, first=first):
+                result = self.world.run(["pause"], Fault(call, first, "1", "kill"), SHORT_POLL_US)
+                self.assertEqual(result.status, -signal.SIGKILL)
+                self.assert_pause_works()
+                self.assertNotIn("ZynServerMessageLock.lck", self.world.left_behind())
+
+    def test_regions_are_cut_under_the_tool_at_each_step(self):
+        self.fresh_service()
+        for call, first in self.steps(["fcntl", "fstat", "munmap", "pthread_join"]):
+            with self.subTest(call=call, first=first):
+                tool = self.world.start(["pause"], Fault(call, first, "1", "stop"), SHORT_POLL_US)
+                # The number of looks at a ring is a matter of luck.
+                if wait_until_stopped(tool):
+                    self.world.service.send_signal(signal.SIGSTOP)
+                    for path in self.world.run_directory.glob("*.map"):
+                        os.truncate(path, 0)
+                    tool.send_signal(signal.SIGCONT)
+                self.assert_ended_properly(self.world.finish(tool))
+                self.fresh_service()
+        self.assert_pause_works()
+
+
+class FileStateTest(KillMatrix):
+    """What may stand in the run directory instead of the service's files."""
+
+    def try_states(self, name, states, harmless=()):
+        for state, make in states.items():
+            with self.subTest(file=name, state=state):
+                self.fresh_service()
+                path = self.world.run_directory / name
+                path.unlink(missing_ok=True)
+                make(path)
+                self.world.service_files.add(name)
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assert_ended_properly(result)
+                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.assertEqual(result.status, 0 if state in harmless else 255)
+                self.assert_nothing_left()
+        self.fresh_service()
+        self.assert_pause_works()
+
+    def states(self):
+        return {
+            "missing": lambda path: None,
+            "empty": lambda path: path.write_bytes(b""),
+            "directory": lambda path: path.mkdir(),
+            "pipe": os.mkfifo,
+            "dangling": lambda path: path.symlink_to("nowhere/at/all"),
+            "loop": lambda path: path.symlink_to(path.name),
+        }
+
+    def sized(self, size, fill=b""):
+        def make(path):
+            path.write_bytes(fill)
+            os.truncate(path, size)
+        return make
+
+    def test_pid_file(self):
+        states = self.states() | {
+            "garbage": lambda path: path.write_bytes(bytes(range(256)) * 20),
+            "zero": lambda path: path.write_text("0\n"),
+            "negative": lambda path: path.write_text("-1\n"),
+            "too large": lambda path: path.write_text("4294967296\n"),
+            "far too large": lambda path: path.write_text("9" * 5000),
+            "stale": lambda path: path.write_text("4194999\n"),
+            "no service": lambda path: path.write_text(f"{os.getpid()}x"),
+            "huge": self.sized(1 << 40, b"\0"),
+        }
+        # Whoever has that id: the service is known by its answers alone, and it runs.
+        self.try_states("ZynService.pid", states, harmless=["no service"])
+
+    def test_lock_file_of_the_service(self):
+        # Its being there is all that counts.
+        self.try_states("ZynService.lck", self.states(), harmless=["empty", "directory", "pipe"])
+
+    def test_lock_file_of_the_senders(self):
+        states = self.states() | {"huge": self.sized(1 << 40)}
+        for state in ("directory", "pipe"):
+            del states[state]
+        self.try_states("ZynServerMessageLock.lck", states, harmless=["missing", "empty", "huge"])
+
+    def test_lock_file_of_the_senders_that_is_none(self):
+        self.fresh_service()
+        lock = self.world.run_directory / "ZynServerMessageLock.lck"
+        lock.mkdir()
+        self.assertEqual(self.world.run(["pause"]).failure(), FAILURE)
+        lock.rmdir()
+        os.mkfifo(lock)
+        self.assert_ended_properly(self.world.run(["pause"], sleep_us=SHORT_POLL_US))
+        lock.unlink(missing_ok=True)
+        self.assert_nothing_left()
+        self.assert_pause_works()
+
+    def test_region_of_the_service(self):
+        states = self.states() | {
+            "shorter than its header": self.sized(11),
+            "a byte too short": self.sized(523),
+            "not the service's": self.sized(524, b"\xff" * 524),
+            "more than 4 GiB": self.sized((1 << 32) + 524),
+        }
+        self.try_states("ZynServerMessageBuffer.map", states)
+
+    def test_region_of_the_sequence_numbers(self):
+        states = self.states() | {"short": self.sized(3), "more than 4 GiB": self.sized(1 << 33),
+                                  "garbage": self.sized(4096, b"\xa5" * 4096)}
+        self.try_states("ZynRecordSequenceNumberSeed.map", states, harmless=["garbage"])
+
+    def test_regions_of_the_tool_that_are_in_its_way(self):
+        self.fresh_service()
+        run_directory = self.world.run_directory
+
+        for region in ("ZynServerMessageBuffer", "ZynTraceBuffer"):
+            with self.subTest(region=region, state="directory"):
+                tool = self.world.start(
+                    ["pause"], preexec_fn=lambda: os.mkdir(
+                        run_directory / f"{region}{os.getpid()}.map"))
+                self.assertEqual(self.world.finish(tool).failure(), FAILURE)
+                self.assertEqual(self.world.left_behind(), [f"{region}{tool.pid}.map"])
+                (run_directory / f"{region}{tool.pid}.map").rmdir()
+            with self.subTest(region=region, state="left by a dead process of the same id"):
+                def leave():
+                    path = run_directory / f"{region}{os.getpid()}.map"
+                    path.write_bytes(b"\xff" * 3000000)
+                result = self.world.finish(self.world.start(["pause"], preexec_fn=leave))
+                self.assertEqual((result.status, result.out), (0, SUCCESS))
+                self.assert_nothing_left()
+
+    def test_run_directory_that_is_not_there(self):
+        self.world.run_directory.rmdir()
+        self.world.service_files = set()
+        self.assertEqual(self.world.run(["pause"]).failure(), FAILURE)
+        self.world.run_directory.mkdir()
+        self.fresh_service()
+        self.assert_pause_works()
+
+
+if __name__ == "__main__":
+    unittest.main()
