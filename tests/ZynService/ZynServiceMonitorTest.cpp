@@ -21,7 +21,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using ::testing::Not;
 
 constexpr const char* kTimeout = "Bad logic:Timeout waiting registration confirmation";
 constexpr const char* kNoThread =
