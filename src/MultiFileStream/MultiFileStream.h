@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "MultiFileStream/DescriptorBudget.h"
-#include "MultiFileStream/FileDescriptor.h"
+#include "Support/FileDescriptor.h"
 #include "Support/FileIdentity.h"
 #include "Support/FileSystem.h"
 #include "Support/Logging.h"

@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
@@ -10,54 +9,32 @@
 #include <cstdint>
 #include <utility>
 
+#include "Support/FileDescriptor.h"
+
 namespace {
 
 constexpr const char* kCanNotOpen = "Failed to open file";
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-class FileDescriptor {
-  public:
-    explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
-    FileDescriptor(const FileDescriptor&) = delete;
-    FileDescriptor& operator=(const FileDescriptor&) = delete;
-    ~FileDescriptor() {
-        if (descriptor_ != -1) {
-            ::close(descriptor_);
-        }
-    }
-    [[nodiscard]] int Get() const noexcept { return descriptor_; }
-
-  private:
-    int descriptor_;
-};
-
 // Null when the text has been read, else why not.
 const char* ReadWholeFile(const std::string& path, std::string& text) {
     // Non-blocking: opening a FIFO must not wait for a writer.
-    const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
     struct stat status {};
-    if (file.Get() == -1 || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+    if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return kCanNotOpen;
     }
     if (status.st_size > static_cast<off_t>(ConfigDocument::kMaxBytes)) {
         return "Document is too large";
     }
     text.resize(static_cast<std::size_t>(status.st_size));
-    std::size_t position = 0;
-    while (position < text.size()) {
-        const ssize_t count = ::read(file.Get(), text.data() + position, text.size() - position);
-        if (count == -1 && errno == EINTR) {
-            continue;
-        }
-        if (count == -1) {
-            return kCanNotOpen;
-        }
-        if (count == 0) {
-            break;
-        }
-        position += static_cast<std::size_t>(count);
+    errno = 0;
+    const std::size_t count = file.ReadFully(text.data(), text.size(), text.size());
+    // Without an error the file has only become shorter.
+    if (count < text.size() && errno != 0) {
+        return kCanNotOpen;
     }
-    text.resize(position);
+    text.resize(count);
     return nullptr;
 }
 

@@ -1,4 +1,4 @@
-#include "MultiFileStream/FileDescriptor.h"
+#include "Support/FileDescriptor.h"
 
 #include <unistd.h>
 

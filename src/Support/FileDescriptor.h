@@ -1,6 +1,6 @@
 // Scope object of an open file.
-#ifndef ZYN_MULTIFILESTREAM_FILEDESCRIPTOR_H
-#define ZYN_MULTIFILESTREAM_FILEDESCRIPTOR_H
+#ifndef ZYN_SUPPORT_FILEDESCRIPTOR_H
+#define ZYN_SUPPORT_FILEDESCRIPTOR_H
 
 #include <cstddef>
 #include <utility>
