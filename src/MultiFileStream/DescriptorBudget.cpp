@@ -11,7 +11,7 @@ constexpr rlim_t kReserved = 64;
 
 }  // namespace
 
-DescriptorBudget::DescriptorBudget(std::size_t files) noexcept : left_(0) {
+DescriptorBudget::DescriptorBudget(std::size_t files) noexcept {
     rlimit limit{};
     if (getrlimit(RLIMIT_NOFILE, &limit) != 0) {
         return;

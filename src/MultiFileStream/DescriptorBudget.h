@@ -20,7 +20,7 @@ class DescriptorBudget {
     }
 
   private:
-    std::size_t left_;
+    std::size_t left_ = 0;
 };
 
 #endif

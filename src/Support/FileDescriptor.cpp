@@ -21,9 +21,7 @@ std::size_t FileDescriptor::ReadFully(char* buffer, std::size_t atLeast,
         const ssize_t got = read(descriptor_, buffer + count, atMost - count);
         if (got > 0) {
             count += static_cast<std::size_t>(got);
-        } else if (got == 0) {
-            break;
-        } else if (errno == EINTR) {
+        } else if (got == -1 && errno == EINTR) {
             errno = error;
         } else {
             break;

@@ -24,9 +24,12 @@ void EchoToDiagnosticLog(const GenericExtendedException& failure) noexcept {
 
 template <typename E>
 [[noreturn]] void Raise(const std::string& text, const char* file, unsigned int line) {
-    ExtendedException<E> failure(text, file, line);
-    EchoToDiagnosticLog(failure);
-    throw failure;
+    try {
+        throw ExtendedException<E>(text, file, line);
+    } catch (const GenericExtendedException& failure) {
+        EchoToDiagnosticLog(failure);
+        throw;
+    }
 }
 
 }  // namespace

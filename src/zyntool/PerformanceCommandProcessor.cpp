@@ -9,5 +9,5 @@ void PerformanceCommandProcessor::Process(CommandLineParser::CommandOptions& opt
     const std::string& period = std::as_const(options)["T"];
     static_cast<void>(std::strtol(period.c_str(), nullptr, 10));
     constexpr std::string_view kText = "Collecting function usage performance number...\n";
-    std::fwrite(kText.data(), 1, kText.size(), stderr);
+    static_cast<void>(std::fwrite(kText.data(), 1, kText.size(), stderr));
 }

@@ -15,8 +15,8 @@
 int main(int argc, char** argv) {
     // A pipe that nobody reads any more and a file at its size limit are failed writes, which are
     // reported, and no reason to die without a word.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
+    static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
     PreservationCommandProcessor preservationProcessor;
