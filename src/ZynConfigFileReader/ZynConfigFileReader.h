@@ -334,6 +334,7 @@ void ZynConfigFileReader<Processor>::GetLabelInfo(TiXmlNode* node,
                                                   [[maybe_unused]] const std::string& clientName) {
     [[maybe_unused]] const NameAndState read = RequireNameAndState(RequireElement(node));
     if constexpr (FilterKeeper<Processor>) {
+        // NOLINTNEXTLINE(clang-analyzer-core.NonNullParamChecker): it misses that the check throws
         processor_->StoreLabel(moduleName, clientName, read.name, read.enabled);
     }
 }
