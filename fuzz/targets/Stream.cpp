@@ -48,7 +48,7 @@ void WriteCut(const std::string& directory, const LogCase& log) {
     for (std::size_t i = 0; i < 4; ++i) {
         const std::string path = directory + "/" + NameOf(i);
         if (i >= log.files) {
-            std::remove(path.c_str());
+            static_cast<void>(std::remove(path.c_str()));
             continue;
         }
         WriteFile(path, ZynBinaryFileOutputSupport::GetHeader() +
