@@ -32,7 +32,7 @@ class Fault:
     first: int
     count: str
     action: str
-    main_thread: bool = False
+    thread: str = ""  # "main" or "other": only calls of these
 
     def __str__(self):
         return f"{self.call} {self.first} {self.count} {self.action}"
@@ -98,8 +98,8 @@ class World:
         if fault:
             variables |= {"ZYN_FAULT_CALL": fault.call, "ZYN_FAULT_FIRST": str(fault.first),
                           "ZYN_FAULT_COUNT": fault.count, "ZYN_FAULT_ACTION": fault.action}
-            if fault.main_thread:
-                variables["ZYN_FAULT_THREAD"] = "main"
+            if fault.thread:
+                variables["ZYN_FAULT_THREAD"] = fault.thread
         if sleep_us:
             variables["ZYN_FAULT_SLEEP"] = str(sleep_us)
         return variables | more

@@ -1,9 +1,7 @@
 #include "support/FaultInjection.h"
 
 FaultInjection::FaultInjection(const Fault& fault) : point_(fault.point) {
-    libccalls::Set(
-        point_,
-        {.first = fault.first, .count = fault.count, .error = fault.error, .ownThread = false});
+    libccalls::Set(point_, {.first = fault.first, .count = fault.count, .error = fault.error});
 }
 
 FaultInjection::~FaultInjection() { libccalls::Clear(point_); }

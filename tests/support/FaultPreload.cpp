@@ -7,7 +7,9 @@
 //   ZYN_FAULT_ACTION  an errno number (0: the call goes on), "half" or "zero" (a short count),
 //                     "kill" or "stop" (the program is sent SIGKILL or SIGSTOP ahead of the call,
 //                     which then is made)
-//   ZYN_FAULT_THREAD  "main": calls of other threads are neither counted nor touched
+//   ZYN_FAULT_THREAD  "main" or "other": calls of the other threads, or of the main one, are
+//   neither
+//                     counted nor touched
 //   ZYN_FAULT_LOG     a file that gets a line per call that was touched, and the line "umask" when
 //                     the program ends with another umask than it began with
 //   ZYN_FAULT_SLEEP   the most microseconds that a usleep takes
@@ -37,7 +39,7 @@ struct Settings {
     const char* first;
     const char* count;
     const char* action;
-    bool mainThread;
+    const char* thread;
 };
 
 unsigned Number(const char* text) {
@@ -66,7 +68,8 @@ void Touched(void* context) {
     const int error = errno;
     LogLine(static_cast<const char*>(context));
     if (signalToSend != 0) {
-        syscall(SYS_kill, syscall(SYS_getpid), signalToSend);
+        // To this thread, which then does nothing more; any other could take the process's signal.
+        syscall(SYS_tgkill, syscall(SYS_getpid), syscall(SYS_gettid), signalToSend);
     }
     errno = error;
 }
@@ -98,6 +101,14 @@ int ErrorOf(const char* action) {
     return static_cast<int>(Number(action));
 }
 
+libccalls::Threads ThreadsOf(const char* thread) {
+    if (thread == nullptr) {
+        return libccalls::Threads::kAll;
+    }
+    return std::strcmp(thread, "main") == 0 ? libccalls::Threads::kThatSetThePlan
+                                            : libccalls::Threads::kOthers;
+}
+
 void Arm(const Settings& settings) {
     for (std::size_t at = 0; at < static_cast<std::size_t>(Call::kCount); ++at) {
         const char* const name = libccalls::kNames[at];
@@ -108,7 +119,7 @@ void Arm(const Settings& settings) {
         libccalls::Set(static_cast<Call>(at), {.first = Number(settings.first),
                                                .count = all ? ~0U : Number(settings.count),
                                                .error = ErrorOf(settings.action),
-                                               .ownThread = settings.mainThread,
+                                               .threads = ThreadsOf(settings.thread),
                                                .before = Touched,
                                                .context = const_cast<char*>(name)});
         return;
@@ -144,7 +155,7 @@ void ReadEnvironment() {
              .first = Setting("ZYN_FAULT_FIRST"),
              .count = Setting("ZYN_FAULT_COUNT"),
              .action = Setting("ZYN_FAULT_ACTION"),
-             .mainThread = std::getenv("ZYN_FAULT_THREAD") != nullptr});
+             .thread = std::getenv("ZYN_FAULT_THREAD")});
     }
 }
 

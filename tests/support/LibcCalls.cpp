@@ -22,6 +22,13 @@ constinit std::array<State, static_cast<std::size_t>(Call::kCount)> states;
 
 State& StateOf(Call call) { return states[static_cast<std::size_t>(call)]; }
 
+// Whether the plan is about the current thread.
+bool Concerns(const State& state) {
+    return state.plan.threads == Threads::kAll ||
+           (state.plan.threads == Threads::kThatSetThePlan) ==
+               (pthread_equal(state.thread, pthread_self()) != 0);
+}
+
 }  // namespace
 
 void Set(Call call, const Plan& plan) {
@@ -43,8 +50,7 @@ Suspension::~Suspension() { --suspensions; }
 int ErrorDue(Call call) {
     State& state = StateOf(call);
     const unsigned first = state.first.load(std::memory_order_acquire);
-    if (first == 0 || suspensions != 0 ||
-        (state.plan.ownThread && pthread_equal(state.thread, pthread_self()) == 0)) {
+    if (first == 0 || suspensions != 0 || !Concerns(state)) {
         return 0;
     }
     const unsigned number = ++state.calls;

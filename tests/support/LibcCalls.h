@@ -67,12 +67,15 @@ static_assert(std::size(kNames) == static_cast<std::size_t>(Call::kCount));
 inline constexpr int kHalfCount = -1;
 inline constexpr int kZeroCount = -2;
 
+// Whose calls are counted and touched.
+enum class Threads { kAll, kThatSetThePlan, kOthers };
+
 // What is to become of the calls of one function, counted from 1 since the plan was made.
 struct Plan {
     unsigned first;  // the first call that it is about
     unsigned count;  // how many calls in a row
     int error;       // errno of these calls, or a constant above, or 0: they only run `before`
-    bool ownThread;  // calls of other threads are neither counted nor touched
+    Threads threads = Threads::kAll;
     void (*before)(void* context) = nullptr;  // runs ahead of each of these calls
     void* context = nullptr;
 };

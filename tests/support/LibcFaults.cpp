@@ -22,7 +22,10 @@ bool SleepByScript(useconds_t microseconds, int& result) {
 
 LibcFault::LibcFault(LibcCall call, int error, int nth)
     : call_(call), nth_(static_cast<unsigned>(nth)) {
-    libccalls::Set(call_, {.first = nth_, .count = 1, .error = error, .ownThread = true});
+    libccalls::Set(call_, {.first = nth_,
+                           .count = 1,
+                           .error = error,
+                           .threads = libccalls::Threads::kThatSetThePlan});
 }
 
 LibcFault::LibcFault(LibcCall call, std::function<void()> before, int nth)
@@ -30,7 +33,7 @@ LibcFault::LibcFault(LibcCall call, std::function<void()> before, int nth)
     libccalls::Set(call_, {.first = nth_,
                            .count = 1,
                            .error = 0,
-                           .ownThread = true,
+                           .threads = libccalls::Threads::kThatSetThePlan,
                            .before = RunFunction,
                            .context = &before_});
 }
