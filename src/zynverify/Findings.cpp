@@ -27,9 +27,9 @@ std::string_view KindName(FindingKind kind) noexcept {
         case FindingKind::kStray:
             return "stray";
         case FindingKind::kRestart:
-            return "restart";
+            break;
     }
-    return "";
+    return "restart";
 }
 
 std::string_view ExportEffect(FindingKind kind) noexcept {

@@ -75,8 +75,10 @@ TEST(SmartBuffer, KeepsItsBytesWhenItGrows) {
 
 TEST(SmartBuffer, SizeThatCannotBeHadIsAFailure) {
     SmartBuffer<1024> buffer;
+    // The last one alone would fit, but not behind what is there.
     for (const std::size_t size :
-         {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() / 2}) {
+         {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() / 2,
+          std::numeric_limits<std::size_t>::max() / 2 - 1024}) {
         EXPECT_EQ(FailureOf([&] { buffer.Reserve(size); }),
                   "Memory allocation failed:Can not expand smart buffer");
     }
@@ -136,6 +138,16 @@ TEST(SmartBufferOutputStream, AppendsAndGrows) {
     EXPECT_EQ(stream.View().substr(5), text);
     stream.Clear();
     EXPECT_TRUE(stream.View().empty());
+}
+
+TEST(SmartBufferOutputStream, CountThatOverflowsTheSizeAppendsNothing) {
+    SmartBufferOutputStream<16U> stream;
+    stream.write("x", 1);
+    // Out of the compiler's sight, which would not have it.
+    const volatile std::size_t everything = std::numeric_limits<std::size_t>::max();
+    EXPECT_EQ(FailureOf([&] { stream.write("y", everything); }),
+              "Memory allocation failed:Can not expand smart buffer");
+    EXPECT_EQ(stream.View(), "x");
 }
 
 }  // namespace

@@ -8,13 +8,14 @@
 #include <array>
 #include <cerrno>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
 #include "MultiFileStream/DescriptorBudget.h"
 #include "MultiFileStream/MultiFileStream.h"
-#include "support/FaultInjection.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/LogWriter.h"
 #include "support/RaisedFailure.h"
 
@@ -98,7 +99,7 @@ TEST_F(DescriptorLimitTest, SoftLimitThatIsHighEnoughIsLeftAlone) {
 TEST_F(DescriptorLimitTest, ThreeThousandFilesAreReadWithAHundredDescriptors) {
     WriteLogs(3000);
     const SoftLimit limit(100);
-    const FaultInjection refusal({FaultPoint::kSetrlimit, EPERM, 1, Fault::kAlways});
+    const LibcFault refusal(LibcCall::kSetrlimit, EPERM, 1, LibcFault::kAlways);
     List();
     EXPECT_EQ(SoftLimit::Now(), 100U);
     EXPECT_EQ(stream_.TotalBytes(), 12000U);
@@ -107,7 +108,7 @@ TEST_F(DescriptorLimitTest, ThreeThousandFilesAreReadWithAHundredDescriptors) {
 
 TEST_F(DescriptorLimitTest, UnknownLimitHoldsNoFileOpen) {
     WriteLogs(20);
-    const FaultInjection unknown({FaultPoint::kGetrlimit, EINVAL, 1, Fault::kAlways});
+    const LibcFault unknown(LibcCall::kGetrlimit, EINVAL, 1, LibcFault::kAlways);
     List();
     EXPECT_EQ(ReadAll(), expected_);
 }
@@ -119,12 +120,33 @@ TEST_F(DescriptorLimitTest, BudgetNeverExceedsTheFiles) {
     EXPECT_FALSE(budget.Take());
 }
 
+TEST_F(DescriptorLimitTest, LimitThatLeavesNothingHoldsNoFileOpen) {
+    const SoftLimit limit(64);
+    const LibcFault refusal(LibcCall::kSetrlimit, EPERM, 1, LibcFault::kAlways);
+    DescriptorBudget budget(2);
+    EXPECT_FALSE(budget.Take());
+}
+
+// A hard limit cannot be raised again, so a process of its own sets it.
+TEST_F(DescriptorLimitTest, HardLimitIsNotPassed) {
+    const auto takeAll = [] {
+        const rlimit limit{66, 66};
+        if (setrlimit(RLIMIT_NOFILE, &limit) != 0) {
+            std::exit(1);
+        }
+        DescriptorBudget budget(10);
+        const bool two = budget.Take() && budget.Take() && !budget.Take();
+        std::exit(two && SoftLimit::Now() == 66 ? 0 : 2);
+    };
+    EXPECT_EXIT(takeAll(), testing::ExitedWithCode(0), "");
+}
+
 // With a budget of nothing, so that every file is opened again in its turn.
 class ReopenTest : public DescriptorLimitTest {
   protected:
     ReopenTest() { WriteLogs(3); }
     void ListAllParked() {
-        const FaultInjection unknown({FaultPoint::kGetrlimit, EINVAL, 1, Fault::kAlways});
+        const LibcFault unknown(LibcCall::kGetrlimit, EINVAL, 1, LibcFault::kAlways);
         List();
     }
     std::string Failure() {
@@ -135,6 +157,16 @@ class ReopenTest : public DescriptorLimitTest {
 TEST_F(ReopenTest, FileThatIsStillThereIsRead) {
     ListAllParked();
     EXPECT_EQ(ReadAll(), "100010011002");
+}
+
+TEST_F(ReopenTest, FileWithoutHeaderIsReadFromItsStart) {
+    for (int i = 0; i < 3; ++i) {
+        WriteFile(Path(i), std::string(300, static_cast<char>('a' + i)));
+    }
+    const LibcFault unknown(LibcCall::kGetrlimit, EINVAL, 1, LibcFault::kAlways);
+    stream_.GetAllLogFiles(directory_.Path(), "zynlog-", "txt", "text");
+    EXPECT_EQ(stream_.Extents().at(1).headerBytes, 0U);
+    EXPECT_EQ(ReadAll(), std::string(300, 'a') + std::string(300, 'b') + std::string(300, 'c'));
 }
 
 TEST_F(ReopenTest, VanishedFileFails) {
@@ -160,7 +192,7 @@ TEST_F(ReopenTest, ShrunkenFileFails) {
 
 TEST_F(ReopenTest, SeekBackToThePositionHasItsText) {
     ListAllParked();
-    const FaultInjection fault({FaultPoint::kLseek, EIO});
+    const LibcFault fault(LibcCall::kLseek, EIO);
     EXPECT_EQ(Failure(),
               "Failed to seek to just after the file header [OS call failed:5(Input/output "
               "error)]");
@@ -168,7 +200,7 @@ TEST_F(ReopenTest, SeekBackToThePositionHasItsText) {
 
 TEST_F(ReopenTest, FileThatCannotBeOpenedAgainFails) {
     ListAllParked();
-    const FaultInjection fault({FaultPoint::kOpen, EMFILE, 2});
+    const LibcFault fault(LibcCall::kOpen, EMFILE, 2);
     EXPECT_EQ(Failure(), "Failed to open file for read [OS call failed:24(Too many open files)]");
 }
 

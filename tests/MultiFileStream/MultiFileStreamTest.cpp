@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "MultiFileStream/MultiFileStream.h"
-#include "support/FaultInjection.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/LogWriter.h"
 #include "support/RaisedFailure.h"
 
@@ -328,7 +328,7 @@ TEST_F(MultiFileStreamTest, UnreadableFileFails) {
     Write("zynlog-1.txt", "abc");
     ASSERT_EQ(chmod((directory_ / "zynlog-1.txt").c_str(), 0), 0);
     // The superuser may read it all the same, so the refusal is made.
-    const FaultInjection fault({FaultPoint::kOpen, EACCES});
+    const LibcFault fault(LibcCall::kOpen, EACCES);
     EXPECT_EQ(ListFailure().text,
               OSCallText("Failed to open file for read", "13(Permission denied)"));
 }
@@ -341,7 +341,7 @@ TEST_F(MultiFileStreamTest, NamesOf255BytesAreRead) {
 
 TEST_F(MultiFileStreamTest, FileThatCannotBeLookedAtFails) {
     Write("zynlog-1.txt", "abc");
-    const FaultInjection fault({FaultPoint::kFstat, EIO});
+    const LibcFault fault(LibcCall::kFstat, EIO);
     EXPECT_EQ(ListFailure().text,
               OSCallText("Failed to open file for read", "5(Input/output error)"));
 }
@@ -352,7 +352,7 @@ TEST_F(MultiFileStreamTest, EachSeekOfTheListingHasItsText) {
         "Failed to seek to the end of the file", "Failed to query file pointer position",
         "Failed to seek to beginning of the file", "Failed to seek to just after the file header"};
     for (unsigned call = 1; call <= 4; ++call) {
-        const FaultInjection fault({FaultPoint::kLseek, EIO, call});
+        const LibcFault fault(LibcCall::kLseek, EIO, call);
         EXPECT_EQ(ListFailure().text, OSCallText(texts[call - 1], "5(Input/output error)"));
     }
     List();
@@ -361,7 +361,7 @@ TEST_F(MultiFileStreamTest, EachSeekOfTheListingHasItsText) {
 
 TEST_F(MultiFileStreamTest, SeekBackOfAFileWithoutHeaderHasItsText) {
     WriteFile(directory_ / "zynlog-1.txt", std::string(300, 'x'));
-    const FaultInjection fault({FaultPoint::kLseek, EIO, 4});
+    const LibcFault fault(LibcCall::kLseek, EIO, 4);
     EXPECT_EQ(ListFailure("text").text,
               OSCallText("Failed to seek to beginning of the file", "5(Input/output error)"));
 }
@@ -369,18 +369,18 @@ TEST_F(MultiFileStreamTest, SeekBackOfAFileWithoutHeaderHasItsText) {
 TEST_F(MultiFileStreamTest, HeaderThatCannotBeReadFails) {
     Write("zynlog-1.txt", "abc");
     {
-        const FaultInjection fault({FaultPoint::kRead, EIO});
+        const LibcFault fault(LibcCall::kRead, EIO);
         EXPECT_EQ(ListFailure().text,
                   OSCallText("Error attempting to read file header", "5(Input/output error)"));
     }
-    const FaultInjection fault({FaultPoint::kRead, Fault::kZeroCount});
+    const LibcFault fault(LibcCall::kRead, LibcFault::kZeroCount);
     EXPECT_EQ(ListFailure().text, OSCallText("Error attempting to read file header", "0(Success)"));
 }
 
 TEST_F(MultiFileStreamTest, InterruptedAndShortReadsGoOn) {
-    for (const int error : {EINTR, Fault::kHalfCount}) {
+    for (const int error : {EINTR, LibcFault::kHalfCount}) {
         Write("zynlog-1.txt", "abcdefgh");
-        const FaultInjection fault({FaultPoint::kRead, error, 1, 12});
+        const LibcFault fault(LibcCall::kRead, error, 1, 12);
         List();
         EXPECT_EQ(ReadAll(), "abcdefgh");
         EXPECT_GE(fault.Calls(), 12U);
@@ -391,13 +391,13 @@ TEST_F(MultiFileStreamTest, ErrnoOfAnInterruptedReadIsNotBlamedForAShortFile) {
     Write("zynlog-1.txt", "abcdefgh");
     List();
     std::filesystem::resize_file(directory_ / "zynlog-1.txt", 256);
-    const FaultInjection fault({FaultPoint::kRead, EINTR});
+    const LibcFault fault(LibcCall::kRead, EINTR);
     EXPECT_EQ(ReadFailure(8), OSCallText("Failed to read from file", "0(Success)"));
 }
 
 TEST_F(MultiFileStreamTest, EntryThatCannotBeMadeFails) {
     Write("zynlog-1.txt", "abc");
-    const FaultInjection fault({FaultPoint::kNew, ENOMEM});
+    const LibcFault fault(LibcCall::kNew, ENOMEM);
     const RaisedFailure failure = ListFailure();
     EXPECT_EQ(failure.text, "Memory allocation failed:Can not create new FileToBeRead object");
     EXPECT_TRUE(failure.IsFrom("MultiFileStream.h"));
@@ -406,7 +406,7 @@ TEST_F(MultiFileStreamTest, EntryThatCannotBeMadeFails) {
 TEST_F(MultiFileStreamTest, DataThatCannotBeReadFails) {
     Write("zynlog-1.txt", "abcdefgh");
     List();
-    const FaultInjection fault({FaultPoint::kRead, EIO});
+    const LibcFault fault(LibcCall::kRead, EIO);
     EXPECT_EQ(ReadFailure(8), OSCallText("Failed to read from file", "5(Input/output error)"));
 }
 
@@ -439,14 +439,14 @@ TEST_F(MultiFileStreamTest, VanishedFileIsReadAllTheSame) {
 
 TEST_F(MultiFileStreamTest, FileThatVanishesWhileItIsListedFails) {
     Write("zynlog-1.txt", "abc");
-    const FaultInjection fault({FaultPoint::kOpen, ENOENT});
+    const LibcFault fault(LibcCall::kOpen, ENOENT);
     EXPECT_EQ(ListFailure().text,
               OSCallText("Failed to open file for read", "2(No such file or directory)"));
 }
 
 TEST_F(MultiFileStreamTest, DirectoryThatBreaksOffFails) {
     Write("zynlog-1.txt", "abc");
-    const FaultInjection fault({FaultPoint::kReaddir, EIO});
+    const LibcFault fault(LibcCall::kReaddir, EIO);
     EXPECT_EQ(ListFailure().text, OSCallText("Can not read directory", "5(Input/output error)"));
 }
 

@@ -2,12 +2,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <ctime>
 #include <string>
 #include <vector>
 
 #include "Support/FileSystem.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
+#include "support/RaisedFailure.h"
 
 namespace {
 
@@ -17,8 +20,8 @@ class DirectoryListingTest : public testing::Test {
   protected:
     void Make(const std::string& name) { WriteFile(directory_ / name, ""); }
     // A clock tick may be too long to tell two changes apart, so the time is set.
-    void SetTime(std::time_t seconds) {
-        const timespec times[2] = {{seconds, 0}, {seconds, 0}};
+    void SetTime(std::time_t seconds, long nanoseconds = 0) {
+        const timespec times[2] = {{seconds, nanoseconds}, {seconds, nanoseconds}};
         ASSERT_EQ(utimensat(AT_FDCWD, directory_.Path().c_str(), times, 0), 0);
     }
 
@@ -40,6 +43,25 @@ TEST_F(DirectoryListingTest, ReadsAnewWhenTheDirectoryHasChanged) {
     Make("zynlog-2.txt");
     SetTime(2000);
     EXPECT_EQ(listing_.Names(), (Names{"zynlog-1.txt", "zynlog-2.txt"}));
+}
+
+TEST_F(DirectoryListingTest, NanosecondsTellTwoChangesApart) {
+    Make("zynlog-1.txt");
+    SetTime(1000, 1);
+    EXPECT_EQ(listing_.Names(), Names{"zynlog-1.txt"});
+    Make("zynlog-2.txt");
+    SetTime(1000, 2);
+    EXPECT_EQ(listing_.Names(), (Names{"zynlog-1.txt", "zynlog-2.txt"}));
+}
+
+TEST_F(DirectoryListingTest, ListingThatBrokeOffIsReadAnewThoughNothingHasChanged) {
+    Make("zynlog-1.txt");
+    {
+        const LibcFault fault(LibcCall::kReaddir, EIO);
+        EXPECT_EQ(FailureTextOf([this] { listing_.Names(); }),
+                  "Can not read directory [OS call failed:5(Input/output error)]");
+    }
+    EXPECT_EQ(listing_.Names(), Names{"zynlog-1.txt"});
 }
 
 TEST_F(DirectoryListingTest, IsNotReadAnewWhileTheTimeOfChangeStands) {

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "Support/FileSystem.h"
-#include "support/FaultInjection.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/RaisedFailure.h"
 
 namespace {
@@ -75,7 +75,7 @@ TEST_F(FileSystemTest, DirectoryThatCannotBeOpenedAddsNothing) {
     Touch("file");
     EXPECT_THAT(Find(directory_ / "none", "", ""), IsEmpty());
     EXPECT_THAT(Find(directory_ / "file", "", ""), IsEmpty());
-    const FaultInjection fault({FaultPoint::kOpendir, EMFILE});
+    const LibcFault fault(LibcCall::kOpendir, EMFILE);
     EXPECT_THAT(Find(directory_.Path(), "file", ""), IsEmpty());
 }
 
@@ -85,7 +85,7 @@ TEST_F(FileSystemTest, EmptyDirectoryNameIsTheRoot) {
 
 TEST_F(FileSystemTest, ListingThatBreaksOffFails) {
     Touch("a");
-    const FaultInjection fault({FaultPoint::kReaddir, EIO, 2});
+    const LibcFault fault(LibcCall::kReaddir, EIO, 2);
     EXPECT_EQ(FailureOf([this] { Find(directory_.Path(), "a", ""); }).text,
               "Can not read directory [OS call failed:5(Input/output error)]");
 }

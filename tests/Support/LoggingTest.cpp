@@ -13,10 +13,10 @@
 
 #include "Support/Logging.h"
 #include "Support/ValidationException.h"
-#include "support/DiagnosticMode.h"
+#include "support/DiagnosticTrace.h"
 #include "support/EnvironmentVariable.h"
-#include "support/FaultInjection.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/SyslogCapture.h"
 #include "support/TraceLines.h"
 
@@ -29,11 +29,13 @@ using testing::IsEmpty;
 void ForgetMode() { LoggingTestAccess::SetMode(Logging::kDiagnosticModeUnknown); }
 
 class LoggingTest : public testing::Test {
+  public:
+    LoggingTest(const LoggingTest&) = delete;
+    LoggingTest& operator=(const LoggingTest&) = delete;
+
   protected:
     LoggingTest() { ForgetMode(); }
     ~LoggingTest() override { ForgetMode(); }
-    LoggingTest(const LoggingTest&) = delete;
-    LoggingTest& operator=(const LoggingTest&) = delete;
 
     void MakeDirectory() { static_cast<void>(directory_.MakeDirectory("temp/ZYN")); }
 
@@ -135,14 +137,14 @@ TEST_F(LoggingTest, MissingDirectoryYieldsThreeSystemLogLines) {
 
 TEST_F(LoggingTest, FailedWriteIsToldToTheSystemLog) {
     MakeDirectory();
-    const FaultInjection fault({FaultPoint::kWrite, ENOSPC});
+    const LibcFault fault(LibcCall::kWrite, ENOSPC);
     Logging::Write("text\n");
     EXPECT_THAT(SystemLog(), ElementsAre("Error: trace.txt file write", "Error: trace.txt file"));
 }
 
 TEST_F(LoggingTest, ShortWriteIsNotRepeated) {
     MakeDirectory();
-    const FaultInjection fault({FaultPoint::kWrite, Fault::kHalfCount});
+    const LibcFault fault(LibcCall::kWrite, LibcFault::kHalfCount);
     Logging::Write("12345678");
     EXPECT_EQ(fault.Calls(), 1U);
     EXPECT_EQ(Trace(), "1234");
@@ -151,7 +153,7 @@ TEST_F(LoggingTest, ShortWriteIsNotRepeated) {
 
 TEST_F(LoggingTest, FailedCloseIsToldToTheSystemLog) {
     MakeDirectory();
-    const FaultInjection fault({FaultPoint::kClose, EIO});
+    const LibcFault fault(LibcCall::kClose, EIO);
     Logging::Write("text\n");
     EXPECT_THAT(SystemLog(), ElementsAre("Error: trace.txt file close"));
     EXPECT_EQ(Trace(), "text\n");
@@ -211,8 +213,10 @@ TEST_F(LoggingTest, LogDiagnosticWritesOneLineWhenTheModeIsOn) {
 TEST_F(LoggingTest, LinesOfThreadsStayWhole) {
     MakeDirectory();
     mode_.Set("1");
+    constexpr int kThreads = 4;
     std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i) {
+    threads.reserve(kThreads);
+    for (int i = 0; i < kThreads; ++i) {
         threads.emplace_back([i] {
             for (int line = 0; line < 50; ++line) {
                 LogDiagnostic(std::string(200, static_cast<char>('a' + i)));

@@ -49,6 +49,7 @@ TEST_F(Paths, CollapseIsOnePassOverPairs) {
 }
 
 TEST_F(Paths, RunDirectoryFollowsItsVariable) {
+    EXPECT_STREQ(CRuntimeInfo::kRunDirectory, "$(KORVA_VANTOREL_DIR)/temp/ZYN/");
     Set("KORVA_VANTOREL_DIR", "/opt/x");
     EXPECT_EQ(Expand(CRuntimeInfo::kRunDirectory), "/opt/x/temp/ZYN/");
     unsetenv("KORVA_VANTOREL_DIR");

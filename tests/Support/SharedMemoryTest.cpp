@@ -173,6 +173,29 @@ TEST(SharedMemory, FullDiskIsFoundBeforeAPageIsTouched) {
     EXPECT_THAT(run.Files(), IsEmpty());
 }
 
+TEST(SharedMemory, ExceededQuotaIsFoundBeforeAPageIsTouched) {
+    const RunDirectory run;
+    const LibcFault fault(LibcCall::kFallocate, EDQUOT);
+    EXPECT_EQ(CreateFailure(),
+              "Can not adjust file size [OS call failed:122(Disk quota exceeded)]");
+    EXPECT_THAT(run.Files(), IsEmpty());
+}
+
+TEST(SharedMemory, InterruptedClaimIsMadeAgain) {
+    const RunDirectory run;
+    const LibcFault interruption(LibcCall::kFallocate, EINTR);
+    const SharedMemory region("Region", 10);
+    EXPECT_TRUE(interruption.Happened());
+    EXPECT_TRUE(region.IsBacked());
+}
+
+TEST(SharedMemory, WithoutTheProductDirectoryRegionsAreSoughtInTheRootsTemp) {
+    const RunDirectory run;
+    const EnvironmentVariable product("KORVA_VANTOREL_DIR", std::nullopt);
+    EXPECT_EQ(FailureTextOf([] { const SharedMemory region("ZynNoSuchRegion"); }),
+              "Can not open file [OS call failed:2(No such file or directory)]");
+}
+
 TEST(SharedMemory, FileSystemThatCannotClaimRoomIsNoFailure) {
     const RunDirectory run;
     const LibcFault fault(LibcCall::kFallocate, EOPNOTSUPP);
@@ -234,6 +257,8 @@ TEST(SharedMemory, KnowsWhenItsFileWasShortened) {
     EXPECT_FALSE(region.IsBacked());
     std::filesystem::resize_file(run / "Region.map", 10);
     EXPECT_TRUE(region.IsBacked());
+    const LibcFault fault(LibcCall::kFstat, EIO);
+    EXPECT_FALSE(region.IsBacked()) << "who cannot know must not touch it";
 }
 
 }  // namespace

@@ -201,6 +201,20 @@ TEST(SleepMilliseconds, SleepsOnceForTheTimeGiven) {
     EXPECT_EQ(script.Microseconds(), 100'000U);
 }
 
+TEST(SleepMilliseconds, NoTimeIsNoSleep) {
+    const SleepScript script;
+    SleepMilliseconds(0);
+    EXPECT_EQ(script.Calls(), 0);
+}
+
+TEST(SleepMilliseconds, SleepThatFailsIsNotRepeated) {
+    const SleepScript script;
+    const LibcFault fault(LibcCall::kUsleep, EINVAL);
+    SleepMilliseconds(100);
+    EXPECT_TRUE(fault.Happened());
+    EXPECT_EQ(script.Calls(), 0);
+}
+
 TEST(SleepMilliseconds, GoesOnSleepingAfterASignal) {
     SleepScript script;
     script.InterruptNext();

@@ -11,8 +11,8 @@
 #include <string>
 
 #include "TraceData/TextFile.h"
-#include "support/FaultInjection.h"
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/RaisedFailure.h"
 
 namespace {
@@ -113,21 +113,21 @@ TEST_F(TextFileTest, SourceIsRefusedAndLeftAsItIs) {
 
 TEST_F(TextFileTest, FailureToLookAtTheFileIsAFailureToOpenIt) {
     WriteFile(path_, "old");
-    const FaultInjection fault({FaultPoint::kFstat, EIO});
+    const LibcFault fault(LibcCall::kFstat, EIO);
     EXPECT_EQ(CreationFailure(path_), "Can not open file [OS call failed:5(Input/output error)]");
     EXPECT_EQ(ReadFile(path_), "old");
 }
 
 TEST_F(TextFileTest, FailureToEmptyTheFileIsAFailureToOpenIt) {
     WriteFile(path_, "old");
-    const FaultInjection fault({FaultPoint::kFtruncate, EPERM});
+    const LibcFault fault(LibcCall::kFtruncate, EPERM);
     EXPECT_EQ(CreationFailure(path_),
               "Can not open file [OS call failed:1(Operation not permitted)]");
     EXPECT_EQ(ReadFile(path_), "old");
 }
 
 TEST_F(TextFileTest, DevicesAndPipesAreNotEmptied) {
-    const FaultInjection fault({FaultPoint::kFtruncate, EINVAL, 1, Fault::kAlways});
+    const LibcFault fault(LibcCall::kFtruncate, EINVAL, 1, LibcFault::kAlways);
     TextFile file("/dev/null", {});
     file.Write("x");
     EXPECT_NO_THROW(file.Close());
@@ -151,7 +151,7 @@ TEST_F(TextFileTest, FailureStaysForGood) {
     std::optional<TextFile> file(std::in_place, path_, std::vector<FileIdentity>{});
     const std::string much(kMuch, 'x');
     {
-        const FaultInjection fault({FaultPoint::kWrite, ENOSPC});
+        const LibcFault fault(LibcCall::kWrite, ENOSPC);
         EXPECT_EQ(FailureOf([&] { file->Write(much); }).text,
                   "Can not write file [OS call failed:28(No space left on device)]");
     }
@@ -170,7 +170,7 @@ TEST_F(TextFileTest, SecondWriteThatFailsLeavesAPrefix) {
     }
     {
         TextFile file(path_, {});
-        const FaultInjection fault({FaultPoint::kWrite, EIO, 2, Fault::kAlways});
+        const LibcFault fault(LibcCall::kWrite, EIO, 2, LibcFault::kAlways);
         EXPECT_EQ(FailureOf([&] { file.Write(text); }).text,
                   "Can not write file [OS call failed:5(Input/output error)]");
     }
@@ -180,9 +180,9 @@ TEST_F(TextFileTest, SecondWriteThatFailsLeavesAPrefix) {
 }
 
 TEST_F(TextFileTest, InterruptedAndShortWritesGoOn) {
-    for (const int error : {EINTR, Fault::kHalfCount}) {
+    for (const int error : {EINTR, LibcFault::kHalfCount}) {
         TextFile file(path_, {});
-        const FaultInjection fault({FaultPoint::kWrite, error, 1, 5});
+        const LibcFault fault(LibcCall::kWrite, error, 1, 5);
         file.Write("0123456789");
         file.Close();
         EXPECT_EQ(ReadFile(path_), "0123456789");
@@ -193,7 +193,7 @@ TEST_F(TextFileTest, InterruptedAndShortWritesGoOn) {
 TEST_F(TextFileTest, WriteThatTakesNothingIsAnError) {
     TextFile file(path_, {});
     file.Write("x");
-    const FaultInjection fault({FaultPoint::kWrite, Fault::kZeroCount, 1, Fault::kAlways});
+    const LibcFault fault(LibcCall::kWrite, LibcFault::kZeroCount, 1, LibcFault::kAlways);
     EXPECT_EQ(FailureOf([&] { file.Close(); }).text,
               "Can not write file [OS call failed:5(Input/output error)]");
     EXPECT_EQ(fault.Calls(), 1U);
@@ -203,7 +203,7 @@ TEST_F(TextFileTest, FailureToCloseIsAnError) {
     TextFile file(path_, {});
     file.Write("x");
     {
-        const FaultInjection fault({FaultPoint::kClose, EDQUOT});
+        const LibcFault fault(LibcCall::kClose, EDQUOT);
         EXPECT_EQ(FailureOf([&] { file.Close(); }).text,
                   "Can not write file [OS call failed:122(Disk quota exceeded)]");
     }
@@ -211,7 +211,7 @@ TEST_F(TextFileTest, FailureToCloseIsAnError) {
 }
 
 TEST_F(TextFileTest, DestructorDropsItsFailures) {
-    const FaultInjection write({FaultPoint::kWrite, EIO, 1, Fault::kAlways});
+    const LibcFault write(LibcCall::kWrite, EIO, 1, LibcFault::kAlways);
     {
         TextFile file(path_, {});
         file.Write("x");

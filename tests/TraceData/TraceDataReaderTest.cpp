@@ -15,7 +15,8 @@
 
 #include "TraceData/PacketRecorder.h"
 #include "TraceData/TraceDataReader.h"
-#include "support/FaultInjection.h"
+#include "support/DiagnosticTrace.h"
+#include "support/LibcFaults.h"
 #include "support/LogWriter.h"
 #include "support/RaisedFailure.h"
 
@@ -143,14 +144,14 @@ TEST_F(TraceDataReaderTest, LargeBlockIsReadIntoABufferOfItsOwn) {
 TEST_F(TraceDataReaderTest, LargeBlockWithoutMemoryFails) {
     LogBlock block;
     block.Record(Record(1, std::string(70000, 'x')));
-    const FaultInjection fault({FaultPoint::kNew, ENOMEM});
+    const LibcFault fault(LibcCall::kNew, ENOMEM);
     EXPECT_EQ(Read(MemoryLog(block.Bytes(), 50)),
               "Memory allocation failed:Can not expand smart buffer");
     EXPECT_EQ(Texts(), "");
 }
 
 TEST_F(TraceDataReaderTest, BlockSizeBeyondTheLogFailsBeforeMemoryIsAskedFor) {
-    const FaultInjection fault({FaultPoint::kNew, ENOMEM, 1, Fault::kAlways});
+    const LibcFault fault(LibcCall::kNew, ENOMEM, 1, LibcFault::kAlways);
     for (const std::uint32_t size : {0xFFFFFFFFU, 0x80000000U, 100000U}) {
         EXPECT_EQ(Read(MemoryLog(LogBlock().DataSize(size).Bytes(), 50)), kNoMore);
     }
@@ -298,13 +299,17 @@ TEST_F(TraceDataReaderTest, HeaderStartsAsThisProcess) {
     EXPECT_EQ(header.dataSize, 0U);
 }
 
-TEST_F(TraceDataReaderTest, HostNameThatCannotBeHadIsLeftEmpty) {
-    const FaultInjection fault({FaultPoint::kGethostname, ENAMETOOLONG});
+TEST_F(TraceDataReaderTest, HostNameThatCannotBeHadIsTracedAndLeftEmpty) {
+    const RunDirectory diagnostic(true);
+    const LibcFault fault(LibcCall::kGethostname, ENAMETOOLONG);
     const BlockHeader header = BlockHeader::OfThisProcess();
     EXPECT_EQ(fault.Calls(), 1U);
     EXPECT_EQ(std::string_view(header.hostName.data(), header.hostName.size()),
               std::string(32, '\0'));
     EXPECT_EQ(header.processId, static_cast<std::uint32_t>(getpid()));
+    ASSERT_EQ(diagnostic.Trace().size(), 1U);
+    EXPECT_TRUE(diagnostic.Trace()[0].ends_with(
+        "-Error getting computer name [OS call failed:36(File name too long)]"));
 }
 
 TEST_F(TraceDataReaderTest, HeaderIsLoadedFieldByField) {

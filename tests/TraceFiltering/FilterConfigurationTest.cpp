@@ -9,7 +9,7 @@
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
-#include "support/DiagnosticMode.h"
+#include "support/DiagnosticTrace.h"
 #include "support/Files.h"
 
 namespace {
@@ -49,7 +49,7 @@ class FilterConfiguration : public testing::Test {
     }
 
     TempDirectory directory_;
-    DiagnosticMode diagnostics_{false};
+    RunDirectory run_;
     const std::unique_ptr<ZynFilterManager> owner_ = std::make_unique<ZynFilterManager>();
     ZynFilterManager& manager_ = *owner_;
 };

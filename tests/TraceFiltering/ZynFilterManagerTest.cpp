@@ -6,7 +6,7 @@
 #include <string>
 
 #include "TraceFiltering/ZynFilterManager.h"
-#include "support/DiagnosticMode.h"
+#include "support/DiagnosticTrace.h"
 
 namespace {
 
@@ -33,7 +33,7 @@ class FilterManager : public testing::Test {
         return manager_.IsEnabled(module_, client, label_);
     }
 
-    DiagnosticMode diagnostics_{false};
+    RunDirectory run_;
     const std::unique_ptr<ZynFilterManager> owner_ = std::make_unique<ZynFilterManager>();
     ZynFilterManager& manager_ = *owner_;
     int module_ = -1;
@@ -272,9 +272,9 @@ TEST_F(FilterManager, ResetTouchesStatusesOnly) {
 }
 
 TEST_F(FilterManager, ResetIsLogged) {
-    const DiagnosticMode diagnostics;
+    const RunDirectory run(true);
     manager_.Reset();
-    EXPECT_THAT(diagnostics.Lines(), ElementsAre("ZynConfig: Status reseted"));
+    EXPECT_THAT(run.Trace(), ElementsAre("ZynConfig: Status reseted"));
 }
 
 }  // namespace

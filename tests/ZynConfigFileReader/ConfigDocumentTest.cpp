@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <random>
 #include <string>
 #include <string_view>
 
 #include "ZynConfigFileReader/ConfigDocument.h"
+#include "support/Files.h"
+#include "support/LibcFaults.h"
 
 namespace {
 
@@ -51,9 +54,10 @@ TEST(ConfigDocument, MarkupInsideCommentsSectionsAndValuesDoesNotNest) {
 TEST(ConfigDocument, NothingHidesRealNesting) {
     const std::string deep = Nested(2000);
     for (const std::string_view before :
-         {"<!-- </a> -->", R"(<?xml version="><!--"?>)", R"(<?xml foo=" version="><!-- x" ?>)",
-          "<?pi <!-- ?>", "<!DOCTYPE x [<!--]>", "<!-->x-->", "<a b='\"'/>", R"(<a b="'"/>)",
-          "<![CDATA[]]]]>", "<a b=c/>", "\xEF\xBB\xBF<!-- -->"}) {
+         {"<!-- </a> -->", R"(<?xml version="><!--"?>)", R"(<?xml encoding="><!--"?>)",
+          R"(<?XML standalone="><!--"?>)", R"(<?xml foo=" version="><!-- x" ?>)", "<?pi <!-- ?>",
+          "<!DOCTYPE x [<!--]>", "<!-->x-->", "<a b='\"'/>", R"(<a b="'"/>)", "<![CDATA[]]]]>",
+          "<a b=c/>", "\xEF\xBB\xBF<!-- -->"}) {
         EXPECT_EQ(FaultOf(std::string(before) + deep), "Document is nested too deeply") << before;
     }
 }
@@ -67,6 +71,14 @@ TEST(ConfigDocument, ALeadByteSwallowsNoMarkup) {
     ASSERT_TRUE(document.Parse(declared + "<a b=\"\xF0\" c=\"1\"/>"));
     EXPECT_EQ(*document.Root("a")->Attribute(std::string("b")), "\xF0");
     EXPECT_EQ(*document.Root("a")->Attribute(std::string("c")), "1");
+}
+
+TEST(ConfigDocument, BytesThatAreNoTextAreKept) {
+    for (const std::string_view value : {"\xEF\xBF\xBE", "\xEF\xBF\xBF", "\xEF\xBB\xBF"}) {
+        ConfigDocument document;
+        ASSERT_TRUE(document.Parse("<a b='" + std::string(value) + "'/>"));
+        EXPECT_EQ(*document.Root("a")->Attribute(std::string("b")), value);
+    }
 }
 
 TEST(ConfigDocument, CutTextEndsWithoutReadingPastIt) {
@@ -111,6 +123,41 @@ TEST(ConfigDocument, DescriptionsAreTheParsersOwn) {
     EXPECT_EQ(FaultOf("no markup"), "Error document empty.");
     EXPECT_EQ(FaultOf("<a><b></a>"), "Error reading end tag.");
     EXPECT_EQ(FaultOf("<?xml "), "Error parsing Declaration.");
+}
+
+// Why a file could not be loaded, "none" when it could.
+std::string LoadFaultOf(const std::string& path) {
+    ConfigDocument document;
+    return document.Load(path) ? "none" : document.ErrorDescription();
+}
+
+TEST(ConfigDocument, FileThatCannotBeReadCountsAsOneThatCannotBeOpened) {
+    const TempDirectory directory;
+    const std::string path = directory / "config";
+    WriteFile(path, "<a b='1'/>");
+    {
+        const LibcFault fault(LibcCall::kRead, EIO);
+        EXPECT_EQ(LoadFaultOf(path), "Failed to open file");
+    }
+    {
+        const LibcFault fault(LibcCall::kFstat, EIO);
+        EXPECT_EQ(LoadFaultOf(path), "Failed to open file");
+    }
+    EXPECT_EQ(LoadFaultOf(path), "none");
+}
+
+TEST(ConfigDocument, FileIsReadInPiecesAndAsFarAsItGoes) {
+    const TempDirectory directory;
+    const std::string path = directory / "config";
+    WriteFile(path, "<a b='1'/>");
+    {
+        const LibcFault pieces(LibcCall::kRead, LibcFault::kHalfCount, 1, 2);
+        EXPECT_EQ(LoadFaultOf(path), "none");
+        EXPECT_EQ(pieces.Calls(), 3U);
+    }
+    // It has become shorter since its size was looked at.
+    const LibcFault end(LibcCall::kRead, LibcFault::kZeroCount);
+    EXPECT_EQ(LoadFaultOf(path), "Error document empty.");
 }
 
 TEST(ConfigDocument, TextAfterANulIsNotRead) {

@@ -13,7 +13,7 @@
 
 #include "ZynConfigFileReader/ConfigProcessors.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
-#include "support/DiagnosticMode.h"
+#include "support/DiagnosticTrace.h"
 #include "support/Files.h"
 #include "support/SyslogCapture.h"
 
@@ -109,7 +109,7 @@ class ConfigFileReader : public testing::Test {
     }
 
     TempDirectory directory_;
-    DiagnosticMode diagnostics_{false};
+    RunDirectory run_;
     Recorder recorder_;
     ZynConfigFileReader<Recorder> reader_{recorder_};
 };
@@ -197,14 +197,13 @@ TEST_F(ConfigFileReader, EachLogfileAttributeIsRequired) {
 }
 
 TEST_F(ConfigFileReader, LogfileWithoutSizeKeepsItsPathAndTheRestIsApplied) {
-    const DiagnosticMode diagnostics;
+    const RunDirectory run(true);
     EXPECT_THAT(CallsOf("<Logfile path='/kept' duplicate_to_debug_console='1'/>"
                         "<StatusTrace state='on'/><Global><GLabel name='l' state='1'/></Global>"
                         "<Module name='m' state='1'/>"),
                 (Lines{"statustrace 1", "label //l=1", "module m=1"}));
     EXPECT_EQ(reader_.LogPath(), "/kept");
-    EXPECT_THAT(diagnostics.OwnLines(),
-                (Lines{"Error while GetLogFileInfo", "Status tracing is enabled"}));
+    EXPECT_THAT(run.OwnTrace(), (Lines{"Error while GetLogFileInfo", "Status tracing is enabled"}));
 }
 
 TEST_F(ConfigFileReader, TheFirstFailureIsKept) {
@@ -332,7 +331,7 @@ TEST_F(ConfigFileReader, UnreadablePathsAreLoadFailuresOnRecord) {
 }
 
 TEST_F(ConfigFileReader, BrokenDocumentIsALoadFailureWithTheParsersDescription) {
-    const DiagnosticMode diagnostics;
+    const RunDirectory run(true);
     const SyslogCapture capture;
     ReadInto(reader_, "<ZYNConfig trace='1'><Logfile></ZYNConfig>");
     EXPECT_FALSE(reader_.Loaded());
@@ -340,7 +339,7 @@ TEST_F(ConfigFileReader, BrokenDocumentIsALoadFailureWithTheParsersDescription) 
     const std::vector<SyslogRecord> records = SyslogCapture::Take();
     ASSERT_EQ(records.size(), 1U);
     EXPECT_EQ(records[0].text, "Error reading end tag.");
-    EXPECT_THAT(diagnostics.OwnLines(), (Lines{"Error reading end tag."}));
+    EXPECT_THAT(run.OwnTrace(), (Lines{"Error reading end tag."}));
     EXPECT_THAT(recorder_.calls, IsEmpty());
 }
 
@@ -370,19 +369,19 @@ TEST_F(ConfigFileReader, HugeFileIsALoadFailureBeforeItIsRead) {
 }
 
 TEST_F(ConfigFileReader, FailureWithoutDescriptionSendsNoRecordButWritesTheEmptyLine) {
-    const DiagnosticMode diagnostics;
+    const RunDirectory run(true);
     const SyslogCapture capture;
     ReadInto(reader_, "<ZYNConfig/>");
     EXPECT_TRUE(reader_.Loaded());
     EXPECT_THAT(SyslogCapture::Take(), IsEmpty());
-    EXPECT_THAT(diagnostics.OwnLines(), (Lines{""}));
+    EXPECT_THAT(run.OwnTrace(), (Lines{""}));
 }
 
 TEST_F(ConfigFileReader, DiagnosticLinesOfTheSettings) {
     const auto linesOf = [this](const std::string& elements) {
-        const DiagnosticMode diagnostics;
+        const RunDirectory run(true);
         CallsOf(elements + "<Global/>");
-        return diagnostics.Lines();
+        return run.Trace();
     };
     EXPECT_THAT(linesOf(LogFile("log_format='binary'")),
                 (Lines{"ZynConfig setting : Log Format is set as BIANRY"}));
@@ -405,6 +404,9 @@ TEST_F(ConfigFileReader, ToolProcessorExposesTheDestinationAlone) {
     EXPECT_EQ(processor.Destination(), "/var/log");
     EXPECT_EQ(reader.LogPath(), "/var/log");
     EXPECT_EQ(TextOf(reader.Failure()), "none");
+    static_cast<BaseConfigProcessor&>(processor).SetDestination("/elsewhere");
+    EXPECT_EQ(processor.Destination(), "/var/log")
+        << "the setter is the base's, which keeps nothing";
 }
 
 TEST_F(ConfigFileReader, ToolReaderChecksWhatItDoesNotStore) {

@@ -198,7 +198,7 @@ TEST_F(ZynServiceClientTest, ReloadOrderReadsTheFileAnewAndForgetsCachedStatuses
     Connect();
     EXPECT_TRUE(Enabled());
     std::string off = kConfig;
-    off.replace(off.find("name=\"M\" state=\"1\""), 18, "name=\"M\" state=\"0\"");
+    off.replace(off.find(R"(name="M" state="1")"), 18, R"(name="M" state="0")");
     WriteConfig(off);
     EXPECT_TRUE(Enabled());
     service_.Deliver(service_.Order(0));
@@ -270,6 +270,34 @@ TEST_F(ZynServiceClientTest, RequestThatIsNotConfirmedFailsAfterTwentySleeps) {
     const SleepScript silence;
     EXPECT_EQ(Send(ConfigurationChange::kResume), "Bad logic:Timeout waiting for confirmation");
     EXPECT_EQ(silence.Calls(), 20);
+}
+
+// A control command is one registration, one request and one un-registration: 4.5 s of sleeps of
+// 100 ms, less the two threads that are joined, are 43.
+TEST_F(ZynServiceClientTest, ServiceThatAnswersNothingButTheRegistrationIsWaitedForTwice) {
+    Connect();
+    const SleepScript silence;
+    EXPECT_EQ(Send(ConfigurationChange::kPause), "Bad logic:Timeout waiting for confirmation");
+    client_.reset();
+    EXPECT_EQ(silence.Calls(), 40);
+}
+
+TEST_F(ZynServiceClientTest, ServiceThatConfirmsEachStepAtTheLastMomentTakesAlmostSixtySleeps) {
+    const SleepScript script([this](int call) {
+        if (call == 19 || call == 19 + 20 + 19) {
+            service_.Put(service_.Confirmation());
+        } else if (call == 19 + 20) {
+            service_.Deliver(service_.Confirmation());
+        }
+    });
+    client_ = std::make_unique<ZynServiceClient>(4711, *filter_);
+    EXPECT_EQ(script.Calls(), 19);
+    EXPECT_EQ(Send(ConfigurationChange::kPause), kNoFailure);
+    EXPECT_EQ(script.Calls(), 19 + 20);
+    client_.reset();
+    EXPECT_EQ(script.Calls(), 19 + 20 + 19);
+    EXPECT_THAT(run_.Trace(), ::testing::Not(::testing::Contains(
+                                  "Exception happened during service client destruction")));
 }
 
 TEST_F(ZynServiceClientTest, ConfirmationFromBeforeTheRequestDoesNotCount) {

@@ -8,7 +8,9 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <semaphore>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ZynService/ZynServiceMonitor.h"
@@ -156,6 +158,26 @@ TEST(WatchServiceStartUsingPIDFile, DirectoryAndFifoAsPidFileAreNoServiceAndDoNo
     EXPECT_THAT(watch.Started(), IsEmpty());
 }
 
+// The services seen to start when the pid file names this process and the first read of it fails.
+std::vector<unsigned int> StartedAfterFailedRead(int error) {
+    const RunDirectory run;
+    WriteFile(run / "Name.lck", "");
+    WriteFile(run / "Name.pid", std::to_string(::getpid()));
+    const LibcFault fault(LibcCall::kRead, error);
+    StartRecorder watch;
+    watch.Check("Name");
+    EXPECT_TRUE(fault.Happened());
+    return watch.Started();
+}
+
+TEST(WatchServiceStartUsingPIDFile, InterruptedReadIsMadeAgain) {
+    EXPECT_THAT(StartedAfterFailedRead(EINTR), ElementsAre(static_cast<unsigned int>(::getpid())));
+}
+
+TEST(WatchServiceStartUsingPIDFile, PidFileThatCannotBeReadIsNoService) {
+    EXPECT_THAT(StartedAfterFailedRead(EIO), IsEmpty());
+}
+
 TEST(WatchServiceStartUsingPIDFile, MissingRunDirectoryIsNoService) {
     const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
     StartRecorder watch;
@@ -228,6 +250,20 @@ TEST_F(ZynServiceMonitorTest, FailedRegistrationLeavesTheServiceNotFoundAndIsTri
         const SleepScript silence;
         EXPECT_EQ(FailureTextOf([this] { monitor_.Check(); }), kTimeout);
         EXPECT_EQ(silence.Calls(), 20);
+    }
+    EXPECT_EQ(monitor_.ServicePid(), 0U);
+    EXPECT_FALSE(HasClient());
+    const Confirming confirming(service_);
+    monitor_.Check();
+    EXPECT_TRUE(HasClient());
+}
+
+TEST_F(ZynServiceMonitorTest, ClientWithoutMemoryLeavesTheServiceNotFoundAndIsTriedAgain) {
+    service_.Announce(std::to_string(::getpid()));
+    {
+        const LibcFault fault(LibcCall::kNew, ENOMEM);
+        EXPECT_EQ(FailureTextOf([this] { monitor_.Check(); }),
+                  "Memory allocation failed:Can not create ZynServiceClient object");
     }
     EXPECT_EQ(monitor_.ServicePid(), 0U);
     EXPECT_FALSE(HasClient());
@@ -324,6 +360,41 @@ TEST_F(ZynServiceMonitorProxyTest, WithoutAServiceTheMonitorRunsAllTheSame) {
                 Contains(::testing::MatchesRegex("Thread: Thread [0-9]+ created\\.")));
 }
 
+TEST_F(ZynServiceMonitorProxyTest, CallDuringTheFirstOneWaitsForItAndStartsNoMonitorOfItsOwn) {
+    service_.Announce(std::to_string(::getpid()));
+    std::binary_semaphore arrived{0};
+    std::string second;
+    std::thread other;
+    {
+        const SleepScript registering([&](int call) {
+            if (call == 1) {
+                // The first call holds the lock now, and the other thread is about to wait for it.
+                other = std::thread([&] {
+                    const LibcFault lock(LibcCall::kMutexLock, [&] { arrived.release(); });
+                    second = Start();
+                });
+                arrived.acquire();
+            }
+            service_.Put(service_.Confirmation());
+        });
+        EXPECT_EQ(Start(), kNoFailure);
+        other.join();
+    }
+    EXPECT_EQ(second, kNoFailure);
+    std::vector<std::string> trace = run_.Trace();
+    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 1U);
+}
+
+TEST_F(ZynServiceMonitorProxyTest, CallThatAClosingOvertakesStartsNoMonitor) {
+    service_.Announce(std::to_string(::getpid()));
+    // As another thread would, when the call has looked and is about to lock.
+    const LibcFault lock(LibcCall::kMutexLock, [this] { proxy_->Close(); });
+    EXPECT_EQ(Start(), kNoFailure);
+    EXPECT_TRUE(lock.Happened());
+    EXPECT_FALSE(HasClient());
+    EXPECT_THAT(run_.Trace(), IsEmpty());
+}
+
 TEST_F(ZynServiceMonitorProxyTest, LaterCallsTakeNoLock) {
     EXPECT_EQ(Start(), kNoFailure);
     const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
@@ -354,6 +425,16 @@ TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedDeletesTheMonitor) {
     }
     EXPECT_EQ(run_.Trace().back(), "ZYnServiceMonitor deleted");
     EXPECT_EQ(Start(), kNoFailure);
+}
+
+TEST_F(ZynServiceMonitorProxyTest, MonitorWithoutMemoryReachesTheCallerAndTheNextCallTriesAgain) {
+    {
+        const LibcFault fault(LibcCall::kNew, ENOMEM);
+        EXPECT_EQ(Start(), "Memory allocation failed:Unable to create MultiThreadedZyn");
+    }
+    EXPECT_THAT(run_.Trace(), ::testing::Not(Contains("ZYnServiceMonitor created")));
+    EXPECT_EQ(Start(), kNoFailure);
+    EXPECT_THAT(run_.Trace(), Contains("ZYnServiceMonitor created"));
 }
 
 TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedLeavesNoClientBehind) {
@@ -410,6 +491,32 @@ TEST_F(ZynServiceMonitorProxyTest, DestructorCloses) {
     proxy_.reset();
     EXPECT_EQ(service_.Sent(), service_.Unregistration());
     EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+// The last test of this program, and the only one that asks for the process's own proxy.
+TEST_F(ZynServiceMonitorProxyTest, ProcessHasOneProxyOnceItHasTheMemory) {
+    {
+        const LibcFault fault(LibcCall::kNew, ENOMEM);
+        EXPECT_EQ(FailureTextOf([] { ZynServiceMonitorProxy::Get(); }),
+                  "Memory allocation failed:Can not create ZynServiceMonitorProxy");
+        ZynServiceMonitorProxy::Shutdown();
+        EXPECT_THAT(run_.Trace(), ::testing::SizeIs(1)) << "the failure alone";
+    }
+    std::binary_semaphore arrived{0};
+    const ZynServiceMonitorProxy* second = nullptr;
+    std::thread other;
+    const LibcFault creation(LibcCall::kNew, [&] {
+        // This thread holds the lock, and the other one is about to wait for it.
+        other = std::thread([&] {
+            const LibcFault lock(LibcCall::kMutexLock, [&] { arrived.release(); });
+            second = &ZynServiceMonitorProxy::Get();
+        });
+        arrived.acquire();
+    });
+    const ZynServiceMonitorProxy* const first = &ZynServiceMonitorProxy::Get();
+    other.join();
+    EXPECT_EQ(first, second);
+    ZynServiceMonitorProxy::Shutdown();
 }
 
 }  // namespace

@@ -67,6 +67,13 @@ class RunDirectory {
         return lines;
     }
 
+    // As Trace, without the lines that a failing check leaves.
+    [[nodiscard]] std::vector<std::string> OwnTrace() const {
+        std::vector<std::string> lines = Trace();
+        std::erase_if(lines, [](const std::string& line) { return line.starts_with("Extended"); });
+        return lines;
+    }
+
   private:
     TempDirectory root_;
     std::string path_;

@@ -6,10 +6,9 @@
 //   ZYN_FAULT_COUNT   how many calls in a row, or "all"
 //   ZYN_FAULT_ACTION  an errno number (0: the call goes on), "half" or "zero" (a short count),
 //                     "kill" or "stop" (the program is sent SIGKILL or SIGSTOP ahead of the call,
-//                     which then is made)
+//                     which then is made), "stop-behind" (SIGSTOP once the call is made; fstat)
 //   ZYN_FAULT_THREAD  "main" or "other": calls of the other threads, or of the main one, are
-//   neither
-//                     counted nor touched
+//                     neither counted nor touched
 //   ZYN_FAULT_LOG     a file that gets a line per call that was touched, and the line "umask" when
 //                     the program ends with another umask than it began with
 //   ZYN_FAULT_SLEEP   the most microseconds that a usleep takes
@@ -27,7 +26,6 @@
 namespace {
 
 using libccalls::Call;
-using libccalls::Plan;
 
 constinit const char* logPath = nullptr;
 constinit useconds_t longestSleep = 0;
@@ -94,7 +92,7 @@ int ErrorOf(const char* action) {
     if (std::strcmp(action, "zero") == 0) {
         return libccalls::kZeroCount;
     }
-    if (std::strcmp(action, "kill") == 0 || std::strcmp(action, "stop") == 0) {
+    if (std::strcmp(action, "kill") == 0 || std::strncmp(action, "stop", 4) == 0) {
         signalToSend = *action == 'k' ? SIGKILL : SIGSTOP;
         return 0;
     }
@@ -116,11 +114,13 @@ void Arm(const Settings& settings) {
             continue;
         }
         const bool all = std::strcmp(settings.count, "all") == 0;
+        const bool behind = std::strcmp(settings.action, "stop-behind") == 0;
         libccalls::Set(static_cast<Call>(at), {.first = Number(settings.first),
                                                .count = all ? ~0U : Number(settings.count),
                                                .error = ErrorOf(settings.action),
                                                .threads = ThreadsOf(settings.thread),
-                                               .before = Touched,
+                                               .before = behind ? nullptr : Touched,
+                                               .after = behind ? Touched : nullptr,
                                                .context = const_cast<char*>(name)});
         return;
     }
@@ -162,7 +162,22 @@ void ReadEnvironment() {
 using Main = int(int, char**, char**);
 constinit Main* programMain = nullptr;
 
+#ifdef ZYN_COVERAGE
+// What gcov does when the program has ended is no call of the program's.
+void Disarm() {
+    for (std::size_t at = 0; at < static_cast<std::size_t>(Call::kCount); ++at) {
+        libccalls::Clear(static_cast<Call>(at));
+    }
+}
+#endif
+
 int ArmedMain(int count, char** arguments, char** environment) {
+#ifdef ZYN_COVERAGE
+    // The first that is registered runs last.
+    if (std::atexit(Disarm) != 0) {
+        __builtin_trap();
+    }
+#endif
     ReadEnvironment();
     return programMain(count, arguments, environment);
 }

@@ -19,6 +19,8 @@ constinit std::array<State, static_cast<std::size_t>(Call::kCount)> states;
 
 // Reached without an allocation even in a preloaded library.
 [[gnu::tls_model("initial-exec")]] constinit thread_local unsigned suspensions = 0;
+// Whose call is under way and is to be followed by something.
+[[gnu::tls_model("initial-exec")]] constinit thread_local State* followed = nullptr;
 
 State& StateOf(Call call) { return states[static_cast<std::size_t>(call)]; }
 
@@ -60,7 +62,17 @@ int ErrorDue(Call call) {
     if (state.plan.before != nullptr) {
         state.plan.before(state.plan.context);
     }
+    if (state.plan.after != nullptr) {
+        followed = &state;
+    }
     return state.plan.error;
+}
+
+void Made(Call call) {
+    if (followed == &StateOf(call)) {
+        followed = nullptr;
+        StateOf(call).plan.after(StateOf(call).plan.context);
+    }
 }
 
 }  // namespace libccalls

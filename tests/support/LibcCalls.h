@@ -3,9 +3,9 @@
 
 // The calls of the C library that tests can make fail. LibcInterpose.cpp and
 // AllocationInterpose.cpp stand in front of the functions and ask here what is to become of each
-// call. Linked into a test program the plans come from FaultInjection.h and LibcFaults.h; preloaded
-// into a program under test they come from the environment (FaultPreload.cpp). Nothing here
-// allocates or calls a function that is interposed.
+// call. Linked into a test program the plans come from LibcFaults.h; preloaded into a program under
+// test they come from the environment (FaultPreload.cpp). Nothing here allocates or calls a
+// function that is interposed.
 
 #include <unistd.h>
 
@@ -77,6 +77,7 @@ struct Plan {
     int error;       // errno of these calls, or a constant above, or 0: they only run `before`
     Threads threads = Threads::kAll;
     void (*before)(void* context) = nullptr;  // runs ahead of each of these calls
+    void (*after)(void* context) = nullptr;   // runs behind each of these, for kFstat alone
     void* context = nullptr;
 };
 
@@ -98,6 +99,9 @@ class Suspension {
 
 // Counts one call of the current thread: the error it is to fail with, or 0.
 [[nodiscard]] int ErrorDue(Call call);
+
+// Ends a call that ErrorDue has counted: runs what the plan wants to be run behind it.
+void Made(Call call);
 
 // Stands for usleep when set; returns false to have the library's own usleep called.
 using SleepHook = bool (*)(useconds_t microseconds, int& result);

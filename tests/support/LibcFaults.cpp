@@ -20,16 +20,16 @@ bool SleepByScript(useconds_t microseconds, int& result) {
 
 }  // namespace
 
-LibcFault::LibcFault(LibcCall call, int error, int nth)
-    : call_(call), nth_(static_cast<unsigned>(nth)) {
+LibcFault::LibcFault(LibcCall call, int error, unsigned nth, unsigned count)
+    : call_(call), nth_(nth) {
     libccalls::Set(call_, {.first = nth_,
-                           .count = 1,
+                           .count = count,
                            .error = error,
                            .threads = libccalls::Threads::kThatSetThePlan});
 }
 
-LibcFault::LibcFault(LibcCall call, std::function<void()> before, int nth)
-    : call_(call), nth_(static_cast<unsigned>(nth)), before_(std::move(before)) {
+LibcFault::LibcFault(LibcCall call, std::function<void()> before, unsigned nth)
+    : call_(call), nth_(nth), before_(std::move(before)) {
     libccalls::Set(call_, {.first = nth_,
                            .count = 1,
                            .error = 0,
@@ -40,7 +40,9 @@ LibcFault::LibcFault(LibcCall call, std::function<void()> before, int nth)
 
 LibcFault::~LibcFault() { libccalls::Clear(call_); }
 
-bool LibcFault::Happened() const { return libccalls::Calls(call_) >= nth_; }
+bool LibcFault::Happened() const { return Calls() >= nth_; }
+
+unsigned LibcFault::Calls() const { return libccalls::Calls(call_); }
 
 SleepScript::SleepScript(std::function<void(int call)> step) : step_(std::move(step)) {
     sleepScript = this;

@@ -2,8 +2,7 @@
 #define ZYN_TESTS_SUPPORT_LIBCFAULTS_H
 
 // Functions of the C library that fail, or sleep, as a test says. For test programs linked with
-// zyn_libc_faults. What a thread asks for concerns its own calls only; faults that concern all
-// threads are in FaultInjection.h.
+// zyn_libc_faults. What a thread asks for concerns its own calls only.
 
 #include <functional>
 
@@ -11,19 +10,26 @@
 
 using LibcCall = libccalls::Call;
 
-// The nth call of a function from now (1: the next one), made by this thread, fails with `error`,
-// or succeeds after running `before`. Calls that free something (join, close, destroy) do so
-// nevertheless. One plan per function.
+// From the nth call of a function on (1: the next one), as many calls as said, made by this thread,
+// fail with `error`; or the nth succeeds after running `before`. Calls that free something (join,
+// close, destroy) do so nevertheless. One plan per function.
 class LibcFault {
   public:
-    LibcFault(LibcCall call, int error, int nth = 1);
-    LibcFault(LibcCall call, std::function<void()> before, int nth = 1);
+    // Instead of an errno value, for calls that move bytes: see LibcCalls.h.
+    static constexpr int kHalfCount = libccalls::kHalfCount;
+    static constexpr int kZeroCount = libccalls::kZeroCount;
+    static constexpr unsigned kAlways = ~0U;
+
+    LibcFault(LibcCall call, int error, unsigned nth = 1, unsigned count = 1);
+    LibcFault(LibcCall call, std::function<void()> before, unsigned nth = 1);
     LibcFault(const LibcFault&) = delete;
     LibcFault& operator=(const LibcFault&) = delete;
     ~LibcFault();
 
-    // Whether the call has been made.
+    // Whether the nth call has been made.
     [[nodiscard]] bool Happened() const;
+    // Calls from the first on, those that failed included.
+    [[nodiscard]] unsigned Calls() const;
 
   private:
     LibcCall call_;

@@ -74,6 +74,7 @@ int open(const char* path, int flags, ...) {
     va_list arguments;
     va_start(arguments, flags);
     const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): two lines up
     const mode_t mode = creates ? va_arg(arguments, mode_t) : 0;
     va_end(arguments);
     return FailsWithErrno(Call::kOpen) ? -1 : real()(path, flags, mode);
@@ -108,7 +109,9 @@ int stat(const char* path, struct stat* status) noexcept {
 
 int fstat(int file, struct stat* status) noexcept {
     static constinit Real<int(int, struct stat*)> real(kFstat);
-    return FailsWithErrno(Call::kFstat) ? -1 : real()(file, status);
+    const int result = FailsWithErrno(Call::kFstat) ? -1 : real()(file, status);
+    libccalls::Made(Call::kFstat);
+    return result;
 }
 
 int access(const char* path, int mode) noexcept {

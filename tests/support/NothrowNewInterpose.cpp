@@ -28,3 +28,8 @@ void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
 void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
     return AllocateOrNull([size] { return ::operator new[](size); });
 }
+
+void* operator new(std::size_t size, std::align_val_t alignment,
+                   const std::nothrow_t& /*tag*/) noexcept {
+    return AllocateOrNull([size, alignment] { return ::operator new(size, alignment); });
+}

@@ -24,9 +24,7 @@ TEST_F(StandInFaultsTest, DeathLeavesTheFilesAndTheRingAsTheyAre) {
         options.dieAt = step;
         options.onDie = [&deaths] { ++deaths; };
         {
-            StandInService service(options);
-            service.Open();
-            const FakeClient client(directory_, 7);
+            auto [service, client] = Serve(options);
             client.Register();
             service.Step();
             if (step == ServiceStep::kRegistration) {
@@ -67,9 +65,7 @@ TEST_F(StandInFaultsTest, StopHappensOnceAndTheServiceGoesOn) {
         int stops = 0;
         options.stopAt = step;
         options.onStop = [&stops] { ++stops; };
-        StandInService service(options);
-        service.Open();
-        const FakeClient client(directory_, 7);
+        auto [service, client] = Serve(options);
         for (int round = 0; round < 2; ++round) {
             client.Register();
             service.Step();
@@ -99,9 +95,7 @@ TEST_F(StandInFaultsTest, FrameWithAnyHeaderComesBeforeTheConfirmation) {
     for (const Bytes& frame : expected) {
         ServiceOptions options = Options();
         options.extraFrameHeader = frame.front();
-        StandInService service(options);
-        service.Open();
-        const FakeClient client(directory_, 7);
+        auto [service, client] = Serve(options);
         client.Register();
         EXPECT_EQ(Until(service, client, Confirmation(7)), frame);
     }
@@ -110,9 +104,7 @@ TEST_F(StandInFaultsTest, FrameWithAnyHeaderComesBeforeTheConfirmation) {
 TEST_F(StandInFaultsTest, UnknownTypesComeBeforeTheConfirmation) {
     ServiceOptions options = Options();
     options.unknownTypes = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     const FrameScan scan = ScanFrames(Until(service, client, Confirmation(7)));
     std::vector<Bytes> payloads;
@@ -132,9 +124,7 @@ TEST_F(StandInFaultsTest, UnknownTypesComeBeforeTheConfirmation) {
 TEST_F(StandInFaultsTest, TruncatedMessagesComeBeforeTheConfirmation) {
     ServiceOptions options = Options();
     options.truncatedMessages = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     const Bytes expected = {0x0A, 0, 0, 0, 0, 0x0A, 4, 0, 0, 0, 7, 0, 0, 0,
                             0x0A, 8, 0, 0, 0, 7,    0, 0, 0, 2, 0, 0, 0};
@@ -145,9 +135,7 @@ TEST_F(StandInFaultsTest, LongFrameStatesItsLengthAndFillsTheRing) {
     for (const std::uint32_t length : {506U, 507U, 1025U, 0xFFFFFFFFU}) {
         ServiceOptions options = Options();
         options.longFrameBytes = length;
-        StandInService service(options);
-        service.Open();
-        const FakeClient client(directory_, 7);
+        auto [service, client] = Serve(options);
         client.Register();
         const Bytes frame = Until(service, client, Confirmation(7));
         ASSERT_EQ(frame.size(), 511U);
@@ -162,9 +150,7 @@ TEST_F(StandInFaultsTest, LongFrameStatesItsLengthAndFillsTheRing) {
 TEST_F(StandInFaultsTest, FloodFillsTheRingAndTheConfirmationWaitsForRoom) {
     ServiceOptions options = Options();
     options.flood = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     service.Step();
     service.Step();
@@ -182,9 +168,7 @@ TEST_F(StandInFaultsTest, BadPositionsStandUntilTheClientEmptiesItsRing) {
          {RingPositions{.read = 512, .write = 0}, RingPositions{.read = 0, .write = 0xFFFFFFFF}}) {
         ServiceOptions options = Options();
         options.badPositions = bad;
-        StandInService service(options);
-        service.Open();
-        const FakeClient client(directory_, 7);
+        auto [service, client] = Serve(options);
         client.Register();
         service.Step();
         service.Step();
@@ -200,9 +184,7 @@ TEST_F(StandInFaultsTest, FaultsCanBeKeptToSomeReplies) {
     ServiceOptions options = Options();
     options.extraFrameHeader = 0;
     options.faultsBefore = {Reply::kUnregistration};
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     EXPECT_TRUE(Until(service, client, Confirmation(7)).empty());
     client.Request(kChangePreservationOn);
@@ -214,9 +196,7 @@ TEST_F(StandInFaultsTest, FaultsCanBeKeptToSomeReplies) {
 TEST_F(StandInFaultsTest, SplitPutsTheEndOfTheRingAtEveryPlaceOfAFrame) {
     ServiceOptions options = Options();
     options.split = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     std::set<std::uint32_t> starts;
     for (int round = 0; round < 12; ++round) {
@@ -235,9 +215,7 @@ TEST_F(StandInFaultsTest, SplitPutsTheEndOfTheRingAtEveryPlaceOfAFrame) {
 TEST_F(StandInFaultsTest, SplitFramesComeOneAtATime) {
     ServiceOptions options = Options();
     options.split = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     EXPECT_TRUE(Until(service, client, Confirmation(7)).empty());
     client.Request(kChangePause);

@@ -71,12 +71,27 @@ inline Bytes Joined(const Bytes& first, const Bytes& second) {
     return both;
 }
 
+// A service that is up, and its client of the id 7.
+struct Served {
+    Served(const ServiceOptions& options, const TempDirectory& directory)
+        : service(options), client([this, &directory] {
+              service.Open();
+              return FakeClient(directory, 7);
+          }()) {}
+
+    StandInService service;
+    FakeClient client;
+};
+
 class StandInServiceTest : public ::testing::Test {
   protected:
     [[nodiscard]] ServiceOptions Options() const {
         ServiceOptions options;
         options.runDirectory = directory_.Path();
         return options;
+    }
+    [[nodiscard]] Served Serve(const ServiceOptions& options) const {
+        return {options, directory_};
     }
     [[nodiscard]] static std::vector<std::string> Texts(const StandInService& service) {
         std::vector<std::string> texts;

@@ -76,9 +76,7 @@ TEST_F(StandInServiceTest, MissingDirectoryIsAnError) {
 }
 
 TEST_F(StandInServiceTest, RegistrationAndUnregistrationAreConfirmed) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     client.Register();
     service.Step();
     EXPECT_EQ(client.Receive(), Confirmation(7));
@@ -119,9 +117,7 @@ TEST_F(StandInServiceTest, RequestIsOrderedToEveryClientAndThenConfirmed) {
 TEST_F(StandInServiceTest, ConfirmFirstTurnsTheOrderRound) {
     ServiceOptions options = Options();
     options.confirmFirst = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     service.Step();
     (void)client.Receive();
@@ -131,9 +127,7 @@ TEST_F(StandInServiceTest, ConfirmFirstTurnsTheOrderRound) {
 }
 
 TEST_F(StandInServiceTest, PreservationIsConfirmedAndNotPassedOn) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     client.Register();
     service.Step();
     (void)client.Receive();
@@ -145,9 +139,7 @@ TEST_F(StandInServiceTest, PreservationIsConfirmedAndNotPassedOn) {
 }
 
 TEST_F(StandInServiceTest, RequestOfAStrangerIsConfirmedToo) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     client.Request(kChangePause);
     service.Step();
     EXPECT_EQ(client.Receive(), Confirmation(7));
@@ -157,9 +149,7 @@ TEST_F(StandInServiceTest, RequestOfAStrangerIsConfirmedToo) {
 TEST_F(StandInServiceTest, SilentServiceSeesAllAndSaysNothing) {
     ServiceOptions options = Options();
     options.silent = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     service.Step();
     client.Request(kChangePause);
@@ -175,9 +165,7 @@ TEST_F(StandInServiceTest, SilentServiceSeesAllAndSaysNothing) {
 TEST_F(StandInServiceTest, ConfirmRegistrationOnlyIsSilentAfterwards) {
     ServiceOptions options = Options();
     options.confirmRegistrationOnly = true;
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     service.Step();
     EXPECT_EQ(client.Receive(), Confirmation(7));
@@ -191,9 +179,7 @@ TEST_F(StandInServiceTest, ConfirmRegistrationOnlyIsSilentAfterwards) {
 TEST_F(StandInServiceTest, LateConfirmationHoldsUpNoOrder) {
     ServiceOptions options = Options();
     options.confirmationDelay = std::chrono::hours(1);
-    StandInService service(options);
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(options);
     client.Register();
     service.Step();
     EXPECT_TRUE(client.Receive().empty());
@@ -228,9 +214,7 @@ TEST_F(StandInServiceTest, ClientWithoutItsRingIsForgotten) {
 }
 
 TEST_F(StandInServiceTest, ClientRingThatIsNoRingIsForgotten) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     WriteFile(directory_ / ClientRegionFile(8), "short");
     std::filesystem::create_directory(directory_ / ClientRegionFile(9));
     for (const std::uint32_t pid : {8U, 9U}) {
@@ -241,9 +225,7 @@ TEST_F(StandInServiceTest, ClientRingThatIsNoRingIsForgotten) {
 }
 
 TEST_F(StandInServiceTest, OddMessagesAreNotedAndLeftAlone) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     const std::vector<std::pair<Bytes, std::string>> cases = {
         {Frame(0x04, Bytes(4)), "skipped frame of kind 4"},
         {MessageFrame(Bytes(7)), "ignored message of 7 bytes"},
@@ -265,9 +247,7 @@ TEST_F(StandInServiceTest, OddMessagesAreNotedAndLeftAlone) {
 }
 
 TEST_F(StandInServiceTest, MessageIsLeftWhileASenderHoldsTheLock) {
-    StandInService service(Options());
-    service.Open();
-    const FakeClient client(directory_, 7);
+    auto [service, client] = Serve(Options());
     WriteFile(directory_ / kSenderLockFile, "");
     {
         const Descriptor sender(::open((directory_ / kSenderLockFile).c_str(), O_RDWR | O_CLOEXEC));

@@ -3,13 +3,12 @@
 # it is ready.
 set(zyn_fault_options -U_FORTIFY_SOURCE -fno-sanitize=all -fno-profile-arcs -fno-test-coverage)
 
-# Linked into a test program; FaultInjection.h and LibcFaults.h say what fails.
+# Linked into a test program; LibcFaults.h says what fails.
 add_library(zyn_libc_faults OBJECT
-    FaultInjection.cpp LibcCalls.cpp LibcFaults.cpp LibcInterpose.cpp NothrowNewInterpose.cpp)
+    LibcCalls.cpp LibcFaults.cpp LibcInterpose.cpp NothrowNewInterpose.cpp)
 target_link_libraries(zyn_libc_faults PUBLIC zyn_options ${CMAKE_DL_LIBS})
 target_include_directories(zyn_libc_faults PUBLIC ${PROJECT_SOURCE_DIR}/tests)
 target_compile_options(zyn_libc_faults PRIVATE ${zyn_fault_options})
-add_library(zyn_fault_injection ALIAS zyn_libc_faults)
 
 # Preloaded into a program under test; the environment says what fails. A sanitizer has its own
 # allocator, whose functions are not to be stood in front of.
@@ -20,6 +19,7 @@ endif()
 target_link_libraries(zyn_fault_preload PRIVATE zyn_options ${CMAKE_DL_LIBS})
 target_include_directories(zyn_fault_preload PRIVATE ${PROJECT_SOURCE_DIR}/tests)
 target_compile_options(zyn_fault_preload PRIVATE ${zyn_fault_options})
+target_compile_definitions(zyn_fault_preload PRIVATE $<$<BOOL:${ZYN_COVERAGE}>:ZYN_COVERAGE>)
 target_link_options(zyn_fault_preload PRIVATE -fno-sanitize=all)
 set_target_properties(zyn_fault_preload PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib)

@@ -3,12 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <string>
 #include <system_error>
 #include <vector>
 
 #include "support/Files.h"
+#include "support/LibcFaults.h"
 #include "support/LogWriter.h"
 #include "zynverify/LogVerifier.h"
 
@@ -105,6 +107,14 @@ TEST_F(LogVerifierTest, ABlockTellsItsPlaceNumbersTimesAndWriter) {
     EXPECT_THAT(heard_.findings, IsEmpty());
 }
 
+TEST_F(LogVerifierTest, WritersThatTakeTurnsAreNamedOnce) {
+    const LogReport report = Verify(LogWriter()
+                                        .Block(Block(1, 1).Host("alpha").Pid(3))
+                                        .Block(Block(2, 1).Host("beta").Pid(4))
+                                        .Block(Block(3, 1).Host("alpha").Pid(3)));
+    EXPECT_THAT(report.writers.known, ElementsAre(Writer{"alpha", 3}, Writer{"beta", 4}));
+}
+
 TEST_F(LogVerifierTest, AnEmptyBlockIsNoFinding) {
     const LogReport report = Verify(LogWriter().Block(LogBlock()).Block(Block(1, 1)));
     EXPECT_THAT(heard_.findings, IsEmpty());
@@ -157,7 +167,8 @@ TEST_F(LogVerifierTest, ARecordHeaderOfAnotherLengthEndsTheBlock) {
 }
 
 TEST_F(LogVerifierTest, APacketThatRunsPastItsRecordCostsTheRecordOnlyButStopsAnExport) {
-    LogRecord damaged = Record(2);
+    // One packet of each kind in front of the damage.
+    LogRecord damaged = Record(2).Tid(8).Control(1, 9);
     const std::uint64_t good = damaged.Data().size();
     damaged.Packet(LogPacket::String(32, "module").Length(7));
     const LogReport report =
@@ -299,15 +310,33 @@ TEST_F(LogVerifierTest, MoreThanAThousandPlacesOutOfOrderIsAFinding) {
     LogBlock block = Block(3, 1001);
     const LogReport report = Verify(LogWriter().Block(block.Record(Record(1)).Record(Record(2))));
     EXPECT_EQ(Only().kind, FindingKind::kOrder);
+    EXPECT_EQ(KindName(Only().kind), "order");
     EXPECT_EQ(Only().records, 2U);
     EXPECT_EQ(Only().text, "more than 1000 places out of order: number 1 and others");
     EXPECT_EQ(report.late, 2U);
     EXPECT_EQ(report.exported, 1003U);
 }
 
+TEST_F(LogVerifierTest, ASingleRecordOutOfOrderIsNamedAlone) {
+    LogBlock block = Block(2, 1001);
+    Verify(LogWriter().Block(block.Record(Record(1))));
+    EXPECT_EQ(Only().text, "more than 1000 places out of order: number 1");
+}
+
+TEST_F(LogVerifierTest, AnExportStopsAtTheFirstDamageOfTwo) {
+    const LogPacket packet = LogPacket::String(32, "module").Length(7);
+    const LogReport report =
+        Verify(LogWriter()
+                   .Block(LogBlock(Block(1, 1)).Record(Record(2).Packet(packet)).Record(Record(3)))
+                   .Block(LogBlock(Block(4, 3)).Record(Record(7).Packet(packet))));
+    EXPECT_EQ(heard_.findings.size(), 2U);
+    EXPECT_EQ(report.exported, 1U);
+}
+
 TEST_F(LogVerifierTest, ANewNumberingIsToldAndNoDamage) {
     const LogReport report = Verify(LogWriter().Block(Block(900000, 5)).Block(Block(1, 5)));
     EXPECT_EQ(Only().kind, FindingKind::kRestart);
+    EXPECT_EQ(KindName(Only().kind), "restart");
     EXPECT_EQ(Only().text, "the numbering begins anew: 1 after 900004");
     EXPECT_FALSE(report.damaged);
 }
@@ -351,6 +380,35 @@ TEST_F(LogVerifierTest, SeparateFilesAreLogsOfTheirOwn) {
 
 TEST_F(LogVerifierTest, APathThatDoesNotExistCannotBeVerified) {
     EXPECT_THROW(static_cast<void>(FindLogs({directory_ / "none"}, false)), std::system_error);
+}
+
+TEST_F(LogVerifierTest, ADirectoryThatMayNotBeListedCannotBeVerified) {
+    const LibcFault fault(LibcCall::kAccess, EACCES);
+    try {
+        static_cast<void>(FindLogs({directory_.Path()}, false));
+        FAIL() << "it was listed";
+    } catch (const std::system_error& failure) {
+        EXPECT_EQ(failure.code().value(), EACCES);
+        EXPECT_EQ(failure.what(), directory_.Path() + ": Permission denied");
+    }
+}
+
+TEST_F(LogVerifierTest, AFileThatCannotBeReadToItsEndEndsTheLog) {
+    // More than the stream reads ahead, so that a read is left for the second block.
+    LogWriter().Block(Block(1, 4000)).Block(Block(4001, 4000)).WriteFiles(directory_.Path());
+    const auto logs = FindLogs({directory_.Path()}, false);
+    // Two reads for the header, when the file is looked at and when it is opened; one for the first
+    // block.
+    const LibcFault fault(LibcCall::kRead, EIO, 4, LibcFault::kAlways);
+    const LogReport report = VerifyLog(logs.at(0), heard_);
+    EXPECT_EQ(Only().kind, FindingKind::kUnreadable);
+    EXPECT_EQ(Only().block, 2U);
+    EXPECT_EQ(Only().text,
+              "Failed to read from file [OS call failed:5(Input/output error)]; from here on "
+              "nothing can be found");
+    EXPECT_TRUE(report.unreadable);
+    EXPECT_EQ(report.blocks, 1U);
+    EXPECT_EQ(report.exported, 4000U);
 }
 
 // Damage of any single byte may be harmless or found, but never makes the verifier fail, and never

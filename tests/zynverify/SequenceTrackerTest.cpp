@@ -127,6 +127,29 @@ TEST_F(SequenceTrackerTest, ASingleFarNumberIsAStrayAndMovesNothing) {
     EXPECT_EQ(again_, 0U);
 }
 
+TEST_F(SequenceTrackerTest, FarNumbersThatAreFarFromEachOtherAreStrays) {
+    AddRun(1, 10);
+    Add(1U << 29U, 2);
+    Add(1U << 30U, 3);
+    AddRun(11, 10, 4);
+    EXPECT_THAT(Finished(), ElementsAre("stray 536870912 block 2", "stray 1073741824 block 3"));
+}
+
+TEST_F(SequenceTrackerTest, FarNumbersThatSupportEachOtherMayComeInAnyOrder) {
+    AddRun(1, 10);
+    Add(1001, 2);
+    Add((1U << 29U) + 1, 3);
+    Add(1U << 29U, 3);
+    EXPECT_THAT(Finished(), ElementsAre("gap 11+990 block 2", "gap 1002+536869911 block 3"));
+}
+
+TEST_F(SequenceTrackerTest, AGapThatALateNumberOpensHasNoPlace) {
+    Add(1000, 1);
+    Add(990, 2);
+    Add(1010, 3);
+    EXPECT_THAT(Finished(), ElementsAre("gap 991+9 block 0", "gap 1001+9 block 3"));
+}
+
 TEST_F(SequenceTrackerTest, NumbersBeforeTheFirstOneAreNotMissing) {
     Add(1000);
     Add(998);
