@@ -10,6 +10,7 @@
 #include <limits>
 
 #include "Support/DropFailure.h"
+#include "Support/LostPages.h"
 #include "Support/RuntimeInfo.h"
 #include "Support/Umask.h"
 #include "Support/ValidationException.h"
@@ -85,6 +86,7 @@ SharedMemory::SharedMemory(const std::string& name, int size) : path_(PathOf(nam
 }
 
 SharedMemory::~SharedMemory() {
+    lostpages::Forget(address_);
     DropFailure(
         [this] { ZYN_CHECK_OS_CALL(::munmap(address_, size_) != -1, "Can not unmap memory"); });
     address_ = nullptr;
@@ -105,6 +107,7 @@ void SharedMemory::MapExisting() {
     ZYN_CHECK_OS_CALL(countable && address != MAP_FAILED, "Can not open file mapping");
     size_ = static_cast<unsigned int>(end);
     address_ = address;
+    lostpages::Watch(address_, size_);
 }
 
 void SharedMemory::MapCreated() {
@@ -113,6 +116,7 @@ void SharedMemory::MapCreated() {
     char* address = Map(fd_, size_);
     ZYN_CHECK_OS_CALL(address != MAP_FAILED, "Can not map memory");
     address_ = address;
+    lostpages::Watch(address_, size_);
 }
 
 void SharedMemory::Close() noexcept {

@@ -5,6 +5,7 @@
 #include <iostream>
 
 #include "CommandProcess/CmdProcess.h"
+#include "Support/LostPages.h"
 #include "zyntool/CleanCommandProcessor.h"
 #include "zyntool/ControlCommandProcessors.h"
 #include "zyntool/ExportCommandProcessor.h"
@@ -17,6 +18,8 @@ int main(int argc, char** argv) {
     // reported, and no reason to die without a word.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    // So is a shared region that another program cuts: the command fails when nobody answers.
+    lostpages::Replace();
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
     PreservationCommandProcessor preservationProcessor;

@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <atomic>
-#include <cstdio>
 #include <iostream>
 #include <string>
 #include <thread>
@@ -16,8 +15,7 @@
 namespace {
 
 void Say(const char* who, const char* what, int value) {
-    std::printf("%s %s %d\n", who, what, value);
-    std::fflush(stdout);
+    std::cout << who << ' ' << what << ' ' << value << std::endl;
 }
 
 void TellStatus(const char* who, int module, int label) {

@@ -7,7 +7,7 @@ import os
 import signal
 import unittest
 
-from world import BANNER, Fault, World, wait_until_stopped
+from world import BANNER, HALF_POLL_US, Fault, World, wait_until_stopped
 
 SUCCESS = b"Pause tracing... succeeded.\n"
 FAILURE = "Pause Tracing...Failed \n"
@@ -16,12 +16,13 @@ SHORT_POLL_US = 5000
 STEPS = ["registration", "confirm", "request", "order", "unregistration"]
 # Counts the sleeps of the thread that runs the command, and touches nothing.
 COUNT_POLLS = Fault("usleep", 1, "all", "0", thread="main")
-# A poll for runs that must succeed: the service has a second for each answer.
-HALF_POLL_US = 50000
-# Of the confirmations of registration, request and un-registration, each. A service that is gone or
-# silent is found out by one or two of the three.
+# For the confirmation of a registration, of a request and of an un-registration, each.
 POLLS = 20
-MOST_POLLS = 3 * POLLS
+# 4.5 s of 100 ms, less one for each of the two threads that is waited for at the end: whoever is
+# dead, silent or hostile is waited for once while it registers, or twice after that.
+MOST_POLLS = 45 - 2
+# A service that confirms each step at the last moment can take all three waits: 6 s.
+MOST_POLLS_IN_TIME = 3 * POLLS
 
 
 class KillMatrix(unittest.TestCase):
@@ -58,7 +59,7 @@ class ServiceTest(KillMatrix):
         for step in STEPS:
             with self.subTest(step=step):
                 self.fresh_service("--die-at", step)
-                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
                 self.assert_ended_properly(result)
                 self.assertLessEqual(len(result.hits), MOST_POLLS)
                 self.assertEqual(result.status == 0, step == "unregistration")
@@ -74,7 +75,7 @@ class ServiceTest(KillMatrix):
         for step in STEPS:
             with self.subTest(step=step):
                 self.fresh_service("--stop-at", step)
-                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
                 self.assert_ended_properly(result)
                 self.assertLessEqual(len(result.hits), MOST_POLLS)
                 self.assert_nothing_left()
@@ -96,20 +97,28 @@ class ServiceTest(KillMatrix):
     def test_service_that_does_not_answer_is_polled_no_oftener_than_said(self):
         for options, least, most in ((["--silent"], POLLS, POLLS),
                                      (["--die-at", "registration"], POLLS, POLLS),
-                                     # It may take some of its polls to be registered.
+                                     # It may take some polls to be registered.
                                      (["--confirm-registration-only"], 2 * POLLS, MOST_POLLS)):
             with self.subTest(options=options):
                 self.fresh_service(*options)
-                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
                 self.assertEqual(result.failure(), FAILURE)
                 self.assertGreaterEqual(len(result.hits), least)
                 self.assertLessEqual(len(result.hits), most)
 
+    def test_service_that_is_late_with_everything_is_polled_no_oftener_than_that(self):
+        for polls in (10, 15, 19, 25):
+            with self.subTest(polls=polls):
+                self.fresh_service("--late", str(polls * SHORT_POLL_US // 1000))
+                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                self.assert_ended_properly(result)
+                self.assertLessEqual(len(result.hits), MOST_POLLS_IN_TIME)
+
     def test_service_that_fails_in_each_way_costs_no_more_than_its_polls(self):
-        for options in (["--silent"], ["--confirm-registration-only"], ["--flood"],
-                        ["--unknown-types"], ["--truncated-message"], ["--long-frame", "70000"],
-                        ["--frames-of-kind", "5"], ["--split"], ["--bad-positions", "4000000000,3"],
-                        ["--bad-positions", "3,4000000000"]):
+        for options in (["--silent"], ["--flood"], ["--unknown-types"],
+                        ["--truncated-message"], ["--long-frame", "70000"],
+                        ["--frames-of-kind", "5"], ["--split"],
+                        ["--bad-positions", "4000000000,3"], ["--bad-positions", "3,4000000000"]):
             with self.subTest(options=options):
                 self.fresh_service(*options)
                 result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
@@ -126,7 +135,7 @@ class ToolTest(KillMatrix):
     def steps(self, calls):
         """One fault per call that a `pause` makes, of each of these functions."""
         for call in calls:
-            counted = self.world.run(["pause"], Fault(call, 1, "all", "0"))
+            counted = self.world.run(["pause"], Fault(call, 1, "all", "0"), HALF_POLL_US)
             self.assertEqual(counted.status, 0)
             self.assertTrue(counted.hits, call)
             for first in range(1, len(counted.hits) + 1):
@@ -162,11 +171,8 @@ class ToolTest(KillMatrix):
                 self.assert_pause_works()
                 self.assertNotIn("ZynServerMessageLock.lck", self.world.left_behind())
 
-    # Only what the thread that stops is about to look at is cut: another thread may be between its
-    # own look at a region and its access, and nothing protects that moment.
-
     def cut(self, fault, regions):
-        """Cuts these regions while the tool stands ahead of that call."""
+        """Cuts these regions while the tool stands at that call."""
         tool = self.world.start(["pause"], fault, SHORT_POLL_US)
         stopped = wait_until_stopped(tool)
         if stopped:
@@ -181,23 +187,29 @@ class ToolTest(KillMatrix):
     def test_region_of_the_service_is_cut_under_the_tool(self):
         self.fresh_service()
         for call in ("fcntl", "fstat", "mmap"):
-            counted = self.world.run(["pause"], Fault(call, 1, "all", "0", "main"))
+            counted = self.world.run(["pause"], Fault(call, 1, "all", "0", "main"), HALF_POLL_US)
             self.assertTrue(counted.hits, call)
             for first in range(1, len(counted.hits) + 1):
                 with self.subTest(call=call, first=first):
                     self.cut(Fault(call, first, "1", "stop", "main"), "ZynServerMessageBuffer.map")
         self.assert_pause_works()
 
-    def test_regions_of_the_tool_are_cut_under_it(self):
+    def cut_at_each_look(self, how, pattern, looks):
+        """looks: how many there are at most, on the main thread, which registers, and on the one that
+        then reads the ring."""
         self.fresh_service()
-        # The main thread alone while it registers, then the one that reads the ring.
-        for thread, most in (("main", 4), ("other", 6)):
+        for thread, most in zip(("main", "other"), looks):
             for first in range(1, most + 1):
                 with self.subTest(thread=thread, first=first):
-                    stopped = self.cut(Fault("fstat", first, "1", "stop", thread),
-                                       "Zyn*[0-9].map")
+                    stopped = self.cut(Fault("fstat", first, "1", how, thread), pattern)
                     self.assertTrue(stopped or first > 1)
         self.assert_pause_works()
+
+    def test_regions_of_the_tool_are_cut_under_it(self):
+        self.cut_at_each_look("stop", "Zyn*[0-9].map", (4, 6))
+
+    def test_regions_are_cut_between_the_look_and_the_access(self):
+        self.cut_at_each_look("stop-behind", "Zyn*.map", (6, 6))
 
 
 class FileStateTest(KillMatrix):

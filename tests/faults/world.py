@@ -9,11 +9,28 @@ import tempfile
 from dataclasses import dataclass, field
 from pathlib import Path
 
-BIN = Path(os.environ["ZYN_BIN"])
-TOOL = BIN / "zyntool"
-FAULT_PRELOAD = Path(os.environ["ZYN_FAULT_PRELOAD"])
+
+@dataclass(frozen=True)
+class Build:
+    """The programs of one build tree."""
+    bin: Path
+
+    @property
+    def tool(self):
+        return self.bin / "zyntool"
+
+    @property
+    def fault_preload(self):
+        return self.bin.parent / "lib" / "libzyn_fault_preload.so"
+
+
+BUILD = Build(Path(os.environ["ZYN_BIN"]))
+BIN = BUILD.bin
+TOOL = BUILD.tool
 BANNER = b"Runtime Tracing Command Line Utility 3.0\n" + b"-" * 54 + b"\n"
 PATIENCE_SECONDS = 60
+# A poll for runs that must succeed: the service has a second for each answer.
+HALF_POLL_US = 50000
 
 CONFIGURATION = """<?xml version="1.0"?>
 <ZYNConfig trace="1">
@@ -56,9 +73,11 @@ class Result:
 
 class World:
     """`root` is KORVA_VANTOREL_DIR; the log lies in root/log, the service's files in root/temp/ZYN,
-    and the tool runs in root/out."""
+    and the tool runs in root/out. The two sides may come from different builds."""
 
-    def __init__(self):
+    def __init__(self, tool_build=BUILD, service_build=BUILD):
+        self.tool_build = tool_build
+        self.service_build = service_build
         self.root = Path(tempfile.mkdtemp(prefix="zynfaults-"))
         self.log = self.root / "log"
         self.run_directory = self.root / "temp" / "ZYN"
@@ -90,7 +109,7 @@ class World:
             if name in os.environ:
                 variables[name] = os.environ[name]
         if fault or sleep_us:
-            variables["LD_PRELOAD"] = str(FAULT_PRELOAD)
+            variables["LD_PRELOAD"] = str(self.tool_build.fault_preload)
             variables["ZYN_FAULT_LOG"] = str(self.hits)
             # The sanitizer's own library wants to be loaded first and can do without.
             variables["ASAN_OPTIONS"] = ":".join(
@@ -110,7 +129,7 @@ class World:
         options.setdefault("stdout", subprocess.PIPE)
         options.setdefault("stderr", subprocess.PIPE)
         options.setdefault("cwd", self.out)
-        return subprocess.Popen([TOOL, *arguments], **options,
+        return subprocess.Popen([self.tool_build.tool, *arguments], **options,
                                 env=self.environment(fault, sleep_us, **(environment or {})))
 
     def run(self, arguments, fault=None, sleep_us=None, **options):
@@ -136,8 +155,8 @@ class World:
         ready, written = os.pipe()
         try:
             self.service = subprocess.Popen(
-                [BIN / "zynservice-sim", "--run-dir", self.run_directory, "--ready-fd",
-                 str(written), *options],
+                [self.service_build.bin / "zynservice-sim", "--run-dir", self.run_directory,
+                 "--ready-fd", str(written), *options],
                 stdout=subprocess.PIPE if watched else subprocess.DEVNULL, pass_fds=[written])
         finally:
             os.close(written)
