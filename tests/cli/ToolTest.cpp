@@ -4,6 +4,7 @@
 
 #include <array>
 #include <cerrno>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,7 @@ struct SyntaxFault {
     const char* name;
     std::vector<std::string> arguments;
     const char* text;
+    friend void PrintTo(const SyntaxFault& fault, std::ostream* out) { *out << fault.name; }
 };
 
 class SyntaxFaultTest : public ToolFixture, public testing::WithParamInterface<SyntaxFault> {};
@@ -66,6 +68,10 @@ TEST_F(ToolTest, PerformanceSaysItsLineAndCollectsNothing) {
         EXPECT_EQ(result.error, kToolBanner + "Collecting function usage performance number...\n");
         EXPECT_EQ(result.status, 0) << "the number is not validated";
     }
+}
+
+TEST_F(ToolTest, ProgramFileCarriesItsVersionTag) {
+    EXPECT_NE(ReadFile(ZYN_TOOL).find("QXcid 1000.0.0.84 DIAG "), std::string::npos);
 }
 
 TEST_F(ToolTest, CommandsAndOptionsAreTakenInAnyCase) {
