@@ -14,7 +14,7 @@ using FuzzInput = std::span<const std::uint8_t>;
 
 // A log block, read, put in order and rendered as text, by way of each road through the reader.
 int ZynFuzzBlock(FuzzInput input);
-// A record's packets, decoded by the road for usual packets and by the general one, and rendered.
+// A record's packets, decoded by the road for usual records and by the general one, and rendered.
 int ZynFuzzRecord(FuzzInput input);
 // A log cut over one to four files.
 int ZynFuzzStream(FuzzInput input);

@@ -20,9 +20,9 @@ unsigned int SecondOfHour(const std::tm& local) noexcept {
     return static_cast<unsigned int>(local.tm_min * 60 + local.tm_sec);
 }
 
+// For seconds of one quarter of an hour: with the same offset, the same hour is also the same day.
 bool SameHour(const std::tm& a, const std::tm& b) noexcept {
-    return a.tm_hour == b.tm_hour && a.tm_mday == b.tm_mday && a.tm_mon == b.tm_mon &&
-           a.tm_year == b.tm_year && a.tm_gmtoff == b.tm_gmtoff;
+    return a.tm_hour == b.tm_hour && a.tm_gmtoff == b.tm_gmtoff;
 }
 
 }  // namespace

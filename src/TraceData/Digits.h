@@ -22,6 +22,22 @@ inline void PutTwoDigits(char* out, unsigned int value) noexcept {
     std::memcpy(out, kDigitPairs.data() + 2 * static_cast<std::size_t>(value), 2);
 }
 
+// "000" to "999", each followed by a NUL so that it is moved as one word.
+inline constexpr std::array<char, 4000> kDigitTriples = [] {
+    std::array<char, 4000> triples{};
+    for (std::size_t i = 0; i < 1000; ++i) {
+        triples[4 * i] = static_cast<char>('0' + i / 100);
+        triples[4 * i + 1] = static_cast<char>('0' + i / 10 % 10);
+        triples[4 * i + 2] = static_cast<char>('0' + i % 10);
+    }
+    return triples;
+}();
+
+// value is below 1,000; writes three characters and scribbles on a fourth.
+inline void PutThreeDigits(char* out, unsigned int value) noexcept {
+    std::memcpy(out, kDigitTriples.data() + 4 * static_cast<std::size_t>(value), 4);
+}
+
 // Writes the value's digits so that they end just before `end`; returns where they begin. At most
 // ten characters.
 inline char* PutDigitsBackwards(char* end, std::uint32_t value) noexcept {

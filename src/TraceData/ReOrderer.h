@@ -83,6 +83,24 @@ class ReOrderer {
         ++held_;
     }
 
+    // Takes records from next(TraceRecordReader&), which returns false when it has none, until
+    // Limit are held. The same as Push for each, for a re-orderer that holds none yet.
+    template <typename Next>
+    void Fill(Next&& next) {
+        std::uint32_t last = 0;
+        bool rising = true;
+        std::uint32_t count = 0;
+        while (count < Limit && next(records_[count])) {
+            const std::uint32_t number = records_[count].sequenceNumber;
+            rising = rising && number >= last;
+            last = number;
+            ++count;
+        }
+        state_ = rising ? State::kQueue : State::kBag;
+        held_ = count;
+        last_ = last;
+    }
+
     // Emits and removes the record with the smallest sequence number. At least one is held.
     void ProcessFront() {
         if (state_ == State::kQueue) {
@@ -104,12 +122,10 @@ class ReOrderer {
     // Emits all records held, in order.
     void Drain() {
         if (state_ == State::kQueue) {
-            while (held_ != 0) {
-                ProcessFront();
+            for (std::uint32_t i = 0; i < held_; ++i) {
+                helper_.ProcessRecord(records_[RingSlot(i)]);
             }
-            return;
-        }
-        if (state_ == State::kBag) {
+        } else if (state_ == State::kBag) {
             DrainBag();
         } else {
             DrainKeys();

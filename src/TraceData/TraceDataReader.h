@@ -6,17 +6,20 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <exception>
+#include <limits>
 #include <string_view>
 
 #include "MemoryStream/MemoryStream.h"
 #include "Support/LoadStore.h"
 #include "Support/ValidationException.h"
 #include "TraceData/ReOrderer.h"
+#include "TraceData/RecordValues.h"
 #include "TraceData/TracePacket.h"
 
 inline constexpr std::uint32_t kHostNameBytes = 32;
@@ -48,6 +51,13 @@ concept RecordClient = PacketClient<T> && requires(T client, std::uint64_t posit
     client.OnRecordEnd();
 };
 
+// A client that takes a usual record in one call, which stands for OnRecordBegin, the values and
+// OnRecordEnd.
+template <typename T>
+concept UsualRecordClient = RecordClient<T> && requires(T client, const RecordValues& values) {
+    client.OnUsualRecord(values);
+};
+
 // A client that also learns where records lie and what is wrong with them. The reader then goes on
 // behind a damaged record. For any other client the calls are not compiled at all.
 template <typename T>
@@ -76,7 +86,8 @@ struct IgnoringPacketClient {
 };
 
 // Reads blocks. Limit: how many records are held to be put in order. Memory: a block that fits the
-// stream's buffer is read in place, a larger one into a buffer of its own that is kept. One thread.
+// stream's buffer is read in place, a larger one into a buffer of its own that is kept; either way
+// kTextReadSlack bytes can be read behind its data. One thread.
 template <RecordClient Client, std::uint32_t Limit>
 class TraceBlockReader {
   public:
@@ -108,6 +119,13 @@ class TraceBlockReader {
 
       private:
         void Decode(const TraceRecordReader& record) {
+            if constexpr (UsualRecordClient<Client>) {
+                RecordValues values;
+                if (ReadUsualRecord(record.data, record.length, values)) [[likely]] {
+                    client_.OnUsualRecord(values);
+                    return;
+                }
+            }
             client_.OnRecordBegin();
             TracePacketReader<MemoryReader, Client> packets(
                 MemoryReader(ReadableMemoryBuffer(record.data, record.length)), client_);
@@ -147,6 +165,7 @@ class TraceBlockReader {
 
     template <typename Stream>
     const char* ReadData(Stream& stream, std::uint32_t size);
+    static bool TakeUsualRecord(MemoryReader& block, TraceRecordReader& record) noexcept;
     static TraceRecordReader ReadRecord(MemoryReader& block);
     static void ReadObserved(Client& client, MemoryReader& block, Order& order);
 
@@ -196,6 +215,7 @@ void TraceBlockReader<Client, Limit>::Process(Client& client, Stream& stream) {
         return;
     }
     try {
+        order.Fill([&block](TraceRecordReader& record) { return TakeUsualRecord(block, record); });
         while (block.Remaining() != 0) {
             order.Push(ReadRecord(block));
         }
@@ -231,22 +251,43 @@ const char* TraceBlockReader<Client, Limit>::ReadData(Stream& stream, std::uint3
     if (const char* inPlace = stream.View(size)) {
         return inPlace;
     }
-    data_.Reserve(size);
+    // A size that memory cannot even count fails as one that is not to be had.
+    const std::uint64_t wanted = std::uint64_t{size} + kTextReadSlack;
+    data_.Reserve(static_cast<std::size_t>(
+        std::min<std::uint64_t>(wanted, std::numeric_limits<std::size_t>::max())));
     stream.read(data_.Data(), size);
     return data_.Data();
 }
 
+// Takes the next record, if its header has the usual head and it lies within the block.
+template <RecordClient Client, std::uint32_t Limit>
+inline bool TraceBlockReader<Client, Limit>::TakeUsualRecord(MemoryReader& block,
+                                                             TraceRecordReader& record) noexcept {
+    constexpr std::uint32_t kHeader = kUsualRecordHead + kRecordHeaderPayload;
+    const char* const bytes = block.Peek();
+    if (block.Remaining() < kHeader || bytes[0] != kPlainBinary ||
+        LoadLittleEndian<std::uint32_t>(bytes + 1) != kRecordHeaderPayload) [[unlikely]] {
+        return false;
+    }
+    record.sequenceNumber = LoadLittleEndian<std::uint32_t>(bytes + kUsualRecordHead);
+    record.length = LoadLittleEndian<std::uint32_t>(bytes + kUsualRecordHead + 4);
+    record.data = bytes + kHeader;
+    if (record.length > block.Remaining() - kHeader) [[unlikely]] {
+        return false;
+    }
+    block.Skip(kHeader);
+    block.Skip(record.length);
+    return true;
+}
+
 template <RecordClient Client, std::uint32_t Limit>
 inline TraceRecordReader TraceBlockReader<Client, Limit>::ReadRecord(MemoryReader& block) {
-    const char* bytes = block.Peek();
-    if (block.Remaining() >= kUsualRecordHead + kRecordHeaderPayload && bytes[0] == kPlainBinary &&
-        LoadLittleEndian<std::uint32_t>(bytes + 1) == kRecordHeaderPayload) [[likely]] {
-        block.Skip(kUsualRecordHead);
-    } else {
-        CheckPacketLength(ReadPacketHead(block), kRecordHeaderPayload);
-    }
-    const char* payload = block.View(kRecordHeaderPayload);
     TraceRecordReader record;
+    if (TakeUsualRecord(block, record)) [[likely]] {
+        return record;
+    }
+    CheckPacketLength(ReadPacketHead(block), kRecordHeaderPayload);
+    const char* payload = block.View(kRecordHeaderPayload);
     record.sequenceNumber = LoadLittleEndian<std::uint32_t>(payload);
     record.length = LoadLittleEndian<std::uint32_t>(payload + 4);
     record.data = block.View(record.length);

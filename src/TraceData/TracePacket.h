@@ -83,9 +83,7 @@ inline void CheckPacketLength(const PacketHead& head, std::uint32_t expected) {
 template <typename T>
 concept PacketSource = requires(T stream, std::uint32_t count, char* buffer) {
     { stream.View(count) } -> std::same_as<const char*>;
-    { stream.Peek() } -> std::same_as<const char*>;
     { stream.Remaining() } -> std::convertible_to<std::size_t>;
-    stream.Skip(count);
     stream.read(buffer, count);
 };
 
@@ -115,28 +113,17 @@ class TracePacketReader {
     // Reads all packets.
     void ProcessAll() {
         while (!AtEnd()) {
-            if (!ProcessUsual()) [[unlikely]] {
-                Process();
-            }
+            Process();
         }
     }
 
     // Reads one packet.
     void Process();
 
-    // Reads the next packets as far as they have the heads and the order that services give them,
-    // each in one look where Process needs a checked read per field; returns whether there was any.
-    // Changes nothing about what is read: every packet that it leaves is for Process.
-    bool ProcessUsual();
-
   private:
     void ReadDoubleWord(const PacketHead& head);
     void ReadString(const PacketHead& head);
     void ReadBinary(std::uint32_t length, std::uint16_t id);
-    template <std::uint8_t Flags, std::uint16_t Id>
-    static bool NextIs(const Stream& stream) noexcept;
-    template <std::uint16_t Id>
-    static void TakeString(Stream& stream, Client& client);
     void OnDoubleWord(std::uint16_t id, std::uint32_t value);
     void OnString(std::uint16_t id, std::uint32_t length);
 
@@ -170,65 +157,6 @@ inline void TracePacketReader<Stream, Client>::Process() {
             stream_.View(head.length);
             break;
     }
-}
-
-// Whether the next packet has these flags and this id, and seven bytes are there to look at.
-template <PacketSource Stream, PacketClient Client>
-template <std::uint8_t Flags, std::uint16_t Id>
-inline bool TracePacketReader<Stream, Client>::NextIs(const Stream& stream) noexcept {
-    constexpr std::uint32_t kFlagsAndId = Flags | std::uint32_t{Id} << 8U;
-    constexpr std::uint32_t kThreeBytes = 0xFFFFFF;
-    return stream.Remaining() >= kLongestPacketHead &&
-           (LoadLittleEndian<std::uint32_t>(stream.Peek()) & kThreeBytes) == kFlagsAndId;
-}
-
-// Takes the next packet if it is the string with this id and lies within the record.
-template <PacketSource Stream, PacketClient Client>
-template <std::uint16_t Id>
-inline void TracePacketReader<Stream, Client>::TakeString(Stream& stream, Client& client) {
-    if (NextIs<kIdString, Id>(stream)) [[likely]] {
-        const auto length = LoadLittleEndian<std::uint32_t>(stream.Peek() + 3);
-        if (length <= stream.Remaining() - kLongestPacketHead) [[likely]] {
-            client.OnRead({stream.Peek() + kLongestPacketHead, length}, Id);
-            stream.Skip(kLongestPacketHead + length);
-        }
-    }
-}
-
-template <PacketSource Stream, PacketClient Client>
-inline bool TracePacketReader<Stream, Client>::ProcessUsual() {
-    // A copy stays in registers, whatever the client does.
-    Stream stream = stream_;
-    const char* const begin = stream.Peek();
-    if (NextIs<kIdBinary, kTimePacketId>(stream) &&
-        LoadLittleEndian<std::uint32_t>(begin + 3) == kTimePacketBytes &&
-        stream.Remaining() >= kLongestPacketHead + kTimePacketBytes) [[likely]] {
-        client_.OnTime(LoadLittleEndian<std::uint32_t>(begin + 7),
-                       LoadLittleEndian<std::uint16_t>(begin + 11));
-        stream.Skip(kLongestPacketHead + kTimePacketBytes);
-    }
-    // Of a 32-bit value the four bytes after flags and id are the value itself.
-    if (NextIs<kIdDoubleWord, kThreadPacketId>(stream)) [[likely]] {
-        client_.OnThread(LoadLittleEndian<std::uint32_t>(stream.Peek() + 3));
-        stream.Skip(kLongestPacketHead);
-    }
-    if (NextIs<kIdDoubleWord, kProcessPacketId>(stream)) [[likely]] {
-        client_.OnProcess(LoadLittleEndian<std::uint32_t>(stream.Peek() + 3));
-        stream.Skip(kLongestPacketHead);
-    }
-    TakeString<kModulePacketId>(stream, client_);
-    TakeString<kClientPacketId>(stream, client_);
-    TakeString<kLabelPacketId>(stream, client_);
-    // The message: a string without an id, its length right behind the flags.
-    if (stream.Remaining() >= kLongestPacketHead && stream.Peek()[0] == kPlainString) [[likely]] {
-        const auto length = LoadLittleEndian<std::uint32_t>(stream.Peek() + 1);
-        if (length <= stream.Remaining() - 5) [[likely]] {
-            client_.OnRead({stream.Peek() + 5, length}, kMessagePacketId);
-            stream.Skip(5 + length);
-        }
-    }
-    stream_ = stream;
-    return stream.Peek() != begin;
 }
 
 #endif

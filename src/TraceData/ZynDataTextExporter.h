@@ -38,7 +38,7 @@ class ZynDataTextExporter {
             // Three ids in a row, in the order of the columns.
             const unsigned int name = unsigned{id} - kModulePacketId;
             if (name < 3) {
-                record_.SetName(static_cast<LegacyZynRecord::Name>(name), text);
+                record_.SetName(static_cast<RecordValues::Name>(name), text);
             } else if (id == kMessagePacketId) {
                 record_.AddMessage(text);
             }
@@ -53,18 +53,28 @@ class ZynDataTextExporter {
         }
 
         void OnRecordEnd() {
-            // The position in the log changes with the block only.
-            if (progressDue_) [[unlikely]] {
-                progressDue_ = false;
-                progress_.Update(bytesRead_, totalBytes_);
-            }
+            ShowProgress();
             record_ >> file_;
+            ++records_;
+        }
+
+        void OnUsualRecord(const RecordValues& values) {
+            ShowProgress();
+            record_.Write(values, file_);
             ++records_;
         }
 
         [[nodiscard]] std::uint64_t Records() const noexcept { return records_; }
 
       private:
+        // The position in the log changes with the block only.
+        void ShowProgress() {
+            if (progressDue_) [[unlikely]] {
+                progressDue_ = false;
+                progress_.Update(bytesRead_, totalBytes_);
+            }
+        }
+
         LegacyZynRecord record_;
         TextFile& file_;
         ProgressDisplay& progress_;

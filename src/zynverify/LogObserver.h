@@ -71,6 +71,10 @@ class LogObserver final : private SequenceListener {
     }
     void OnControl(std::uint32_t /*code*/, std::uint32_t /*process*/) noexcept {}
     void OnRecordEnd() noexcept { ++block_.records; }
+    void OnUsualRecord(const RecordValues& values) noexcept {
+        OnTime(values.seconds, values.milliseconds);
+        OnRecordEnd();
+    }
     void OnRecordDamage(const TraceRecordReader& record, std::uint32_t offset,
                         std::string_view reason);
     void OnBlockDamage(std::uint32_t offset, std::string_view reason);

@@ -42,6 +42,16 @@ std::string RightAligned(std::uint32_t value) {
     return Between(out.data(), end);
 }
 
+TEST(DigitsTest, ThreeDigitsHaveLeadingZeros) {
+    for (unsigned int value = 0; value < 1000; ++value) {
+        std::array<char, 4> out{};
+        PutThreeDigits(out.data(), value);
+        std::array<char, 16> expected{};
+        static_cast<void>(std::snprintf(expected.data(), expected.size(), "%03u", value));
+        EXPECT_EQ(Between(out.data(), out.data() + 3), expected.data());
+    }
+}
+
 TEST(DigitsTest, TwoDigitsHaveALeadingZero) {
     for (unsigned int value = 0; value < 100; ++value) {
         std::array<char, 4> out{'x', 'x', 'x', 'x'};

@@ -32,13 +32,28 @@ struct Helper {
     std::vector<Emitted> emitted;
 };
 
+enum class Intake { kOneByOne, kFilledFirst };
+
 template <std::uint32_t Limit>
-std::vector<Emitted> Ordered(const std::vector<std::uint32_t>& numbers) {
+std::vector<Emitted> Ordered(const std::vector<std::uint32_t>& numbers,
+                             Intake intake = Intake::kOneByOne) {
     using Order = ReOrderer<Helper, Limit>;
     const auto storage = std::make_unique<typename Order::Storage>();
     Helper helper;
     Order order(*storage, helper);
-    for (std::uint32_t i = 0; i < numbers.size(); ++i) {
+    std::uint32_t i = 0;
+    if (intake == Intake::kFilledFirst) {
+        order.Fill([&](TraceRecordReader& record) {
+            if (i == numbers.size()) {
+                return false;
+            }
+            record = {numbers[i], i, nullptr};
+            ++i;
+            return true;
+        });
+        EXPECT_EQ(i, std::min<std::size_t>(numbers.size(), Limit));
+    }
+    for (; i < numbers.size(); ++i) {
         order.Push({numbers[i], i, nullptr});
     }
     order.Drain();
@@ -157,6 +172,7 @@ TEST(ReOrdererTest, ShuffledRecordsAgreeWithTheModel) {
         std::vector<std::uint32_t> numbers = Counting(0, count);
         std::shuffle(numbers.begin(), numbers.end(), random);
         ASSERT_EQ(Ordered<1000>(numbers), Model<1000>(numbers)) << count;
+        ASSERT_EQ(Ordered<1000>(numbers, Intake::kFilledFirst), Model<1000>(numbers)) << count;
     }
 }
 
@@ -174,6 +190,8 @@ void CheckRandomRuns(unsigned seed) {
             number = next - static_cast<std::uint32_t>(random() % range);
         }
         ASSERT_EQ(Ordered<Limit>(numbers), Model<Limit>(numbers)) << "run " << run;
+        ASSERT_EQ(Ordered<Limit>(numbers, Intake::kFilledFirst), Model<Limit>(numbers))
+            << "run " << run;
     }
 }
 

@@ -141,6 +141,32 @@ TEST_F(TraceDataReaderTest, LargeBlockIsReadIntoABufferOfItsOwn) {
     EXPECT_EQ(Texts(), once + once);
 }
 
+// Looks at the bytes behind each text.
+struct FarSightedRecorder : PacketRecorder {
+    void OnRead(std::string_view text, std::uint16_t id) {
+        const std::string seen(text.data(), text.size() + kTextReadSlack);
+        PacketRecorder::OnRead(std::string_view(seen).substr(0, text.size()), id);
+    }
+};
+
+TEST_F(TraceDataReaderTest, LargeBlockThatFillsItsBufferHasReadableBytesBehindIt) {
+    // The first block makes the buffer grow to three times 64 KiB.
+    constexpr std::size_t kCapacity = std::size_t{3} * 65536;
+    LogBlock first;
+    first.Record(Record(1, std::string(70000, 'x')));
+    LogBlock second;
+    const std::size_t heads = Record(1, "").Size();
+    second.Record(Record(1, std::string(kCapacity - 2 * heads - 4, 'x')));
+    second.Record(Record(2, "last"));
+    ASSERT_EQ(second.Data().size(), kCapacity);
+    MemoryLog log(first.Bytes() + second.Bytes(), 50);
+    FarSightedRecorder recorder;
+    const auto reader = std::make_unique<TraceBlockReader<FarSightedRecorder, 4>>();
+    reader->Process(recorder, log);
+    reader->Process(recorder, log);
+    EXPECT_EQ(recorder.events.end()[-2], "string 0 last");
+}
+
 TEST_F(TraceDataReaderTest, LargeBlockWithoutMemoryFails) {
     LogBlock block;
     block.Record(Record(1, std::string(70000, 'x')));
@@ -288,6 +314,26 @@ TEST_F(TraceDataReaderTest, MoreRecordsThanAreHeldLeaveWhileOthersArrive) {
     }
     EXPECT_EQ(Read(block), whole_);
     EXPECT_EQ(Texts(), "6 5 4 7 8 9 ");
+}
+
+// Takes usual records in one call.
+struct UsualRecorder : PacketRecorder {
+    void OnUsualRecord(const RecordValues& values) {
+        events.push_back("usual " + std::string(values.message));
+    }
+};
+
+TEST_F(TraceDataReaderTest, UsualRecordIsPassedInOneCallToAClientThatTakesIt) {
+    const auto usual = [](std::uint32_t number, std::string_view text) {
+        return LogRecord(number).Time(1, 2).Tid(3).Pid(4).Module("m").Message(text);
+    };
+    LogBlock block;
+    block.Record(usual(2, "two")).Record(Record(3, "three")).Record(usual(1, "one"));
+    MemoryLog log(block.Bytes());
+    UsualRecorder recorder;
+    std::make_unique<TraceBlockReader<UsualRecorder, 4>>()->Process(recorder, log);
+    EXPECT_EQ(Events(recorder.events.begin() + 1, recorder.events.end()),
+              (Events{"usual one", "usual two", "begin", "string 0 three", "end"}));
 }
 
 TEST_F(TraceDataReaderTest, HeaderStartsAsThisProcess) {
