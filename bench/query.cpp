@@ -1,25 +1,47 @@
 // What ZynTraceEnabledEx costs in front of a trace call, through the interface as an application
-// calls it: answered from the caches, resolved from the tables, paused, and without a service.
+// calls it, and what a reload of the filter costs beside TinyXML's load of the same file. Prints
+// one table with the figures that are wanted beside the measured ones.
+//
+// Times are CPU time of the measuring thread, so that what else the machine does counts little;
+// beside the reloading thread it is time on the clock, which includes waiting for locks. What is
+// compared runs in turn; each figure is the median of all rounds.
+// Usage: query [rounds]
 
 #include <benchmark/benchmark.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
+#include <barrier>
+#include <charconv>
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <ctime>
+#include <exception>
 #include <filesystem>
+#include <iomanip>
+#include <iostream>
+#include <memory>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <system_error>
+#include <thread>
+#include <utility>
+#include <vector>
 
+#include "FilterFiles.h"
 #include "ZynANSIAPI/ZynANSIAPI.h"
 #include "ZynService/ZynServiceMonitor.h"
 
 namespace {
 
-constexpr std::uint32_t kModules = ZynFilterManager::kCachedModules;
-constexpr std::uint32_t kClients = ZynFilterManager::kCachedClients;
-constexpr std::uint32_t kLabels = ZynFilterManager::kCachedLabels;
+int rounds = 0;
 
 // A private run directory without a service, and every module, client and label that the caches
 // hold. No service is needed for a query: what a connected client does to the filter manager is
@@ -36,19 +58,17 @@ class Application {
         std::filesystem::create_directories(path_ + "/temp/ZYN");
         for (std::uint32_t i = 0; i < kModules; ++i) {
             int module = -1;
-            ZynGetModuleHandle(("module" + std::to_string(i)).c_str(), &module);
+            ZynGetModuleHandle(ModuleName(i).c_str(), &module);
             for (std::uint32_t client = 0; client < kClients; ++client) {
-                ZynRegisterClient(module, client, ("client" + std::to_string(client)).c_str());
+                ZynRegisterClient(module, client, ClientName(client).c_str());
             }
-            Filter().SetModuleStatus("module" + std::to_string(i), Status::On);
         }
         for (std::uint32_t i = 0; i < kLabels; ++i) {
             int label = -1;
-            ZynGetLabelHandle(("label" + std::to_string(i)).c_str(), &label);
-            Filter().SetLabelStatus("", "", "label" + std::to_string(i),
-                                    i % 2 == 0 ? Status::On : Status::Off);
+            ZynGetLabelHandle(LabelName(i).c_str(), &label);
         }
-        Filter().SetTraceEnabled(true);
+        Reload(Filter(), file_.Path());
+        AskAll(Filter());
     }
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -57,85 +77,221 @@ class Application {
         std::filesystem::remove_all(path_);
     }
     static ZynFilterManager& Filter() { return ZynServiceMonitorProxy::Get().FilterManager(); }
+    [[nodiscard]] const std::string& ConfigPath() const { return file_.Path(); }
 
   private:
     std::string path_;
+    ConfigFile file_{FileShape::Flat};
 };
-
-void StartApplication() { static const Application application; }
-
-void SetUpCached(const benchmark::State& /*state*/) {
-    StartApplication();
-    Application::Filter().SetLoaded(true);
-}
-void SetUpPaused(const benchmark::State& /*state*/) {
-    StartApplication();
-    Application::Filter().SetPaused(true);
-}
-// As it is without a service: the loaded flag is clear.
-void SetUpWithoutService(const benchmark::State& /*state*/) {
-    StartApplication();
-    Application::Filter().SetLoaded(false);
-}
-void TearDown(const benchmark::State& /*state*/) {
-    Application::Filter().SetPaused(false);
-    Application::Filter().SetLoaded(false);
-}
-
-void HotKey(benchmark::State& state) {
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(ZynTraceEnabledEx(3, 2, 4));
-    }
-}
 
 struct Key {
     int module;
     std::uint32_t client;
     int label;
 };
+using Keys = std::array<Key, 4096>;
 
-void RandomKeys(benchmark::State& state) {
-    std::array<Key, 4096> keys{};
-    std::minstd_rand random(static_cast<unsigned int>(state.thread_index()) + 1);
+Keys HotKey() {
+    Keys keys{};
+    keys.fill({.module = 3, .client = 2, .label = 4});
+    return keys;
+}
+
+Keys RandomKeys() {
+    Keys keys{};
+    std::minstd_rand random(1);
     for (Key& key : keys) {
         key = {.module = static_cast<int>(random() % kModules),
                .client = static_cast<std::uint32_t>(random() % kClients),
                .label = static_cast<int>(random() % kLabels)};
     }
-    std::size_t next = 0;
-    for (auto _ : state) {
-        const Key& key = keys[next++ % keys.size()];
+    return keys;
+}
+
+void Ask(const Keys& keys) {
+    for (const Key& key : keys) {
         benchmark::DoNotOptimize(ZynTraceEnabledEx(key.module, key.client, key.label));
     }
 }
 
-void NoClient(benchmark::State& state) {
-    for (auto _ : state) {
-        benchmark::DoNotOptimize(ZynTraceEnabledEx(3, ZYN_NO_CLIENT, 4));
-    }
+double CpuSeconds() {
+    timespec now{};
+    ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
 }
 
-BENCHMARK(HotKey)->Name("cached/hot")->Setup(SetUpCached)->Teardown(TearDown)->ThreadRange(1, 2);
-BENCHMARK(NoClient)
-    ->Name("cached/no_client")
-    ->Setup(SetUpCached)
-    ->Teardown(TearDown)
-    ->ThreadRange(1, 2);
-BENCHMARK(RandomKeys)
-    ->Name("cached/random")
-    ->Setup(SetUpCached)
-    ->Teardown(TearDown)
-    ->ThreadRange(1, 2);
-BENCHMARK(HotKey)->Name("paused")->Setup(SetUpPaused)->Teardown(TearDown)->ThreadRange(1, 2);
-BENCHMARK(HotKey)
-    ->Name("no_service/hot")
-    ->Setup(SetUpWithoutService)
-    ->Teardown(TearDown)
-    ->ThreadRange(1, 2);
-BENCHMARK(RandomKeys)
-    ->Name("no_service/random")
-    ->Setup(SetUpWithoutService)
-    ->Teardown(TearDown)
-    ->ThreadRange(1, 2);
+template <typename Work>
+double CpuSecondsOf(Work work) {
+    const double start = CpuSeconds();
+    work();
+    return CpuSeconds() - start;
+}
+
+double Median(std::vector<double> values) {
+    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    std::nth_element(values.begin(), middle, values.end());
+    return *middle;
+}
+
+template <typename Measurement>
+double MedianOfRounds(Measurement measure) {
+    std::vector<double> values;
+    values.reserve(static_cast<std::size_t>(rounds));
+    for (int round = 0; round < rounds; ++round) {
+        values.push_back(measure());
+    }
+    return Median(std::move(values));
+}
+
+void Print(const std::string& figure, const std::string& measured, const char* must = "-",
+           const char* goal = "-") {
+    std::cout << "| " << std::left << std::setw(58) << figure << std::right << " | " << std::setw(8)
+              << measured << " | " << std::setw(4) << must << " | " << std::setw(4) << goal << " |"
+              << std::endl;
+}
+
+std::string Number(double value, int decimals) {
+    std::ostringstream text;
+    text << std::fixed << std::setprecision(decimals) << value;
+    return text.str();
+}
+
+double NanosecondsPerQuery(const Keys& keys) {
+    constexpr int kRepetitions = 2000;
+    const double seconds = CpuSecondsOf([&keys] {
+        for (int i = 0; i < kRepetitions; ++i) {
+            Ask(keys);
+        }
+    });
+    return seconds * 1e9 / kRepetitions / static_cast<double>(keys.size());
+}
+
+// The queries that two threads get done in the time in which one alone does one.
+double ThroughputOfTwoThreads(const Keys& keys) {
+    const double alone = NanosecondsPerQuery(keys);
+    std::array<double, 2> together{};
+    std::barrier start(2);
+    const auto run = [&keys, &start](double& nanoseconds) {
+        start.arrive_and_wait();
+        nanoseconds = NanosecondsPerQuery(keys);
+    };
+    std::thread other([&] { run(together[1]); });
+    run(together[0]);
+    other.join();
+    return alone / together[0] + alone / together[1];
+}
+
+void PrintQueries() {
+    const std::array<std::pair<const char*, Keys>, 2> kinds{
+        {{"hot key", HotKey()}, {"random keys", RandomKeys()}}};
+    const std::array<std::array<const char*, 2>, 2> wanted{{{"5", "3"}, {"8", "5"}}};
+    const auto print = [&kinds](const std::string& title) {
+        for (const auto& [kind, keys] : kinds) {
+            Print(title + ", " + kind + ", ns",
+                  Number(MedianOfRounds([&keys = keys] { return NanosecondsPerQuery(keys); }), 1));
+        }
+    };
+    for (std::size_t i = 0; i < kinds.size(); ++i) {
+        const auto& [kind, keys] = kinds[i];
+        Print(std::string("cached, ") + kind + ", 1 thread, ns",
+              Number(MedianOfRounds([&keys = keys] { return NanosecondsPerQuery(keys); }), 1),
+              wanted[i][0], wanted[i][1]);
+    }
+    for (const auto& [kind, keys] : kinds) {
+        Print(std::string("cached, ") + kind + ", throughput of 2 threads against 1",
+              Number(MedianOfRounds([&keys = keys] { return ThroughputOfTwoThreads(keys); }), 2),
+              "2");
+    }
+    Application::Filter().SetPaused(true);
+    print("paused");
+    Application::Filter().SetPaused(false);
+    Application::Filter().SetLoaded(false);
+    print("not cached");
+    Application::Filter().SetLoaded(true);
+}
+
+// Queries for two seconds while another thread reloads without a pause, so that hardly any can be
+// answered from the caches. While the file is parsed every module is off, which is quickly found.
+void PrintQueriesAmidReloads(const char* kind, const Keys& keys, const std::string& path) {
+    using Clock = std::chrono::steady_clock;
+    std::atomic<bool> stop{false};
+    int reloads = 0;
+    std::thread reloader([&] {
+        while (!stop.load(std::memory_order_relaxed)) {
+            Reload(Application::Filter(), path);
+            ++reloads;
+        }
+    });
+    double asked = 0;
+    std::chrono::duration<double, std::nano> elapsed{};
+    const Clock::time_point start = Clock::now();
+    while (elapsed < std::chrono::seconds(2)) {
+        Ask(keys);
+        asked += static_cast<double>(keys.size());
+        elapsed = Clock::now() - start;
+    }
+    stop = true;
+    reloader.join();
+    const std::string title = std::string("amid reloads, ") + kind;
+    Print(title + ", ns", Number(elapsed.count() / asked, 1));
+    Print(title + ", reloads done in 2 s", std::to_string(reloads));
+}
+
+// What Reload costs as a ratio to TinyXML's load. prepare: what was done to the manager before.
+template <typename Preparation>
+void PrintReload(const std::string& figure, const ConfigFile& file, Preparation prepare) {
+    const double ratio = MedianOfRounds([&] {
+        const auto manager = std::make_unique<ZynFilterManager>();
+        prepare(*manager);
+        // Not timed: it finds the heap as the preparation left it.
+        LoadWithTinyXml(file.Path());
+        const double load = CpuSecondsOf([&file] { LoadWithTinyXml(file.Path()); });
+        return CpuSecondsOf([&] { Reload(*manager, file.Path()); }) / load;
+    });
+    Print("reload / TinyXML's load, " + figure, Number(ratio, 2), "2");
+}
+
+void PrintReloads() {
+    const ConfigFile flat(FileShape::Flat);
+    const ConfigFile nested(FileShape::Nested);
+    const auto configured = [](const ConfigFile& file) {
+        return [&file](ZynFilterManager& manager) { Reload(manager, file.Path()); };
+    };
+    PrintReload("nested, first", nested, [](ZynFilterManager&) {});
+    PrintReload("nested", nested, configured(nested));
+    PrintReload("flat", flat, configured(flat));
+    PrintReload("flat, all combinations asked for", flat, [&flat](ZynFilterManager& manager) {
+        Reload(manager, flat.Path());
+        RegisterAll(manager);
+        AskAll(manager);
+    });
+    PrintReload("flat after nested", flat, configured(nested));
+}
+
+void Run() {
+    const Application application;
+    Print("", "measured", "must", "goal");
+    std::cout << '|' << std::string(60, '-') << "|---------:|-----:|-----:|\n";
+    PrintQueries();
+    PrintQueriesAmidReloads("hot key", HotKey(), application.ConfigPath());
+    PrintQueriesAmidReloads("random keys", RandomKeys(), application.ConfigPath());
+    PrintReloads();
+}
 
 }  // namespace
+
+int main(int argc, char** argv) {
+    const std::string_view given = argc > 1 ? argv[1] : "9";
+    const auto [end, fault] = std::from_chars(given.data(), given.data() + given.size(), rounds);
+    if (argc > 2 || fault != std::errc() || end != given.data() + given.size() || rounds < 1) {
+        std::cerr << "usage: query [rounds]\n";
+        return 2;
+    }
+    try {
+        Run();
+    } catch (const std::exception& failure) {
+        std::cerr << "query: " << failure.what() << '\n';
+        return 1;
+    }
+    return 0;
+}

@@ -1,103 +1,24 @@
-// What a trace point pays to learn whether it is enabled, and what a reload of the filter costs
-// beside the parsing of its file.
+// The steps of a query and of a reload one by one, without the interface in front of them.
 
 #include <benchmark/benchmark.h>
-#include <unistd.h>
 
 #include <array>
 #include <cstdint>
-#include <cstdlib>
-#include <fstream>
 #include <memory>
 #include <random>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "TraceFiltering/ZynClientConfigProcessor.h"
-#include "TraceFiltering/ZynFilterManager.h"
-#include "ZynConfigFileReader/ZynConfigFileReader.h"
+#include "FilterFiles.h"
 
 namespace {
-
-constexpr std::uint32_t kModules = ZynFilterManager::kCachedModules;
-constexpr std::uint32_t kClients = ZynFilterManager::kCachedClients;
-constexpr std::uint32_t kLabels = ZynFilterManager::kCachedLabels;
-
-using Reader = ZynConfigFileReader<ZynClientConfigProcessor<ZynFilterManager>>;
-
-std::string Element(const std::string& kind, const std::string& name, bool enabled) {
-    return "<" + kind + " name=\"" + name + "\" state=\"" + (enabled ? "1" : "0") + "\"";
-}
-
-// A full configuration file, removed at the end of the scope. Flat: every module names its labels
-// and clients. Nested: every client of every module names its labels too.
-class ConfigFile {
-  public:
-    explicit ConfigFile(bool nested) {
-        const char* directory = std::getenv("TMPDIR");
-        path_ = std::string(directory != nullptr ? directory : "/tmp") + "/zynbenchXXXXXX";
-        const int file = ::mkstemp(path_.data());
-        if (file == -1) {
-            throw std::runtime_error("no temporary file");
-        }
-        ::close(file);
-        std::ofstream out(path_);
-        out << "<?xml version=\"1.0\"?>\n<ZYNConfig trace=\"1\">\n<Logfile path=\"p\" size=\"1\" "
-               "maxbackups=\"1\" preserve_size=\"1\" preserve_maxbackups=\"1\"/>\n<Global>\n";
-        WriteLabels(out, "GLabel");
-        out << "</Global>\n";
-        for (std::uint32_t module = 0; module < kModules; ++module) {
-            out << Element("Module", "module" + std::to_string(module), true) << ">\n";
-            WriteLabels(out, "MLabel");
-            for (std::uint32_t client = 0; client < kClients; ++client) {
-                out << Element("MClient", "client" + std::to_string(client), true) << ">\n";
-                if (nested) {
-                    WriteLabels(out, "MClientLabel");
-                }
-                out << "</MClient>\n";
-            }
-            out << "</Module>\n";
-        }
-        out << "</ZYNConfig>\n";
-    }
-    ConfigFile(const ConfigFile&) = delete;
-    ConfigFile& operator=(const ConfigFile&) = delete;
-    ~ConfigFile() { ::unlink(path_.c_str()); }
-    [[nodiscard]] const std::string& Path() const { return path_; }
-
-  private:
-    static void WriteLabels(std::ofstream& out, const std::string& kind) {
-        for (std::uint32_t label = 0; label < kLabels; ++label) {
-            out << Element(kind, "label" + std::to_string(label), label % 2 == 0) << "/>\n";
-        }
-    }
-    std::string path_;
-};
-
-void Reload(ZynFilterManager& manager, const std::string& path) {
-    manager.BeginReload();
-    manager.Reset();
-    ZynClientConfigProcessor<ZynFilterManager> processor(manager);
-    Reader reader(processor);
-    reader.Read(path);
-    if (reader.Failure()) {
-        throw std::runtime_error("the configuration could not be read");
-    }
-    manager.SetLoaded(true);
-}
 
 // One manager for all query benchmarks, fully configured, every client registered everywhere.
 ZynFilterManager& Manager() {
     static const std::unique_ptr<ZynFilterManager> manager = [] {
         auto made = std::make_unique<ZynFilterManager>();
-        Reload(*made, ConfigFile(false).Path());
-        for (std::uint32_t module = 0; module < kModules; ++module) {
-            for (std::uint32_t client = 0; client < kClients; ++client) {
-                made->RegisterClient(static_cast<int>(module), client,
-                                     "client" + std::to_string(client));
-            }
-        }
+        Reload(*made, ConfigFile(FileShape::Flat).Path());
+        RegisterAll(*made);
         return made;
     }();
     return *manager;
@@ -200,25 +121,25 @@ void GetKey(benchmark::State& state) {
 }
 BENCHMARK(GetKey)->Arg(30)->Arg(1000);
 
+FileShape ShapeOf(const benchmark::State& state) {
+    return state.range(0) != 0 ? FileShape::Nested : FileShape::Flat;
+}
+
 void ParseAlone(benchmark::State& state) {
-    const ConfigFile file(state.range(0) != 0);
+    const ConfigFile file(ShapeOf(state));
     for (auto _ : state) {
-        TiXmlDocument document;
-        if (!document.LoadFile(file.Path())) {
-            throw std::runtime_error("the configuration could not be parsed");
-        }
-        benchmark::DoNotOptimize(document.RootElement());
+        LoadWithTinyXml(file.Path());
     }
 }
 BENCHMARK(ParseAlone)->ArgName("nested")->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 void ReloadAll(benchmark::State& state) {
-    const ConfigFile file(state.range(0) != 0);
+    const ConfigFile file(ShapeOf(state));
     const auto manager = std::make_unique<ZynFilterManager>();
     Reload(*manager, file.Path());
     if (state.range(1) != 0) {
-        // Every entry that queries can bring about is there.
-        Reload(*manager, ConfigFile(true).Path());
+        RegisterAll(*manager);
+        AskAll(*manager);
     }
     for (auto _ : state) {
         Reload(*manager, file.Path());

@@ -11,6 +11,7 @@
 #ifndef ZYN_TRACEFILTERING_TRACEFILTERRULES_H
 #define ZYN_TRACEFILTERING_TRACEFILTERRULES_H
 
+#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -197,6 +198,43 @@ class PrimaryTable {
     std::unordered_map<std::string_view, std::uint32_t> keys_;
 };
 
+// An ordered map from the keys of a master table to entries of another. The keys of a master are
+// dense from 0 and mostly all in use, so that an entry's place is mostly its key.
+template <typename Entry>
+class KeyedEntries {
+  public:
+    struct Slot {
+        std::uint32_t key;
+        std::unique_ptr<Entry> entry;
+    };
+
+    // nullptr when there is none.
+    [[nodiscard]] Entry* Find(std::uint32_t key) const noexcept {
+        if (key < slots_.size() && slots_[key].key == key) [[likely]] {
+            return slots_[key].entry.get();
+        }
+        const auto place = Place(slots_, key);
+        return place != slots_.end() && place->key == key ? place->entry.get() : nullptr;
+    }
+    // The key is new. Throws std::bad_alloc; nothing is inserted then.
+    void Insert(std::uint32_t key, std::unique_ptr<Entry> entry) {
+        slots_.insert(Place(slots_, key), Slot{key, std::move(entry)});
+    }
+
+    [[nodiscard]] std::size_t Size() const noexcept { return slots_.size(); }
+    // In ascending order of the keys.
+    [[nodiscard]] auto begin() const noexcept { return slots_.begin(); }
+    [[nodiscard]] auto end() const noexcept { return slots_.end(); }
+
+  private:
+    template <typename Slots>
+    static auto Place(Slots& slots, std::uint32_t key) noexcept {
+        return std::ranges::lower_bound(slots, key, {}, &Slot::key);
+    }
+
+    std::vector<Slot> slots_;
+};
+
 // A sparse table with the keys of its master tables, whose entries are the parents of its own.
 template <typename Master, typename Entry>
 class SlaveTable {
@@ -218,18 +256,18 @@ class SlaveTable {
     // parents when absent, as are the parents themselves. Throws CheckMemoryAllocation "Can not
     // allocate new entry", or std::bad_alloc; this table is as before then.
     Entry* operator[](std::uint32_t key) {
-        const auto found = entries_.find(key);
-        return found != entries_.end() ? found->second.get() : Insert(key);
+        Entry* const found = entries_.Find(key);
+        return found != nullptr ? found : Insert(key);
     }
 
     // Visits the entries in ascending order of their keys.
     template <typename Visitor>
     void ForEach(Visitor visit) {
-        for (const auto& [key, entry] : entries_) {
-            visit(*entry);
+        for (const auto& slot : entries_) {
+            visit(*slot.entry);
         }
     }
-    [[nodiscard]] std::size_t Size() const noexcept { return entries_.size(); }
+    [[nodiscard]] std::size_t Size() const noexcept { return entries_.Size(); }
 
   private:
     [[gnu::noinline]] Entry* Insert(std::uint32_t key) {
@@ -241,7 +279,7 @@ class SlaveTable {
         std::unique_ptr<Entry> created(new (std::nothrow) Entry((*masters_[0])[key]->Name()));
         ZYN_CHECK_MEMORY_ALLOCATION(created != nullptr, "Can not allocate new entry");
         Entry* const entry = created.get();
-        entries_.emplace(key, std::move(created));
+        entries_.Insert(key, std::move(created));
         for (std::size_t i = 0; i < masterCount_; ++i) {
             entry->State().LinkTo((*masters_[i])[key]->State());
             entry->State().ApplyParentStatus();
@@ -252,7 +290,7 @@ class SlaveTable {
 
     std::array<Master*, kMaxMasters> masters_{};
     std::size_t masterCount_ = 0;
-    std::map<std::uint32_t, std::unique_ptr<Entry>> entries_;
+    KeyedEntries<Entry> entries_;
 };
 
 using LabelEntry = EntryWithNameReference<Status::Off>;

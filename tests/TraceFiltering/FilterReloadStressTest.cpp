@@ -9,20 +9,25 @@
 #include <memory>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "TraceFiltering/ZynFilterManager.h"
 
 namespace {
 
 constexpr std::uint32_t kNoClient = ZynFilterManager::kNoClient;
-constexpr int kLabels = 8;
+constexpr int kLabels = 9;
+constexpr int kNeverOn = 7;
+constexpr int kAlwaysOn = 8;
 
 std::string Label(int label) { return std::string(1, 'l') + std::to_string(label); }
 
-// Even configurations turn on the labels below 4, odd ones those from 4 to 6; label 7 is on in
-// neither.
+// Even configurations turn on the labels below 4, odd ones those from 4 to 6.
 bool IsOnIn(int configuration, int label) {
-    return configuration % 2 == 0 ? label < 4 : label >= 4 && label < 7;
+    if (label >= kNeverOn) {
+        return label == kAlwaysOn;
+    }
+    return configuration % 2 == 0 ? label < 4 : label >= 4;
 }
 
 void Load(ZynFilterManager& manager, int configuration) {
@@ -32,6 +37,8 @@ void Load(ZynFilterManager& manager, int configuration) {
     for (int label = 0; label < kLabels; ++label) {
         manager.SetLabelStatus("", "", Label(label),
                                IsOnIn(configuration, label) ? Status::On : Status::Off);
+        // For the others to ask in the middle of it.
+        std::this_thread::yield();
     }
     manager.SetModuleStatus("m", Status::On);
     manager.SetLoaded(true);
@@ -48,12 +55,18 @@ class ReloadStress : public testing::Test {
         Load(manager_, 0);
     }
 
-    // Two threads that ask for as long as the object lives, or until Stop.
+    // Threads that ask for as long as the object lives, or until Stop.
     class Queries {
       public:
-        explicit Queries(ReloadStress& test)
-            : test_(&test), first_([&test] { test.Query(); }), second_([&test] { test.Query(); }) {
-            test.started_.wait();
+        explicit Queries(ReloadStress& test, int threads = 2) : test_(&test) {
+            std::latch started(threads);
+            for (int thread = 0; thread < threads; ++thread) {
+                threads_.emplace_back([&test, &started] {
+                    started.count_down();
+                    test.Query();
+                });
+            }
+            started.wait();
         }
         Queries(const Queries&) = delete;
         Queries& operator=(const Queries&) = delete;
@@ -61,30 +74,57 @@ class ReloadStress : public testing::Test {
 
         void Stop() {
             test_->stop_ = true;
-            for (std::thread* thread : {&first_, &second_}) {
-                if (thread->joinable()) {
-                    thread->join();
+            for (std::thread& thread : threads_) {
+                if (thread.joinable()) {
+                    thread.join();
                 }
             }
         }
 
       private:
         ReloadStress* test_;
-        std::thread first_;
-        std::thread second_;
+        std::vector<std::thread> threads_;
     };
 
-    // Asks for every label, with and without client, until told to stop; label 7 must never be on.
+    // Asks for every label, with and without client, until told to stop.
     void Query() {
-        started_.count_down();
         while (!stop_.load(std::memory_order_relaxed)) {
             for (int label = 0; label < kLabels; ++label) {
-                const bool wrong = manager_.IsEnabled(0, kNoClient, label) && label == 7;
-                const bool wrongForClient = manager_.IsEnabled(0, 1, label) && label == 7;
-                if (wrong || wrongForClient) {
-                    wrongAnswers_.fetch_add(1, std::memory_order_relaxed);
+                for (const std::uint32_t client : {kNoClient, std::uint32_t{1}}) {
+                    const int before = phase_.load();
+                    const bool answer = manager_.IsEnabled(0, client, label);
+                    Judge(before, phase_.load(), label, answer);
                 }
             }
+            std::this_thread::yield();
+        }
+    }
+
+    // An answer from between two reloads is that of the configuration. One from amid reloads is
+    // that of a configuration before, within or after, where what is about to be read anew may be
+    // off.
+    void Judge(int before, int after, int label, bool answer) {
+        const int first = before / 2;
+        const int last = (after + 1) / 2;
+        const bool settled = first == last;
+        const bool on = IsOnIn(first, label) || (!settled && IsOnIn(first + 1, label));
+        const bool wrong = answer ? !on : settled && on;
+        if (wrong && (onlyReloads_ || label == kNeverOn)) {
+            wrongAnswers_.fetch_add(1, std::memory_order_relaxed);
+        }
+        if (settled) {
+            settledAnswers_.fetch_add(1, std::memory_order_relaxed);
+        }
+    }
+
+    // Returns when something has been answered from what it loads.
+    void LoadAmidQueries(int configuration) {
+        phase_ = 2 * configuration - 1;
+        Load(manager_, configuration);
+        phase_ = 2 * configuration;
+        const long answers = settledAnswers_.load();
+        while (settledAnswers_.load() == answers) {
+            std::this_thread::yield();
         }
     }
 
@@ -102,7 +142,11 @@ class ReloadStress : public testing::Test {
 
     const std::unique_ptr<ZynFilterManager> owner_ = std::make_unique<ZynFilterManager>();
     ZynFilterManager& manager_ = *owner_;
-    std::latch started_{2};
+    // Twice the number of the configuration that holds; odd while the next one is loaded.
+    std::atomic<int> phase_{0};
+    // Whether nothing else changes the answers; otherwise only those for one label are judged.
+    bool onlyReloads_ = false;
+    std::atomic<long> settledAnswers_{0};
     std::atomic<bool> stop_{false};
     std::atomic<int> wrongAnswers_{0};
 };
@@ -115,6 +159,16 @@ TEST_F(ReloadStress, CachesSettleOnTheNewConfiguration) {
         if (HasFatalFailure()) {
             break;
         }
+    }
+    queries.Stop();
+    EXPECT_EQ(wrongAnswers_.load(), 0);
+}
+
+TEST_F(ReloadStress, EachAnswerIsThatOfTheOldOrOfTheNewConfiguration) {
+    onlyReloads_ = true;
+    Queries queries(*this, 8);
+    for (int configuration = 1; configuration <= 1000; ++configuration) {
+        LoadAmidQueries(configuration);
     }
     queries.Stop();
     EXPECT_EQ(wrongAnswers_.load(), 0);
