@@ -48,23 +48,29 @@ bool FilterModel::ClientOn(const std::string& module, const std::string& client)
     return own ? *own : In(client_, {"", client}).value_or(true);
 }
 
-// The nearest setting decides. For a client within a module, after those for exactly this and for
-// the module, come together the one for all and the one for the client: on if either is.
 bool FilterModel::LabelOn(const std::string& module, const std::string& client,
                           const std::string& label) const {
-    const std::optional<bool> all = In(label_, {"", "", label});
+    if (!module.empty() && !client.empty()) {
+        return LabelOfModuleClientOn(module, client, label);
+    }
     const std::optional<bool> own = In(label_, {module, client, label});
-    if (own) {
-        return *own;
+    return own ? *own : In(label_, {"", "", label}).value_or(false);
+}
+
+// The nearest setting decides. After those for exactly this client and for the module come together
+// the one for all and the one for the client everywhere: on if either is. Nothing can be set for
+// the module whose name is empty: that name means every module there.
+bool FilterModel::LabelOfModuleClientOn(const std::string& module, const std::string& client,
+                                        const std::string& label) const {
+    if (!module.empty()) {
+        for (const std::string& nearest : {client, std::string()}) {
+            if (const std::optional<bool> set = In(label_, {module, nearest, label})) {
+                return *set;
+            }
+        }
     }
-    if (module.empty() || client.empty()) {
-        return all.value_or(false);
-    }
-    if (const std::optional<bool> ofModule = In(label_, {module, "", label})) {
-        return *ofModule;
-    }
-    const std::optional<bool> ofClient = In(label_, {"", client, label});
-    return all.value_or(false) || ofClient.value_or(false);
+    return In(label_, {"", "", label}).value_or(false) ||
+           In(label_, {"", client, label}).value_or(false);
 }
 
 void FilterModel::Register(std::uint32_t module, std::uint32_t client, const std::string& name) {
@@ -83,5 +89,5 @@ bool FilterModel::IsOn(std::uint32_t module, std::optional<std::uint32_t> client
     }
     const auto name = registered_.find({module, *client});
     return name != registered_.end() && ClientOn(modules_[module], name->second) &&
-           LabelOn(modules_[module], name->second, labels_[label]);
+           LabelOfModuleClientOn(modules_[module], name->second, labels_[label]);
 }

@@ -22,7 +22,7 @@ class FilterModel {
     void SetLabel(const std::string& module, const std::string& client, const std::string& label,
                   std::optional<bool> on);
 
-    // What holds for names, whether or not they are known.
+    // What holds for names, whether or not they are known, with empty ones as above.
     [[nodiscard]] bool ModuleOn(const std::string& module) const;
     [[nodiscard]] bool ClientOn(const std::string& module, const std::string& client) const;
     [[nodiscard]] bool LabelOn(const std::string& module, const std::string& client,
@@ -47,6 +47,10 @@ class FilterModel {
         const auto found = settings.find(key);
         return found == settings.end() ? std::nullopt : found->second;
     }
+
+    // For a client registered within a module, whatever their names are.
+    [[nodiscard]] bool LabelOfModuleClientOn(const std::string& module, const std::string& client,
+                                             const std::string& label) const;
 
     Names modules_;
     Names labels_;

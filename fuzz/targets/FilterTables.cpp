@@ -50,6 +50,11 @@ class ModelManager {
     }
     void Register(std::uint32_t module, std::uint32_t client, const std::string& name) {
         tables_.Register(module, client, name);
+        if (client >= ZynFilterManager::kCachedClients) {
+            // What was answered for no client in particular stands, even when one goes by that
+            // number.
+            return;
+        }
         std::erase_if(answers_, [&](const auto& answer) {
             const auto& [answerModule, answerClient, label] = answer.first;
             return answerModule == module && answerClient == client;

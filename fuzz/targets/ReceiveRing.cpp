@@ -131,13 +131,9 @@ class ModelReceiver {
     std::uint32_t capacity_;
 };
 
-class Session {
+class Session : private RingSession {
   public:
-    Session(RingRegion& region, std::string_view image)
-        : region_(region), ring_(region.Memory(), region.Capacity()) {
-        region_.SetContent(image);
-        expected_ = std::string(region_.Content());
-    }
+    using RingSession::RingSession;
 
     void Step(FuzzScript& script) {
         const std::uint8_t step = script.U8();
@@ -157,21 +153,10 @@ class Session {
                 break;
             }
             case 7:
-                SetRead(expected_, script.U16() % region_.Capacity());
-                Write();
-                break;
             case 8:
-                SetWrite(expected_, script.U16() % region_.Capacity());
-                Write();
-                break;
             case 9:
-                SetRead(expected_, script.U32());
-                SetWrite(expected_, script.U32());
-                Write();
-                break;
             case 10:
-                ring_.Initialise();
-                EmptyRing(expected_, region_.Capacity());
+                Disturb(step % 12U - 7, script);
                 break;
             case 11:
                 PollWithoutFile();
@@ -180,11 +165,10 @@ class Session {
                 Poll();
                 break;
         }
-        RequireEqual(region_.Content(), expected_, "another region");
+        RequireExpected();
     }
 
   private:
-    void Write() { region_.Overwrite(0, expected_); }
     void Overwrite(std::size_t offset, std::string_view bytes) {
         expected_.replace(offset, bytes.size(), bytes.substr(0, expected_.size() - offset));
         Write();
@@ -238,32 +222,21 @@ class Session {
                 "the ring holds bytes, or holds none");
     }
     void PollWithoutFile() {
-        region_.LoseFile();
-        Messages messages;
-        Recorder recorder(messages);
-        const std::string failure = FailureOf([&] { ReceiveFrame(ring_, recorder); });
-        ring_.Initialise();
-        region_.RestoreFile();
-        Require(failure.empty() && messages.empty(), "a lost region gives messages");
-        expected_.assign(expected_.size(), '\0');
+        WithoutFile([&] {
+            Messages messages;
+            Recorder recorder(messages);
+            const std::string failure = FailureOf([&] { ReceiveFrame(ring_, recorder); });
+            Require(failure.empty() && messages.empty(), "a lost region gives messages");
+        });
     }
-
-    RingRegion& region_;
-    MessageRing ring_;
-    std::string expected_;
 };
 
 }  // namespace
 
 int ZynFuzzReceiveRing(FuzzInput input) {
-    static RingRegion small(MessageRing::kMessageCapacity);
-    static RingRegion page(RingRegion::kPageCapacity);
     FuzzScript script(input);
-    RingRegion& region = script.U8() % 2U == 0 ? small : page;
+    RingRegion& region = ChosenRegion(script);
     Session session(region, script.Bytes(script.U16() % (region.Bytes() + 1)));
-    constexpr int kMostSteps = 500;
-    for (int i = 0; i < kMostSteps && !script.AtEnd(); ++i) {
-        session.Step(script);
-    }
+    RunSteps(session, script);
     return 0;
 }

@@ -159,3 +159,35 @@ bool ModelAppend(std::string& region, std::uint32_t capacity, std::string_view f
     region = written;
     return true;
 }
+
+RingSession::RingSession(RingRegion& region, std::string_view image)
+    : region_(region), ring_(region.Memory(), region.Capacity()) {
+    region_.SetContent(image);
+    expected_ = std::string(region_.Content());
+}
+
+void RingSession::Disturb(unsigned int way, FuzzScript& script) {
+    switch (way) {
+        case 0:
+            SetRead(expected_, script.U16() % region_.Capacity());
+            break;
+        case 1:
+            SetWrite(expected_, script.U16() % region_.Capacity());
+            break;
+        case 2:
+            SetRead(expected_, script.U32());
+            SetWrite(expected_, script.U32());
+            break;
+        default:
+            ring_.Initialise();
+            EmptyRing(expected_, region_.Capacity());
+            return;
+    }
+    Write();
+}
+
+RingRegion& ChosenRegion(FuzzScript& script) {
+    static RingRegion small(MessageRing::kMessageCapacity);
+    static RingRegion page(RingRegion::kPageCapacity);
+    return script.U8() % 2U == 0 ? small : page;
+}

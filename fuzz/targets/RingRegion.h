@@ -12,6 +12,7 @@
 #include "Support/SharedMemory.h"
 #include "TraceService/MessageRing.h"
 #include "support/Files.h"
+#include "targets/Support.h"
 
 // One per process and capacity: pages take long to arrange.
 class RingRegion {
@@ -81,5 +82,41 @@ void EmptyRing(std::string& region, std::uint32_t capacity) noexcept;
 // Appends a frame byte by byte as the other side would: nothing when it does not fit or a position
 // lies outside. The result is whether it was written.
 bool ModelAppend(std::string& region, std::uint32_t capacity, std::string_view frame);
+
+// A ring and what its region must hold, for a script of steps.
+class RingSession {
+  public:
+    RingSession(RingRegion& region, std::string_view image);
+
+  protected:
+    // One of the four ways (0 to 3) in which whoever has the region moves its positions.
+    void Disturb(unsigned int way, FuzzScript& script);
+    void Write() { region_.Overwrite(0, expected_); }
+    // Runs the action while the region has lost its file, which comes back without its bytes.
+    template <typename Action>
+    void WithoutFile(Action&& action) {
+        region_.LoseFile();
+        action();
+        ring_.Initialise();
+        region_.RestoreFile();
+        expected_.assign(expected_.size(), '\0');
+    }
+    void RequireExpected() const { RequireEqual(region_.Content(), expected_, "another region"); }
+
+    RingRegion& region_;
+    MessageRing ring_;
+    std::string expected_;
+};
+
+// The region for a script, by its first byte: small, or as large as a page.
+[[nodiscard]] RingRegion& ChosenRegion(FuzzScript& script);
+
+template <typename Session>
+void RunSteps(Session& session, FuzzScript& script) {
+    constexpr int kMostSteps = 500;
+    for (int i = 0; i < kMostSteps && !script.AtEnd(); ++i) {
+        session.Step(script);
+    }
+}
 
 #endif

@@ -8,32 +8,18 @@
 
 namespace {
 
-class Session {
+class Session : private RingSession {
   public:
-    Session(RingRegion& region, std::string_view image)
-        : region_(region), ring_(region.Memory(), region.Capacity()) {
-        region_.SetContent(image);
-        expected_ = std::string(region_.Content());
-    }
+    using RingSession::RingSession;
 
     void Step(FuzzScript& script) {
-        switch (script.U8() % 8U) {
+        const unsigned int step = script.U8() % 8U;
+        switch (step) {
             case 0:
-                SetRead(expected_, script.U16() % region_.Capacity());
-                Write();
-                break;
             case 1:
-                SetWrite(expected_, script.U16() % region_.Capacity());
-                Write();
-                break;
             case 2:
-                SetRead(expected_, script.U32());
-                SetWrite(expected_, script.U32());
-                Write();
-                break;
             case 3:
-                ring_.Initialise();
-                EmptyRing(expected_, region_.Capacity());
+                Disturb(step, script);
                 break;
             case 4:
                 ReadSome(script.U16());
@@ -45,12 +31,10 @@ class Session {
                 Send(Frame(script));
                 break;
         }
-        RequireEqual(region_.Content(), expected_, "another region");
+        RequireExpected();
     }
 
   private:
-    void Write() { region_.Overwrite(0, expected_); }
-
     // Lengths around what is free and around the tail are the ones that matter, so half of them are
     // counted from there.
     std::string Frame(FuzzScript& script) const {
@@ -75,11 +59,7 @@ class Session {
         ModelAppend(expected_, region_.Capacity(), frame);
     }
     void SendWithoutFile(const std::string& frame) {
-        region_.LoseFile();
-        ring_.Append(frame);
-        ring_.Initialise();
-        region_.RestoreFile();
-        expected_.assign(expected_.size(), '\0');
+        WithoutFile([&] { ring_.Append(frame); });
     }
     // The reader takes up to count bytes; one whose positions are outside does nothing.
     void ReadSome(std::uint32_t count) {
@@ -93,23 +73,14 @@ class Session {
         SetRead(expected_, read);
         Write();
     }
-
-    RingRegion& region_;
-    MessageRing ring_;
-    std::string expected_;
 };
 
 }  // namespace
 
 int ZynFuzzSendRing(FuzzInput input) {
-    static RingRegion small(MessageRing::kMessageCapacity);
-    static RingRegion page(RingRegion::kPageCapacity);
     FuzzScript script(input);
-    RingRegion& region = script.U8() % 2U == 0 ? small : page;
+    RingRegion& region = ChosenRegion(script);
     Session session(region, script.Bytes(script.U8() % 64U));
-    constexpr int kMostSteps = 500;
-    for (int i = 0; i < kMostSteps && !script.AtEnd(); ++i) {
-        session.Step(script);
-    }
+    RunSteps(session, script);
     return 0;
 }
