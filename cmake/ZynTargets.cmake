@@ -50,8 +50,11 @@ function(zyn_add_test name)
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE zyn_options ${ARG_USES} GTest::gmock GTest::gtest_main)
     # Test cases are run once: optimising them costs more than it gives, and makes g++ see dangers in
-    # the inlined standard library that are none.
-    target_compile_options(${name} PRIVATE -O1)
+    # the inlined standard library that are none. For gcov nothing may be inlined: each copy of a
+    # function would have branches of its own.
+    if(NOT ZYN_COVERAGE)
+        target_compile_options(${name} PRIVATE -O1)
+    endif()
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests)
     gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120)
 endfunction()

@@ -174,6 +174,19 @@ def parse_seeds(text: str) -> range:
     return seeds
 
 
+def count_failures(check, cases, jobs: int) -> tuple[int, int]:
+    """Checks all cases in several processes, prints what each failure tells and counts."""
+    passed = failed = 0
+    with ProcessPoolExecutor(jobs) as pool:
+        for failure in pool.map(check, cases, chunksize=4):
+            if failure is None:
+                passed += 1
+            else:
+                failed += 1
+                print(failure, flush=True)
+    return passed, failed
+
+
 def main() -> int:
     parser = argparse.ArgumentParser(
         description="Compares exports of random logs with the decoder's."
@@ -190,15 +203,8 @@ def main() -> int:
     options = Options(
         os.path.abspath(arguments.tool), arguments.damage, arguments.keep
     )
-    passed = failed = 0
-    with ProcessPoolExecutor(arguments.jobs) as pool:
-        check = functools.partial(check_seed, options)
-        for failure in pool.map(check, arguments.seeds, chunksize=8):
-            if failure is None:
-                passed += 1
-            else:
-                failed += 1
-                print(failure, flush=True)
+    check = functools.partial(check_seed, options)
+    passed, failed = count_failures(check, arguments.seeds, arguments.jobs)
     print(f"{passed} passed, {failed} failed")
     return 1 if failed else 0
 
