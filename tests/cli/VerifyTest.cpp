@@ -1,13 +1,18 @@
 // zynlog-verify from outside: its reports, its exit status, and that it agrees with what an export
 // really does.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "cli/VerifyFixture.h"
 #include "support/Files.h"
 #include "support/LogWriter.h"
 #include "support/RunProgram.h"
@@ -16,39 +21,22 @@ namespace {
 
 using Json = nlohmann::json;
 
-LogRecord Record(std::uint32_t number) {
-    return LogRecord(number).Time(1700000000 + number, 5).Message("message");
-}
-
-LogBlock Block(std::uint32_t first, std::uint32_t count) {
-    LogBlock block;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        block.Record(Record(first + i));
-    }
-    return block.Host("alpha").Pid(31);
-}
-
-LogWriter CleanLog() { return LogWriter().Block(Block(1, 3)).Block(Block(4, 3)); }
-
-class VerifyTest : public testing::Test {
+class VerifyTest : public VerifyFixture {
   protected:
-    ProgramResult Run(const char* program, std::vector<std::string> arguments,
-                      ProgramRun run = {}) const {
-        run.program = program;
-        run.arguments = std::move(arguments);
-        run.environment = {"TZ=UTC"};
-        run.directory = directory_.Path();
-        return RunProgram(run);
+    static LogBlock Block(std::uint32_t first, std::uint32_t count) {
+        LogBlock block;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            block.Record(Record(first + i));
+        }
+        return block.Host("alpha").Pid(31);
     }
-    ProgramResult Verify(std::vector<std::string> arguments, const ProgramRun& run = {}) const {
-        return Run(ZYN_VERIFY, std::move(arguments), run);
-    }
+
+    static LogWriter CleanLog() { return LogWriter().Block(Block(1, 3)).Block(Block(4, 3)); }
+
     void Write(const LogWriter& log) const { log.WriteFiles(directory_.Path()); }
     void WriteBytes(const std::string& bytes) const {
         WriteFile(directory_ / "zynlog-0001.txt", bytes);
     }
-
-    TempDirectory directory_;
 };
 
 TEST_F(VerifyTest, ACleanLogIsStatus0AndATable) {
@@ -167,10 +155,52 @@ TEST_F(VerifyTest, AReportThatCannotBeWrittenIsStatus2) {
     EXPECT_EQ(result.error, "zynlog-verify: the report could not be written\n");
 }
 
+TEST_F(VerifyTest, HelpThatCannotBeWrittenIsStatus2) {
+    ProgramRun run;
+    run.outputPath = "/dev/full";
+    EXPECT_EQ(Verify({"--help"}, run).status, 2);
+}
+
+TEST_F(VerifyTest, ATerminalGetsProgressThatIsWipedInTheEnd) {
+    Write(CleanLog());
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    ASSERT_NE(terminal, -1);
+    ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
+    ProgramRun run;
+    run.errorPath = ptsname(terminal);
+    const ProgramResult result = Verify({"."}, run);
+    // In pieces, until nobody has the other side open and all is read.
+    std::string drawn;
+    std::array<char, 256> piece{};
+    for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
+        drawn.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    close(terminal);
+    EXPECT_EQ(result.status, 0);
+    EXPECT_TRUE(result.output.ends_with("\nclean\n"));
+    EXPECT_NE(drawn.find("**********  [100%]"), std::string::npos);
+    EXPECT_TRUE(drawn.ends_with(std::string(18, ' ') + std::string(18, '\b')));
+}
+
 TEST_F(VerifyTest, HelpAndVersion) {
     const ProgramResult help = Verify({"--help"});
     EXPECT_EQ(help.status, 0);
-    EXPECT_TRUE(help.output.starts_with("Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"));
+    EXPECT_EQ(help.error, "");
+    EXPECT_EQ(help.output,
+              "Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"
+              "Tell what in binary trace logs an export would drop, stop at or leave in disorder.\n"
+              "The log files of a directory are verified as one log, and so are the files that\n"
+              "are named, per directory.\n"
+              "\n"
+              "  -b, --blocks    report every block, not only the damaged ones\n"
+              "  -j, --json      report as one JSON document\n"
+              "  -q, --quiet     report nothing, only exit\n"
+              "  -s, --separate  verify each file as a log of its own\n"
+              "  -h, --help      show this text and exit\n"
+              "  -V, --version   show the version and exit\n"
+              "\n"
+              "Exit status: 0 clean, 1 damage found, 2 something could not be read.\n");
+    EXPECT_EQ(Verify({"-h"}).output, help.output);
     const ProgramResult version = Verify({"--version"});
     EXPECT_EQ(version.status, 0);
     EXPECT_EQ(version.output, "zynlog-verify " ZYN_VERSION "\n");
@@ -180,6 +210,7 @@ TEST_F(VerifyTest, AMistakeInTheOptionsIsStatus2) {
     const ProgramResult unknown = Verify({"--colour", "."});
     EXPECT_EQ(unknown.status, 2);
     EXPECT_TRUE(unknown.error.ends_with("Try 'zynlog-verify --help'.\n"));
+    EXPECT_EQ(Verify({"--colour"}).error, unknown.error) << "one mistake is told of two";
     const ProgramResult nothing = Verify({});
     EXPECT_EQ(nothing.status, 2);
     EXPECT_EQ(nothing.error,
