@@ -86,8 +86,8 @@ struct IgnoringPacketClient {
 };
 
 // Reads blocks. Limit: how many records are held to be put in order. Memory: a block that fits the
-// stream's buffer is read in place, a larger one into a buffer of its own that is kept; either way
-// kTextReadSlack bytes can be read behind its data. One thread.
+// stream's buffer is read in place, a larger one into a buffer of its own that goes with it; either
+// way kTextReadSlack bytes can be read behind its data. One thread.
 template <RecordClient Client, std::uint32_t Limit>
 class TraceBlockReader {
   public:
@@ -102,6 +102,7 @@ class TraceBlockReader {
 
   private:
     using MemoryReader = BufferedInputStream<ReadableMemoryBuffer>;
+    using BlockBuffer = SmartBuffer<65536U>;
 
     static constexpr bool kObserved = BlockObserver<Client>;
 
@@ -164,13 +165,12 @@ class TraceBlockReader {
     using Order = ReOrderer<ReOrdererHelper, Limit>;
 
     template <typename Stream>
-    const char* ReadData(Stream& stream, std::uint32_t size);
+    static const char* ReadData(Stream& stream, std::uint32_t size, BlockBuffer& buffer);
     static bool TakeUsualRecord(MemoryReader& block, TraceRecordReader& record) noexcept;
     static TraceRecordReader ReadRecord(MemoryReader& block);
     static void ReadObserved(Client& client, MemoryReader& block, Order& order);
 
     BlockHeader header_ = BlockHeader::OfThisProcess();
-    SmartBuffer<65536U> data_;
     typename Order::Storage storage_;
 };
 
@@ -204,7 +204,9 @@ void TraceBlockReader<Client, Limit>::Process(Client& client, Stream& stream) {
     if (header_.dataSize == 0) {
         return;
     }
-    const char* data = ReadData(stream, header_.dataSize);
+    // Not kept: it would grow by the whole size of each larger block that comes.
+    BlockBuffer buffer;
+    const char* data = ReadData(stream, header_.dataSize, buffer);
     client.OnBlock(stream.BytesRead(), stream.TotalBytes());
     ReOrdererHelper helper(client);
     Order order(storage_, helper);
@@ -247,16 +249,17 @@ void TraceBlockReader<Client, Limit>::ReadObserved(Client& client, MemoryReader&
 // The stream refuses a size that is more than the log still holds before memory is asked for it.
 template <RecordClient Client, std::uint32_t Limit>
 template <typename Stream>
-const char* TraceBlockReader<Client, Limit>::ReadData(Stream& stream, std::uint32_t size) {
+const char* TraceBlockReader<Client, Limit>::ReadData(Stream& stream, std::uint32_t size,
+                                                      BlockBuffer& buffer) {
     if (const char* inPlace = stream.View(size)) {
         return inPlace;
     }
     // A size that memory cannot even count fails as one that is not to be had.
     const std::uint64_t wanted = std::uint64_t{size} + kTextReadSlack;
-    data_.Reserve(static_cast<std::size_t>(
+    buffer.Reserve(static_cast<std::size_t>(
         std::min<std::uint64_t>(wanted, std::numeric_limits<std::size_t>::max())));
-    stream.read(data_.Data(), size);
-    return data_.Data();
+    stream.read(buffer.Data(), size);
+    return buffer.Data();
 }
 
 // Takes the next record, if its header has the usual head and it lies within the block.

@@ -149,21 +149,15 @@ struct FarSightedRecorder : PacketRecorder {
     }
 };
 
-TEST_F(TraceDataReaderTest, LargeBlockThatFillsItsBufferHasReadableBytesBehindIt) {
-    // The first block makes the buffer grow to three times 64 KiB.
-    constexpr std::size_t kCapacity = std::size_t{3} * 65536;
-    LogBlock first;
-    first.Record(Record(1, std::string(70000, 'x')));
-    LogBlock second;
+TEST_F(TraceDataReaderTest, BlockThatFillsItsBufferHasReadableBytesBehindIt) {
+    constexpr std::size_t kCapacity = 65536;
     const std::size_t heads = Record(1, "").Size();
-    second.Record(Record(1, std::string(kCapacity - 2 * heads - 4, 'x')));
-    second.Record(Record(2, "last"));
-    ASSERT_EQ(second.Data().size(), kCapacity);
-    MemoryLog log(first.Bytes() + second.Bytes(), 50);
+    LogBlock block;
+    block.Record(Record(1, std::string(kCapacity - 2 * heads - 4, 'x'))).Record(Record(2, "last"));
+    ASSERT_EQ(block.Data().size(), kCapacity);
+    MemoryLog log(block.Bytes(), 50);
     FarSightedRecorder recorder;
-    const auto reader = std::make_unique<TraceBlockReader<FarSightedRecorder, 4>>();
-    reader->Process(recorder, log);
-    reader->Process(recorder, log);
+    std::make_unique<TraceBlockReader<FarSightedRecorder, 4>>()->Process(recorder, log);
     EXPECT_EQ(recorder.events.end()[-2], "string 0 last");
 }
 

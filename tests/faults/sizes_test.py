@@ -138,6 +138,18 @@ class SizesTest(ExportCase):
         if not SANITIZED:
             self.assertLess(memory, 512 * MIB + MOST_MEMORY)
 
+    def test_growing_blocks_need_memory_for_one_at_a_time(self):
+        with open(self.world.log / "zynlog-1.txt", "wb") as file:
+            file.write(FILE_HEADER)
+            for number, size in enumerate((128, 132, 136)):
+                write_block(file, number, size * MIB)
+            file.truncate()
+        status, text, memory = self.export("-silent")
+        self.assertEqual((status, self.error), (0, BANNER))
+        self.assertEqual(text, self.text_of(range(3)))
+        if not SANITIZED:
+            self.assertLess(memory, 136 * MIB + MOST_MEMORY)
+
     @unittest.skipIf(SANITIZED, "a sanitizer reserves more addresses than any limit")
     def test_block_that_does_not_fit_into_memory(self):
         self.make_large_block()
