@@ -4,6 +4,7 @@
 
 #include <cctype>
 #include <exception>
+#include <iomanip>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -28,6 +29,20 @@ std::string ConfiguredLogPath() {
     return CRuntimeInfo::FormatEnvironmentVariables(processor.Destination());
 }
 
+// Reads the next word, of which the first two characters tell whether it is an answer; the rest is
+// passed over, so that a word without an end needs no memory. At the end of the input the last
+// answer stays.
+void ReadAnswer(std::string& answer) {
+    std::cin >> std::setw(2) >> answer;
+    while (std::cin.good()) {
+        const int next = std::cin.peek();
+        if (next == std::istream::traits_type::eof() || std::isspace(next) != 0) {
+            break;
+        }
+        std::cin.get();
+    }
+}
+
 bool Confirmed(const std::string& directory) {
     std::cerr << "Are you sure to delete all the log data stored in " << directory << '\n';
     std::string answer = "No";
@@ -35,7 +50,7 @@ bool Confirmed(const std::string& directory) {
         std::cerr << "Please select (Y or N ) : ";
         // Kept as is: the end of the input is not detected, and the question repeats. A script that
         // wants no question passes -f.
-        std::cin >> answer;
+        ReadAnswer(answer);
         for (char& character : answer) {
             character = static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
         }

@@ -4,7 +4,9 @@
 #include <syslog.h>
 
 #include <csignal>
+#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <optional>
 #include <string>
 #include <utility>
@@ -121,6 +123,33 @@ TEST_F(Clean, AnyOtherAnswerRepeatsThePrompt) {
               Question(logs_ + "/") + kPrompt + kPrompt + "All log files have been deleted.\n");
     const ProgramResult words = Tool({"clean"}, "YES no yn\n\n n");
     EXPECT_EQ(words.error, Question(logs_ + "/") + kPrompt + kPrompt + kPrompt + kPrompt);
+}
+
+TEST_F(Clean, OnlyTheWholeWordIsAnAnswer) {
+    const std::string longWord = "y" + std::string(50000, 'n');
+    const ProgramResult result = Tool({"clean"}, longWord + " yy nn y\vn");
+    EXPECT_EQ(result.status, 0);
+    EXPECT_EQ(result.error, Question(logs_ + "/") + kPrompt + kPrompt + kPrompt + kPrompt +
+                                "All log files have been deleted.\n");
+}
+
+TEST_F(Clean, WordOfAnyLengthNeedsNoMemory) {
+    constexpr long kWordKiB = 8L * 1024;
+    const std::string answers = directory_ / "answers";
+    WriteFile(answers, "");
+    ProgramRun run = Run({"-c", "exec \"$0\" clean <answers", ZYN_TOOL});
+    run.program = "/bin/sh";
+    run.limits = {{RLIMIT_CPU, 30}, {RLIMIT_CORE, 0}};
+    const auto answer = [&answers] { std::ofstream(answers, std::ios::app) << "\nn\n"; };
+    answer();
+    const long usual = RunProgram(run).peakKiB;
+    // Zeros, of which the disk holds nothing.
+    WriteFile(answers, "");
+    std::filesystem::resize_file(answers, std::uintmax_t{kWordKiB} * 1024);
+    answer();
+    const ProgramResult result = RunProgram(run);
+    EXPECT_EQ(result.error, Question(logs_ + "/") + kPrompt + kPrompt);
+    EXPECT_LT(result.peakKiB, usual + kWordKiB / 2);
 }
 
 TEST_F(Clean, EndOfInputRepeatsThePromptForEver) {
