@@ -54,6 +54,8 @@ bool Confirmed(const std::string& directory) {
         for (char& character : answer) {
             character = static_cast<char>(std::toupper(static_cast<unsigned char>(character)));
         }
+        // A question that nobody can see or answer would keep a processor busy for ever.
+        ZYN_CHECK_LOGIC(std::cin || std::cerr, "Can not ask");
     }
     return answer == "Y";
 }

@@ -153,15 +153,43 @@ TEST_F(Clean, WordOfAnyLengthNeedsNoMemory) {
 }
 
 TEST_F(Clean, EndOfInputRepeatsThePromptForEver) {
-    // Kept as is: the end of the input is not detected. The limit on processor time ends the run,
-    // that on the size of the file keeps the prompts few.
+    // Kept as is: the end of the input is not detected. The limit on processor time ends the run.
     ProgramRun run = Run({"clean"}, "maybe");
-    run.errorPath = directory_ / "prompts";
-    run.limits = {{RLIMIT_CPU, 1}, {RLIMIT_FSIZE, 4096}, {RLIMIT_CORE, 0}};
-    const ProgramResult result = RunProgram(run);
-    EXPECT_EQ(result.signal, SIGXCPU) << "it must be asking still";
-    EXPECT_THAT(ReadFile(run.errorPath), HasSubstr(kPrompt + kPrompt + kPrompt));
+    run.errorPath = "/dev/null";
+    run.limits = {{RLIMIT_CPU, 1}, {RLIMIT_CORE, 0}};
+    EXPECT_EQ(RunProgram(run).signal, SIGXCPU) << "it must be asking still";
     ExpectNothingDeleted();
+}
+
+TEST_F(Clean, EndOfInputEndsTheCommandOnceNobodySeesThePrompt) {
+    // Who reads the prompts goes away after some of them.
+    ProgramRun run =
+        Run({"-c", "{ \"$0\" clean; echo $? >status; } 2>&1 | head -c 1000", ZYN_TOOL}, "maybe");
+    run.program = "/bin/sh";
+    run.environment.insert(run.environment.end(), {"PATH=/usr/bin:/bin", "DIAGNOSTIC_MODE=1",
+                                                   "KORVA_VANTOREL_DIR=" + directory_.Path()});
+    const std::string trace = directory_.MakeDirectory("temp/ZYN") + "/trace.txt";
+    run.limits = {{RLIMIT_CPU, 1}, {RLIMIT_CORE, 0}};
+    EXPECT_THAT(RunProgram(run).output,
+                testing::StartsWith(Question(logs_ + "/") + kPrompt + kPrompt + kPrompt));
+    EXPECT_EQ(ReadFile(directory_ / "status"), "255\n");
+    EXPECT_THAT(ReadFile(trace), testing::EndsWith("-Bad logic:Can not ask\n"));
+    ExpectNothingDeleted();
+}
+
+TEST_F(Clean, NoInputAndNoErrorStreamEndTheCommand) {
+    ProgramRun run = Run({"clean"});
+    run.closedError = true;
+    run.limits = {{RLIMIT_CPU, 1}, {RLIMIT_CORE, 0}};
+    EXPECT_EQ(RunProgram(run).status, 255);
+    ExpectNothingDeleted();
+}
+
+TEST_F(Clean, AnswerCountsThoughNobodySeesTheQuestion) {
+    ProgramRun run = Run({"clean"}, "maybe\ny");
+    run.closedError = true;
+    EXPECT_EQ(RunProgram(run).status, 0);
+    ExpectLogFilesDeleted();
 }
 
 TEST_F(Clean, PathIsExpanded) {
