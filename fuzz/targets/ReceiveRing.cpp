@@ -14,10 +14,10 @@ namespace {
 
 constexpr const char* kInsufficient = "Bad logic:Insufficent data to be read";
 
-// The words of each message, as many as its record has.
+// The words of each message, as many as are read of its type.
 using Messages = std::vector<std::vector<std::uint32_t>>;
 
-std::size_t WordsOfRecord(std::uint32_t type) { return type == 1 ? 3 : type == 2 ? 4 : 2; }
+std::size_t WordsRead(std::uint32_t type) { return type == 2 ? 3 : 2; }
 
 class Recorder {
   public:
@@ -26,13 +26,9 @@ class Recorder {
     void Handle(const MessageHeader* header) {
         std::vector<std::uint32_t> words{header->processId,
                                          static_cast<std::uint32_t>(header->type)};
-        if (header->type == MessageType::kClientRegistration) {
-            const auto* record = reinterpret_cast<const MessageClientRegistration*>(header);
-            words.push_back(static_cast<std::uint32_t>(record->action));
-        } else if (header->type == MessageType::kRuntimeConfigurationChange) {
+        if (header->type == MessageType::kRuntimeConfigurationChange) {
             const auto* record = reinterpret_cast<const MessageRuntimeConfigurationChange*>(header);
             words.push_back(static_cast<std::uint32_t>(record->change));
-            words.push_back(record->unused);
         }
         messages_.push_back(std::move(words));
     }
@@ -102,7 +98,7 @@ class ModelReceiver {
         if (message.size() < 8) {
             return;
         }
-        const std::size_t count = WordsOfRecord(WordIn(message, 4));
+        const std::size_t count = WordsRead(WordIn(message, 4));
         if (message.size() < 4 * count) {
             return;
         }

@@ -4,6 +4,7 @@
 #ifndef ZYN_TRACESERVICE_MESSAGERECORDS_H
 #define ZYN_TRACESERVICE_MESSAGERECORDS_H
 
+#include <cstddef>
 #include <cstdint>
 
 enum class MessageType : std::uint32_t {
@@ -48,19 +49,14 @@ static_assert(sizeof(MessageHeader) == 8);
 static_assert(sizeof(MessageClientRegistration) == 12);
 static_assert(sizeof(MessageRuntimeConfigurationChange) == 16);
 
-// The length of the record of a type; what is shorter cannot be such a message. Of all other types
-// only the header is read.
-constexpr std::uint32_t RecordLength(MessageType type) noexcept {
-    switch (type) {
-        case MessageType::kClientRegistration:
-            return sizeof(MessageClientRegistration);
-        case MessageType::kRuntimeConfigurationChange:
-            return sizeof(MessageRuntimeConfigurationChange);
-        case MessageType::kConfirmation:
-        case MessageType::kPing:
-            break;
-    }
-    return sizeof(MessageHeader);
+// The bytes of a change that a receiver reads: all but the word without meaning at its end.
+constexpr std::uint32_t kChangeBytesRead = offsetof(MessageRuntimeConfigurationChange, unused);
+
+// What a client reads of a message of a type: an order up to its change code, and of all other
+// types the header. What is shorter cannot be such a message.
+constexpr std::uint32_t BytesRead(MessageType type) noexcept {
+    return type == MessageType::kRuntimeConfigurationChange ? kChangeBytesRead
+                                                            : sizeof(MessageHeader);
 }
 
 #endif

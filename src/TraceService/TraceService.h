@@ -95,7 +95,7 @@ concept MessageReceivingStream = std::constructible_from<T, std::uint32_t> && re
     { stream.Ring() } -> std::same_as<MessageRing&>;
 };
 
-// Gets one message. The header stands at the start of a record that is as long as its type's.
+// Gets one message. The header stands at the start of a record, of which BytesRead() are there.
 template <typename T>
 concept ServiceMessageHandler = requires(T& handler, const MessageHeader* header) {
     handler.Handle(header);
@@ -133,8 +133,8 @@ void SendRecord(const Record& record) {
 }
 
 // Reads at most one frame and hands a message to handler. Frames of other kinds, and messages
-// shorter than their record, are consumed and ignored. Throws CheckLogic "Insufficent data to be
-// read", after consuming what was read so far, and whatever the handler throws.
+// that end before what is read of them, are consumed and ignored. Throws CheckLogic "Insufficent
+// data to be read", after consuming what was read so far, and whatever the handler throws.
 template <ServiceMessageHandler Handler>
 void ReceiveFrame(MessageRing& ring, Handler& handler) {
     using namespace messageframe;
@@ -163,7 +163,7 @@ void ReceiveFrame(MessageRing& ring, Handler& handler) {
     ZYN_CHECK_LOGIC(length <= message.size(), "Insufficent data to be read");
     reader.Read(reinterpret_cast<char*>(message.data()), length);
     const auto* record = reinterpret_cast<const MessageHeader*>(message.data());
-    if (length >= sizeof(MessageHeader) && length >= RecordLength(record->type)) {
+    if (length >= sizeof(MessageHeader) && length >= BytesRead(record->type)) {
         handler.Handle(record);
     }
 }

@@ -39,8 +39,8 @@ void ZynServiceClient::MessageHandler::Handle(const MessageHeader* header) {
             return;
         case MessageType::kRuntimeConfigurationChange: {
             LogDiagnostic("ZYN client received RuntimeConfigChange message");
-            MessageRuntimeConfigurationChange order;
-            std::memcpy(&order, header, sizeof order);
+            MessageRuntimeConfigurationChange order{};
+            std::memcpy(&order, header, kChangeBytesRead);
             HandleChange(order.change);
             return;
         }

@@ -62,8 +62,8 @@ class ZynServiceClient
                        std::atomic<bool>& confirmed)
             : filterManager_(filterManager), reloading_(reloading), confirmed_(confirmed) {}
 
-        // header stands at the start of a whole record of its type. Throws what kept a reload from
-        // reading the configuration file.
+        // header stands at the start of a record, of which BytesRead() are there. Throws what kept
+        // a reload from reading the configuration file.
         void Handle(const MessageHeader* header);
 
         // Empties the status caches, resets the filter and reads the configuration file into it.

@@ -160,8 +160,8 @@ struct Recorder {
     void Handle(const MessageHeader* header) {
         headers.push_back(*header);
         if (header->type == MessageType::kRuntimeConfigurationChange) {
-            MessageRuntimeConfigurationChange record;
-            std::memcpy(&record, header, sizeof record);
+            MessageRuntimeConfigurationChange record{};
+            std::memcpy(&record, header, kChangeBytesRead);
             changes.push_back(static_cast<std::uint32_t>(record.change));
         }
         if (fail) {
@@ -319,19 +319,34 @@ TEST(ReceiveFrame, MessageLargerThanTheBufferIsRefusedThoughTheRingHoldsIt) {
     EXPECT_THAT(receiving.recorder.Types(), ElementsAre(3));
 }
 
-TEST(ReceiveFrame, MessageShorterThanItsRecordIsConsumedAndIgnored) {
+TEST(ReceiveFrame, MessageThatEndsBeforeWhatIsReadOfItIsConsumedAndIgnored) {
     Receiving receiving;
     const std::string order = RegionFile::Frame(7, 2, 1, 0).substr(5);
-    for (std::uint32_t length = 0; length < order.size(); ++length) {
+    for (std::uint32_t length = 0; length < 12; ++length) {
         receiving.Fill(Bytes({0x0A}) + RegionFile::Text(length) + order.substr(0, length));
         EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
         EXPECT_EQ(receiving.ReadPosition(), 5 + length);
     }
     EXPECT_THAT(receiving.recorder.headers, IsEmpty());
-    receiving.Fill(RegionFile::Frame(7, 1, 0).substr(0, 1) + RegionFile::Text(8) +
-                   RegionFile::Text(7) + RegionFile::Text(1));
-    EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
-    EXPECT_THAT(receiving.recorder.headers, IsEmpty());
+}
+
+TEST(ReceiveFrame, OrderNeedsNoMoreThanItsChangeCode) {
+    Receiving receiving;
+    const std::string order = RegionFile::Frame(7, 2, 1, 99).substr(5);
+    for (std::uint32_t length = 12; length <= 16; ++length) {
+        receiving.Fill(Bytes({0x0A}) + RegionFile::Text(length) + order.substr(0, length));
+        EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
+    }
+    EXPECT_THAT(receiving.recorder.changes, ElementsAre(1, 1, 1, 1, 1));
+}
+
+TEST(ReceiveFrame, MessagesOfAllOtherTypesNeedTheirHeaderAlone) {
+    Receiving receiving;
+    for (const std::uint32_t type : {0U, 1U, 3U, 4U, 5U}) {
+        receiving.Fill(RegionFile::Frame(7, type));
+        EXPECT_THAT(receiving.Drain(), ElementsAre(kNoFailure));
+    }
+    EXPECT_THAT(receiving.recorder.Types(), ElementsAre(0, 1, 3, 4, 5));
 }
 
 TEST(ReceiveFrame, MessageLongerThanItsRecordIsHandled) {

@@ -159,6 +159,13 @@ TEST_F(ZynServiceClientTest, PauseAndResumeOrdersSetAndClearTheFlag) {
                                             "ZYN client resume tracing", "Ping"}));
 }
 
+TEST_F(ZynServiceClientTest, OrderWithoutTheWordThatMeansNothingIsCarriedOut) {
+    Connect();
+    const std::string order = service_.Order(1);
+    service_.Deliver(order.substr(0, 1) + RegionFile::Text(12) + order.substr(5, 12));
+    EXPECT_TRUE(filter_->Paused());
+}
+
 TEST_F(ZynServiceClientTest, OrdersOfPreservationAndUnknownCodesChangeNothing) {
     WriteConfig(kConfig);
     Connect();
@@ -177,10 +184,11 @@ TEST_F(ZynServiceClientTest, OrdersOfPreservationAndUnknownCodesChangeNothing) {
 
 TEST_F(ZynServiceClientTest, MessagesOfOtherTypesAreTracedAsUnknown) {
     Connect();
-    service_.Deliver(RegionFile::Frame(1, 1, 0) + RegionFile::Frame(1, 0) +
-                     RegionFile::Frame(1, 5) + RegionFile::Frame(1, 0xFFFFFFFF));
+    service_.Deliver(RegionFile::Frame(1, 1, 0) + RegionFile::Frame(1, 1) +
+                     RegionFile::Frame(1, 0) + RegionFile::Frame(1, 5) +
+                     RegionFile::Frame(1, 0xFFFFFFFF));
     std::vector<std::string> lines = run_.Trace();
-    EXPECT_EQ(std::erase(lines, "ZYN client received unknown message"), 4U);
+    EXPECT_EQ(std::erase(lines, "ZYN client received unknown message"), 5U);
 }
 
 TEST_F(ZynServiceClientTest, ShortOrderAfterAReloadIsNoSecondReload) {
