@@ -11,14 +11,23 @@
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
 
+namespace {
+
+MessageRing EmptyTraceRing(SharedMemory& region) {
+    MessageRing ring(region, MessageRing::kTraceCapacity);
+    ring.Initialise();
+    return ring;
+}
+
+}  // namespace
+
 ClientTraceBuffer::Parts::Parts(std::uint32_t processId)
     : region("ZynTraceBuffer" + std::to_string(processId),
              MessageRing::RegionBytes(MessageRing::kTraceCapacity)),
-      ring(region, MessageRing::kTraceCapacity),
+      ring(EmptyTraceRing(region)),
       seedRegion("ZynRecordSequenceNumberSeed"),
       seed(reinterpret_cast<std::uint32_t*>(seedRegion.Address())) {
     seedRegion.Require(sizeof *seed);
-    ring.Initialise();
 }
 
 ClientTraceBuffer::ClientTraceBuffer(std::uint32_t processId)

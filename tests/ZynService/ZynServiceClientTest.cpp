@@ -118,6 +118,16 @@ TEST_F(ZynServiceClientTest, SeedThatHoldsNoWholeNumberIsRefused) {
     }
 }
 
+TEST_F(ZynServiceClientTest, TraceRingIsReadyBeforeTheMutexIsMade) {
+    std::string header;
+    const LibcFault mutex(LibcCall::kMutexInit, [&] {
+        header = RegionFile(service_.TraceRegion()).Bytes(0, RegionFile::kData);
+    });
+    Connect();
+    EXPECT_TRUE(mutex.Happened());
+    EXPECT_EQ(header, RegionFile::Text(0) + RegionFile::Text(0) + RegionFile::Text(0xFFC00));
+}
+
 TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeSaysSo) {
     const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
     EXPECT_EQ(FailureTextOf([this] { Connect(); }),
