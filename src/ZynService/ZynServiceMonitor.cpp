@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -36,8 +37,10 @@ std::string ReadStart(const std::string& path) {
     return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
 }
 
-// The number at the start of a pid file; nothing when there is none or it cannot be a process.
+// The number at the start of a pid file, which may stand behind white space; nothing when there is
+// none or it cannot be a process.
 std::optional<unsigned int> ParsePid(std::string_view text) {
+    text.remove_prefix(std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size()));
     unsigned int pid = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), pid);
     if (result.ec != std::errc{} || pid == 0) {

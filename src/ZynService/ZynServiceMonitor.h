@@ -17,8 +17,8 @@
 class WatchServiceStartUsingPIDFile {
   public:
     // Calls OnServiceStarted when "<name>.lck" exists, "<name>.pid" begins with the decimal number
-    // of a process, and that process exists. Anything else in the files means that the service does
-    // not run. Throws what OnServiceStarted does.
+    // of a process, after white space or none, and that process exists. Anything else in the files
+    // means that the service does not run. Throws what OnServiceStarted does.
     void Check(const std::string& name);
 
   protected:

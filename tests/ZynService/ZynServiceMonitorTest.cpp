@@ -77,7 +77,8 @@ TEST(WatchServiceStartUsingPIDFile, FindsAServiceByItsLockAndPidFiles) {
     const RunDirectory run(true);
     const std::string pid = std::to_string(::getpid());
     WriteFile(run / "Name.lck", "");
-    for (const std::string& text : {pid, pid + "\n", pid + " x", pid + "abc", "000" + pid}) {
+    for (const std::string& text : {pid, pid + "\n", pid + " x", pid + "abc", "000" + pid,
+                                    "      " + pid + "\n", "\r\n\t\v\f" + pid}) {
         WriteFile(run / "Name.pid", text);
         StartRecorder watch;
         watch.Check("Name");
@@ -113,7 +114,7 @@ TEST(WatchServiceStartUsingPIDFile, AnythingButANumberThatCanBeAProcessIsNoServi
     const std::string pid = std::to_string(::getpid());
     for (const std::string& text :
          {std::string(), std::string("0"), std::string("000"), std::string("pid"), "x" + pid,
-          " " + pid, "\n" + pid, "-" + pid, "+" + pid, std::string("4294967296"),
+          " x" + pid, std::string(" \n"), "-" + pid, "+" + pid, std::string("4294967296"),
           std::string("99999999999999999999999999"), std::string(5000, '9'),
           std::string("\0", 1) + pid, std::string("\xFF\xFE")}) {
         WriteFile(run / "Name.pid", text);

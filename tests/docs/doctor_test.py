@@ -149,8 +149,14 @@ class DoctorTest(unittest.TestCase):
         self.assertEqual(self.diagnose()[1], [f"pid {os.getpid()} lives, but ZynService.lck is missing: "
                                               "counts as not running"])
 
+    def test_a_pid_may_stand_behind_white_space(self):
+        self.service(f"\r\n\t     {os.getpid()} x")
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, [])
+        self.assertTrue(any(line.startswith(f"pid {os.getpid()} lives: ") for line in lines), lines)
+
     def test_pid_files_that_name_no_process_are_found(self):
-        for text in ("", "0", "-1", "x1", " 1", "99999999999", "4294967296", "\0"):
+        for text in ("", "0", "-1", "x1", " x1", " ", "99999999999", "4294967296", "\0"):
             with self.subTest(text=text):
                 self.service(text)
                 self.assertEqual(self.diagnose()[1],
