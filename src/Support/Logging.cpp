@@ -8,8 +8,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
+#include <mutex>
 #include <ostream>
 
+#include "Support/ProcessState.h"
 #include "Support/RuntimeInfo.h"
 #include "Support/Umask.h"
 
@@ -39,7 +41,10 @@ void Logging::Sync() {
     timespec now{};
     static_cast<void>(clock_gettime(CLOCK_REALTIME, &now));
     std::tm local{};
-    static_cast<void>(localtime_r(&now.tv_sec, &local));
+    {
+        const std::lock_guard<std::mutex> lock(processstate::timeZoneMutex);
+        static_cast<void>(localtime_r(&now.tv_sec, &local));
+    }
     std::array<char, 21> stamp{};
     static_cast<void>(std::snprintf(stamp.data(), stamp.size(), "%02d:%02d:%02d.%03d ",
                                     local.tm_hour, local.tm_min, local.tm_sec,
@@ -55,15 +60,18 @@ void Logging::Write(const std::string& text) {
     const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
     openForAll.Restore();
     if (file == -1) {
+        const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file open");
         syslog(LOG_ERR, "Error: trace.txt file");
     } else if (::write(file, text.data(), text.size()) == -1) {
+        const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file write");
         syslog(LOG_ERR, "Error: trace.txt file");
     }
     // Kept as is: the invalid descriptor of a failed open is closed too, so that operators find
     // the three lines "open", "file", "close" together.
     if (::close(file) == -1) {
+        const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file close");
     }
 }

@@ -7,6 +7,8 @@
 #include <mutex>
 #include <utility>
 
+#include "Support/ProcessState.h"
+
 namespace {
 
 constexpr std::array<int, 4> kPriorities{LOG_NOTICE, LOG_ERR, LOG_WARNING, LOG_INFO};
@@ -21,13 +23,12 @@ int PriorityOf(int level) {
 SysLogEntry::SysLogEntry(std::string ident, int level) : ident_(std::move(ident)), level_(level) {}
 
 SysLogEntry::~SysLogEntry() {
-    static std::mutex mutex;
     try {
         const std::string text = text_.str();
         if (text.empty()) {
             return;
         }
-        const std::lock_guard<std::mutex> lock(mutex);
+        const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         openlog(ident_.c_str(), LOG_PID | LOG_CONS, LOG_USER);
         syslog(PriorityOf(level_), "%s", text.c_str());
         closelog();

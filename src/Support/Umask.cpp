@@ -2,13 +2,9 @@
 
 #include <sys/stat.h>
 
-namespace {
+#include "Support/ProcessState.h"
 
-constinit std::mutex umaskMutex;
-
-}  // namespace
-
-UmaskSection::UmaskSection() : lock_(umaskMutex), previous_(umask(0)) {}
+UmaskSection::UmaskSection() : lock_(processstate::umaskMutex), previous_(umask(0)) {}
 
 UmaskSection::~UmaskSection() { Restore(); }
 

@@ -9,6 +9,7 @@
 #include <string>
 
 #include "Support/NoReentrantSpinLockPolicy.h"
+#include "Support/ProcessState.h"
 #include "Support/Thread.h"
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynService/ZynServiceClient.h"
@@ -139,13 +140,15 @@ class ZynServiceMonitorProxy {
     [[gnu::cold]] static ZynServiceMonitorProxy& Create();
     [[gnu::cold]] void CreateMonitor();
 
-    // All that a query or a request locks, in the order of the locks.
+    // All that a query or a request locks, and the report of its failure, in the order of the
+    // locks.
     struct Locks {
         explicit Locks(ZynServiceMonitorProxy& proxy)
             : monitor(proxy.monitor_), client(proxy.client_), filter(proxy.filterManager_) {}
         AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor;
         AutoLockingPointer<ZynServiceClient> client;
         AutoWriteReference filter;
+        processstate::Hold processState;
     };
     // Around a fork: a thread that the child does not have must not hold a lock in it for ever.
     static void HoldLocks() noexcept;

@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -8,11 +9,13 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
+#include <mutex>
 #include <semaphore>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "Support/ProcessState.h"
 #include "ZynService/ZynServiceMonitor.h"
 #include "support/LibcFaults.h"
 #include "support/RaisedFailure.h"
@@ -494,8 +497,29 @@ TEST_F(ZynServiceMonitorProxyTest, DestructorCloses) {
     EXPECT_FALSE(service_.ClientFilesExist());
 }
 
+int FreeLocks() {
+    int free = 0;
+    for (std::mutex* mutex :
+         {&processstate::umaskMutex, &processstate::systemLogMutex, &processstate::timeZoneMutex}) {
+        if (mutex->try_lock()) {
+            ++free;
+            mutex->unlock();
+        }
+    }
+    return free;
+}
+
+// For another thread, at the end of the preparations for a fork.
+int freeAmidFork = -1;
+
+void LookAmidFork() {
+    std::thread([] { freeAmidFork = FreeLocks(); }).join();
+}
+
 // The last test of this program, and the only one that asks for the process's own proxy.
 TEST_F(ZynServiceMonitorProxyTest, ProcessHasOneProxyOnceItHasTheMemory) {
+    // Handlers that prepare a fork run in the reverse order, so this one behind the proxy's.
+    ASSERT_EQ(::pthread_atfork(LookAmidFork, nullptr, nullptr), 0);
     {
         const LibcFault fault(LibcCall::kNew, ENOMEM);
         EXPECT_EQ(FailureTextOf([] { ZynServiceMonitorProxy::Get(); }),
@@ -517,6 +541,15 @@ TEST_F(ZynServiceMonitorProxyTest, ProcessHasOneProxyOnceItHasTheMemory) {
     const ZynServiceMonitorProxy* const first = &ZynServiceMonitorProxy::Get();
     other.join();
     EXPECT_EQ(first, second);
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::_exit(FreeLocks());
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(freeAmidFork, 0) << "the child would find one taken for ever";
+    EXPECT_EQ(status, 3 << 8) << "in the child they must be free";
+    EXPECT_EQ(FreeLocks(), 3);
     ZynServiceMonitorProxy::Shutdown();
 }
 

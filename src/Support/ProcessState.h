@@ -1,0 +1,26 @@
+// What the C library has once per process and does not guard, or guards by locks that a fork does
+// not know of: the umask, the connection to the system log, the time zone. A child that is forked
+// amid another thread's call would have an umask that nobody puts back, or wait for ever at its
+// first log line. So each is used under a mutex of its own, and whoever forks holds them all.
+#ifndef ZYN_SUPPORT_PROCESSSTATE_H
+#define ZYN_SUPPORT_PROCESSSTATE_H
+
+#include <mutex>
+
+namespace processstate {
+
+// Each is held for one call, and no lock is taken under it.
+extern std::mutex umaskMutex;
+extern std::mutex systemLogMutex;
+extern std::mutex timeZoneMutex;
+
+// Holds them all for its own life.
+class Hold {
+  private:
+    std::scoped_lock<std::mutex, std::mutex, std::mutex> locks_{umaskMutex, systemLogMutex,
+                                                                timeZoneMutex};
+};
+
+}  // namespace processstate
+
+#endif
