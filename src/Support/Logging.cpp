@@ -13,6 +13,7 @@
 
 #include "Support/ProcessState.h"
 #include "Support/RuntimeInfo.h"
+#include "Support/Thread.h"
 #include "Support/Umask.h"
 
 std::atomic<int> Logging::s_diagnostic_mode{Logging::kDiagnosticModeUnknown};
@@ -38,6 +39,7 @@ Logging& Logging::operator<<(std::ostream& (*manipulator)(std::ostream&)) {
 }
 
 void Logging::Sync() {
+    const CancellationOff whole;
     timespec now{};
     static_cast<void>(clock_gettime(CLOCK_REALTIME, &now));
     std::tm local{};

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "Support/ProcessState.h"
+#include "Support/Thread.h"
 
 namespace {
 
@@ -23,6 +24,7 @@ int PriorityOf(int level) {
 SysLogEntry::SysLogEntry(std::string ident, int level) : ident_(std::move(ident)), level_(level) {}
 
 SysLogEntry::~SysLogEntry() {
+    const CancellationOff whole;
     try {
         const std::string text = text_.str();
         if (text.empty()) {

@@ -7,7 +7,8 @@
  * child, and when the process ends.
  *
  * Every function may be called by any thread. None raises a C++ exception; what went wrong is
- * written to the system log under "ZYNAPI". */
+ * written to the system log under "ZYNAPI". A thread that is cancelled meanwhile finishes its call
+ * first. */
 #ifndef ZYN_ZYNANSIAPI_ZYNANSIAPI_H
 #define ZYN_ZYNANSIAPI_ZYNANSIAPI_H
 

@@ -189,6 +189,7 @@ void ZynServiceMonitorProxy::ReleaseLocks() noexcept {
 ZynServiceMonitorProxy::~ZynServiceMonitorProxy() { Close(); }
 
 void ZynServiceMonitorProxy::CreateMonitor() {
+    const CancellationOff whole;
     AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor(monitor_);
     // Looked at under the lock: Close() sets it before it takes the lock to delete.
     if (closed_.load(std::memory_order_relaxed) || monitor) {
@@ -201,6 +202,7 @@ void ZynServiceMonitorProxy::CreateMonitor() {
 }
 
 void ZynServiceMonitorProxy::Close() noexcept {
+    const CancellationOff whole;
     DropFailure([this] {
         const AutoSync<CriticalSectionSyncPolicy> once(closing_);
         closed_.store(true, std::memory_order_relaxed);

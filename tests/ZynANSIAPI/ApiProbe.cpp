@@ -2,7 +2,9 @@
 //   fork           a request, then another in a child and in the parent after the fork
 //   threads        queries on several threads until the input ends, then the number of answers that
 //                  no configuration gives
+//   cancel         a request on a thread that is cancelled, at the end of the input, while it waits
 //   leave          returns from main while other threads still query
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +21,12 @@ namespace {
 void Say(const std::string& line) {
     const std::string text = line + "\n";
     static_cast<void>(::write(STDOUT_FILENO, text.data(), text.size()));
+}
+
+void AwaitEndOfInput() {
+    char byte = 0;
+    while (::read(STDIN_FILENO, &byte, 1) > 0) {
+    }
 }
 
 int Fork() {
@@ -67,15 +75,33 @@ int Threads() {
         });
     }
     Say("running");
-    char byte = 0;
-    while (::read(STDIN_FILENO, &byte, 1) > 0) {
-    }
+    AwaitEndOfInput();
     stop = true;
     for (std::thread& thread : threads) {
         thread.join();
     }
     Say("wrong " + std::to_string(wrong));
     Say("on " + std::to_string(ZynTraceEnabledEx(handles.module, 1, handles.on)));
+    return 0;
+}
+
+int Cancel() {
+    pthread_t thread{};
+    int answer = -1;
+    const auto request = [](void* result) -> void* {
+        *static_cast<int*>(result) = ZynPause();
+        pthread_testcancel();
+        return nullptr;
+    };
+    if (pthread_create(&thread, nullptr, request, &answer) != 0) {
+        return 1;
+    }
+    AwaitEndOfInput();
+    pthread_cancel(thread);
+    void* result = nullptr;
+    pthread_join(thread, &result);
+    Say("request " + std::to_string(answer));
+    Say(result == PTHREAD_CANCELED ? "cancelled" : "returned");
     return 0;
 }
 
@@ -104,6 +130,9 @@ int main(int argc, char** argv) {
     }
     if (scenario == "threads") {
         return Threads();
+    }
+    if (scenario == "cancel") {
+        return Cancel();
     }
     return scenario == "leave" ? Leave() : 2;
 }

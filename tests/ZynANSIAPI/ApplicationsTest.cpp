@@ -138,8 +138,8 @@ class ApplicationsTest : public ::testing::Test {
     Application Probe(const std::string& scenario) {
         return Application(ZYN_API_PROBE, {scenario}, environment_.Variables());
     }
-    ServiceSimProcess Service() {
-        return ServiceSimProcess(ZYN_SERVICE_SIM, environment_.RunDirectory());
+    ServiceSimProcess Service(const std::vector<std::string>& options = {}) {
+        return ServiceSimProcess(ZYN_SERVICE_SIM, environment_.RunDirectory(), options);
     }
 
     ServiceEnvironment environment_;
@@ -212,6 +212,18 @@ TEST_F(ApplicationsTest, ForkClosesTheConnectionForParentAndChild) {
         return line.find("registered pid") == std::string::npos;
     });
     EXPECT_THAT(lines, ElementsAre("registered pid " + pid, "un-registered pid " + pid));
+    EXPECT_THAT(environment_.Files(), IsEmpty());
+}
+
+TEST_F(ApplicationsTest, ThreadThatIsCancelledFinishesItsRequestFirst) {
+    ServiceSimProcess service = Service({"--late", "500"});
+    Application probe = Probe("cancel");
+    ASSERT_TRUE(service.WaitForLine("request pause from pid " + probe.Pid()));
+    probe.CloseInput();
+    EXPECT_EQ(probe.Line(), "request 0");
+    EXPECT_EQ(probe.Line(), "cancelled");
+    EXPECT_EQ(probe.End(), 0);
+    EXPECT_EQ(service.Terminate(), 0);
     EXPECT_THAT(environment_.Files(), IsEmpty());
 }
 

@@ -9,6 +9,7 @@
 
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/SysLogEntry.h"
+#include "Support/Thread.h"
 #include "Support/ValidationException.h"
 #include "TraceService/MessageRecords.h"
 #include "ZynService/ZynServiceMonitor.h"
@@ -72,6 +73,7 @@ inline int TraceEnabled(int module, unsigned int client, int label) {
 }
 
 inline int RequestChange(ConfigurationChange change) {
+    const CancellationOff whole;
     ZynServiceMonitorProxy& proxy = Connection();
     AutoLockingPointer<ZynServiceClient> client(proxy.Client());
     ZYN_CHECK_LOGIC(client.Get() != nullptr, "ZYN Dispatching service is not running.");
