@@ -3,8 +3,11 @@
  *
  * The first call of a process connects to the service if it runs: it then takes as long as the
  * service needs to confirm, 2 seconds at most. From then on a thread of the library keeps the
- * connection in step with the service. The connection is closed before a fork, for parent and
- * child, and when the process ends.
+ * connection in step with the service. When the service runs and does not confirm, or no thread can
+ * be started, the call does nothing more and tells a failure, whatever it was for, and the next one
+ * tries again; a service that starts later and does not confirm is not looked for again. The
+ * connection is closed before a fork, for parent and child, and stays closed; and it is closed when
+ * the process ends.
  *
  * Every function may be called by any thread. None raises a C++ exception; what went wrong is
  * written to the system log under "ZYNAPI". A thread that is cancelled meanwhile finishes its call
@@ -30,15 +33,16 @@ extern "C" {
 
 /* Stores the handle of the module, or label, of that name in *module, or *label; the same name
  * always has the same handle, also across a change of the configuration. Case counts. Works without
- * the service. Returns 0, or 1 when a pointer is null or memory is short; nothing is stored then.
- */
+ * the service. Returns 0, or 1 when a pointer is null or memory is short, and as said above;
+ * nothing is stored then. */
 ZYN_API int ZynGetModuleHandle(const char* name, int* module) ZYN_API_NOEXCEPT;
 ZYN_API int ZynGetLabelHandle(const char* name, int* label) ZYN_API_NOEXCEPT;
 
 /* Gives the client of that name a number of the caller's choice within a module, for
  * ZynTraceEnabledEx. Numbers below 70 make the fastest queries. A number that is given again
  * stands for the new name. Works without the service. Returns 0, or 1 when name is null or memory
- * is short. A module that no handle stands for is no failure; nothing is registered then. */
+ * is short, and as said above. A module that no handle stands for is no failure; nothing is
+ * registered then. */
 ZYN_API int ZynRegisterClient(int module, unsigned int client, const char* name) ZYN_API_NOEXCEPT;
 
 /* Whether the label is enabled for the client in the module, or, with ZYN_NO_CLIENT, for the module
