@@ -1,4 +1,5 @@
 // An application that uses the client programming interface in the ways that a test names:
+//   twice          a request, and another one at the end of the input
 //   fork           a request, then another in a child and in the parent after the fork
 //   threads        queries on several threads until the input ends, then the number of answers that
 //                  no configuration gives
@@ -27,6 +28,13 @@ void AwaitEndOfInput() {
     char byte = 0;
     while (::read(STDIN_FILENO, &byte, 1) > 0) {
     }
+}
+
+int Twice() {
+    Say("first " + std::to_string(ZynPause()));
+    AwaitEndOfInput();
+    Say("second " + std::to_string(ZynPause()));
+    return 0;
 }
 
 int Fork() {
@@ -125,6 +133,9 @@ int Leave() {
 
 int main(int argc, char** argv) {
     const std::string scenario = argc == 2 ? argv[1] : "";
+    if (scenario == "twice") {
+        return Twice();
+    }
     if (scenario == "fork") {
         return Fork();
     }

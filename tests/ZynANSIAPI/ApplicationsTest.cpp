@@ -142,6 +142,15 @@ class ApplicationsTest : public ::testing::Test {
         return ServiceSimProcess(ZYN_SERVICE_SIM, environment_.RunDirectory(), options);
     }
 
+    // Of the run directory; given up after a minute.
+    void AwaitFiles(const std::vector<std::string>& files) {
+        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        while (environment_.Files() != files && std::chrono::steady_clock::now() < end) {
+            ::usleep(5000);
+        }
+        ASSERT_EQ(environment_.Files(), files);
+    }
+
     ServiceEnvironment environment_;
 };
 
@@ -187,13 +196,27 @@ TEST_F(ApplicationsTest, SampleConnectsAgainAfterARestartOfTheService) {
         ASSERT_TRUE(service.WaitForLine("confirmed registration of pid " + sample.Pid()));
         EXPECT_EQ(service.Terminate(), 0);
         // The client notices and removes its regions before the next service comes.
-        const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!environment_.Files().empty() && std::chrono::steady_clock::now() < end) {
-            ::usleep(5000);
-        }
-        ASSERT_THAT(environment_.Files(), IsEmpty());
+        AwaitFiles({});
     }
     EXPECT_EQ(sample.End(), 0);
+}
+
+TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndSaysSo) {
+    std::vector<std::string> variables = environment_.Variables();
+    variables.emplace_back("DIAGNOSTIC_MODE=1");
+    ServiceSimProcess service = Service();
+    Application probe(ZYN_API_PROBE, {"twice"}, variables);
+    EXPECT_EQ(probe.Line(), "first 0");
+    EXPECT_EQ(service.Terminate(), 0);
+    // The regions of the client go when it has noticed.
+    AwaitFiles({"trace.txt"});
+    probe.CloseInput();
+    EXPECT_EQ(probe.Line(), "second 1");
+    EXPECT_EQ(probe.End(), 0);
+    const std::string trace = ReadFile(environment_.RunDirectory() + "/trace.txt");
+    EXPECT_THAT(trace, ::testing::HasSubstr("ZYNCLIENT: Service stopped.\n"));
+    EXPECT_THAT(trace,
+                ::testing::HasSubstr("-Bad logic:ZYN Dispatching service is not running.\n"));
 }
 
 TEST_F(ApplicationsTest, ForkClosesTheConnectionForParentAndChild) {
