@@ -210,7 +210,7 @@ const std::vector<Trouble> kTroubles = {
 
 class TroubledService : public ServiceTool, public ::testing::WithParamInterface<Trouble> {};
 
-TEST_P(TroubledService, EndsAsSpecifiedAndLeavesNothingBehind) {
+TEST_P(TroubledService, EndsInKnownWordsAndLeavesNothingBehind) {
     ServiceSimProcess service = Service(GetParam().options);
     const ProgramResult result = Merged({"pause"});
     EXPECT_FALSE(result.timedOut);

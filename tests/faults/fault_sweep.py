@@ -15,7 +15,7 @@ import re
 import sys
 from concurrent.futures import ThreadPoolExecutor
 
-from world import BANNER, Fault, World, contents
+from world import BANNER, HALF_POLL_US, Fault, World, contents
 
 # What a call may fail with. EINTR for ever is no failure but a machine that makes no progress.
 ERRORS = {
@@ -55,7 +55,7 @@ ERRORS = {
 ALLOCATION = {"malloc", "calloc", "realloc"}
 # As many in a row as stand for "all" of these.
 INTERRUPTIONS = "7"
-# Short enough for thousands of runs, long enough for the service to answer meanwhile.
+# Short enough for thousands of runs, and mostly long enough for the service to answer meanwhile.
 SLEEP_US = 4000
 
 OS_TEXTS = {
@@ -100,7 +100,7 @@ class Scenario:
         self.world = World()
         self.prepare()
         self.reset()
-        result = self.run(None)
+        result = self.run(None, patient=True)
         if result.status != 0 or result.hits:
             raise Problem(f"{self.name}: fails without a fault: {result}")
         self.expected_out = result.out
@@ -111,13 +111,15 @@ class Scenario:
     def __exit__(self, *_):
         self.world.__exit__()
 
-    def run(self, fault):
+    def run(self, fault, patient=False):
+        """patient: it must succeed, also on a busy machine."""
+        sleep_us = HALF_POLL_US if patient and self.sleep_us else self.sleep_us
         options = {}
         if self.input:
             self.world.root.joinpath("input").write_bytes(self.input)
             options["stdin"] = open(self.world.root / "input", "rb")
         try:
-            return self.world.run(self.arguments, fault, self.sleep_us,
+            return self.world.run(self.arguments, fault, sleep_us,
                                   environment=self.environment, **options)
         finally:
             if options:

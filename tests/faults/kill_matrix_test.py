@@ -7,7 +7,7 @@ import os
 import signal
 import unittest
 
-from world import BANNER, HALF_POLL_US, Fault, World, wait_until_stopped
+from world import BANNER, HALF_POLL_US, PATIENCE_SECONDS, Fault, World, wait_until_stopped
 
 SUCCESS = b"Pause tracing... succeeded.\n"
 FAILURE = "Pause Tracing...Failed \n"
@@ -51,6 +51,19 @@ class KillMatrix(unittest.TestCase):
         self.world.clear_run_directory()
         self.world.start_service(*options, watched=watched)
 
+    def pause_with_a_service(self, *options, poll_us):
+        """A pause that meets a fresh service of these options, and ends within its polls. Where the
+        service got no processor for some of them, as happens on a busy machine, it is made again with
+        polls of their full length."""
+        for sleep_us in (poll_us, None):
+            self.fresh_service(*options)
+            result = self.world.run(["pause"], COUNT_POLLS, sleep_us)
+            self.assert_ended_properly(result)
+            if len(result.hits) <= MOST_POLLS:
+                break
+        self.assertLessEqual(len(result.hits), MOST_POLLS)
+        return result
+
 
 class ServiceTest(KillMatrix):
     """What the service does to the tool."""
@@ -58,10 +71,7 @@ class ServiceTest(KillMatrix):
     def test_service_dies_at_each_step(self):
         for step in STEPS:
             with self.subTest(step=step):
-                self.fresh_service("--die-at", step)
-                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
-                self.assert_ended_properly(result)
-                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                result = self.pause_with_a_service("--die-at", step, poll_us=HALF_POLL_US)
                 self.assertEqual(result.status == 0, step == "unregistration")
                 self.assert_nothing_left()
                 # The files of the dead service are still there.
@@ -74,10 +84,7 @@ class ServiceTest(KillMatrix):
     def test_service_stops_at_each_step_and_goes_on(self):
         for step in STEPS:
             with self.subTest(step=step):
-                self.fresh_service("--stop-at", step)
-                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
-                self.assert_ended_properly(result)
-                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.pause_with_a_service("--stop-at", step, poll_us=HALF_POLL_US)
                 self.assert_nothing_left()
                 self.world.service.send_signal(signal.SIGCONT)
                 self.assert_pause_works()
@@ -87,7 +94,7 @@ class ServiceTest(KillMatrix):
             with self.subTest(step=step):
                 self.fresh_service("--die-at", step)
                 tool = self.world.start(["pause"], sleep_us=HALF_POLL_US)
-                self.world.service.wait()
+                self.world.service.wait(PATIENCE_SECONDS)
                 self.world.start_service(watched=False)
                 self.assert_ended_properly(self.world.finish(tool))
                 self.assertEqual([name for name in self.world.left_behind()
@@ -100,8 +107,7 @@ class ServiceTest(KillMatrix):
                                      # It may take some polls to be registered.
                                      (["--confirm-registration-only"], 2 * POLLS, MOST_POLLS)):
             with self.subTest(options=options):
-                self.fresh_service(*options)
-                result = self.world.run(["pause"], COUNT_POLLS, HALF_POLL_US)
+                result = self.pause_with_a_service(*options, poll_us=HALF_POLL_US)
                 self.assertEqual(result.failure(), FAILURE)
                 self.assertGreaterEqual(len(result.hits), least)
                 self.assertLessEqual(len(result.hits), most)
@@ -120,10 +126,7 @@ class ServiceTest(KillMatrix):
                         ["--frames-of-kind", "5"], ["--split"],
                         ["--bad-positions", "4000000000,3"], ["--bad-positions", "3,4000000000"]):
             with self.subTest(options=options):
-                self.fresh_service(*options)
-                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
-                self.assert_ended_properly(result)
-                self.assertLessEqual(len(result.hits), MOST_POLLS)
+                self.pause_with_a_service(*options, poll_us=SHORT_POLL_US)
                 self.assert_nothing_left()
                 self.fresh_service()
                 self.assert_pause_works()
@@ -141,13 +144,23 @@ class ToolTest(KillMatrix):
             for first in range(1, len(counted.hits) + 1):
                 yield call, first
 
+    def kill(self, call, first):
+        """A pause that is killed ahead of that call. On a busy machine the service may answer too late
+        for short polls, and the tool gives up on the way there: it then gets longer ones."""
+        fault = Fault(call, first, "1", "kill")
+        result = self.world.run(["pause"], fault, SHORT_POLL_US)
+        if result.status == 255:
+            self.assert_ended_properly(result)
+            result = self.world.run(["pause"], fault, HALF_POLL_US)
+        return result
+
     def test_tool_is_killed_ahead_of_each_system_call(self):
         self.fresh_service()
         for call, first in self.steps(["open", "access", "read", "stat", "lseek", "ftruncate",
                                        "fallocate", "mmap", "fcntl", "munmap", "close", "unlink",
                                        "usleep", "pthread_create", "pthread_join"]):
             with self.subTest(call=call, first=first):
-                result = self.world.run(["pause"], Fault(call, first, "1", "kill"), SHORT_POLL_US)
+                result = self.kill(call, first)
                 # How often the threads sleep and look is a matter of luck.
                 if result.status != -signal.SIGKILL:
                     self.assertIn(call, ("access", "stat", "usleep"))
@@ -166,14 +179,14 @@ class ToolTest(KillMatrix):
         self.fresh_service()
         for call, first in self.steps(["fcntl", "unlink", "ftruncate"]):
             with self.subTest(call=call, first=first):
-                result = self.world.run(["pause"], Fault(call, first, "1", "kill"), SHORT_POLL_US)
+                result = self.kill(call, first)
                 self.assertEqual(result.status, -signal.SIGKILL)
                 self.assert_pause_works()
                 self.assertNotIn("ZynServerMessageLock.lck", self.world.left_behind())
 
-    def cut(self, fault, regions):
-        """Cuts these regions while the tool stands at that call."""
-        tool = self.world.start(["pause"], fault, SHORT_POLL_US)
+    def cut(self, fault, regions, poll_us=SHORT_POLL_US):
+        """Cuts these regions while the tool stands at that call; returns whether it came there."""
+        tool = self.world.start(["pause"], fault, poll_us)
         stopped = wait_until_stopped(tool)
         if stopped:
             self.world.service.send_signal(signal.SIGSTOP)
@@ -201,8 +214,10 @@ class ToolTest(KillMatrix):
         for thread, most in zip(("main", "other"), looks):
             for first in range(1, most + 1):
                 with self.subTest(thread=thread, first=first):
-                    stopped = self.cut(Fault("fstat", first, "1", how, thread), pattern)
-                    self.assertTrue(stopped or first > 1)
+                    fault = Fault("fstat", first, "1", how, thread)
+                    # On a busy machine short polls may end before the service has answered.
+                    self.assertTrue(self.cut(fault, pattern) or first > 1
+                                    or self.cut(fault, pattern, HALF_POLL_US))
         self.assert_pause_works()
 
     def test_regions_of_the_tool_are_cut_under_it(self):
@@ -223,10 +238,12 @@ class FileStateTest(KillMatrix):
                 path.unlink(missing_ok=True)
                 make(path)
                 self.world.service_files.add(name)
-                result = self.world.run(["pause"], COUNT_POLLS, SHORT_POLL_US)
+                succeeds = state in harmless
+                result = self.world.run(["pause"], COUNT_POLLS,
+                                        HALF_POLL_US if succeeds else SHORT_POLL_US)
                 self.assert_ended_properly(result)
                 self.assertLessEqual(len(result.hits), MOST_POLLS)
-                self.assertEqual(result.status, 0 if state in harmless else 255)
+                self.assertEqual(result.status, 0 if succeeds else 255)
                 self.assert_nothing_left()
         self.fresh_service()
         self.assert_pause_works()

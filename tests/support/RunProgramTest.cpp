@@ -103,7 +103,7 @@ TEST(RunProgramTest, SignalIsReported) {
 
 TEST(RunProgramTest, DeadlineEndsAProgramThatDoesNot) {
     ProgramRun run = Probe({"out:before", "wait"});
-    run.deadline = std::chrono::seconds(1);
+    run.deadline = std::chrono::seconds(3);
     const ProgramResult result = RunProgram(run);
     EXPECT_TRUE(result.timedOut);
     EXPECT_EQ(result.signal, SIGKILL);
@@ -112,7 +112,7 @@ TEST(RunProgramTest, DeadlineEndsAProgramThatDoesNot) {
 
 TEST(RunProgramTest, DeadlineEndsGrandchildrenThatHoldTheOutput) {
     ProgramRun run = Probe({"out:before", "fork-waiter"});
-    run.deadline = std::chrono::seconds(1);
+    run.deadline = std::chrono::seconds(3);
     const ProgramResult result = RunProgram(run);
     EXPECT_TRUE(result.timedOut);
     EXPECT_EQ(result.status, 0);
