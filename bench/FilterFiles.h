@@ -3,6 +3,7 @@
 #ifndef ZYN_BENCH_FILTERFILES_H
 #define ZYN_BENCH_FILTERFILES_H
 
+#include <tinyxml.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -24,8 +25,8 @@ inline std::string ModuleName(std::uint32_t key) { return "module" + std::to_str
 inline std::string ClientName(std::uint32_t key) { return "client" + std::to_string(key); }
 inline std::string LabelName(std::uint32_t key) { return "label" + std::to_string(key); }
 
-// Flat: every module names its labels and clients, 7,030 rules. Nested: every client of every
-// module names its labels too, 154,030 rules.
+// Flat: every module names its labels and clients, 7,100 rules. Nested: every client of every
+// module names its labels too, 154,100 rules.
 enum class FileShape { Flat, Nested };
 
 // A configuration file, removed at the end of the scope.
