@@ -397,9 +397,5 @@ ProgramResult RunProgram(const ProgramRun& run) {
         result.signal = WTERMSIG(child.status);
     }
     result.peakKiB = child.usage.ru_maxrss;
-    for (const timeval& time : {child.usage.ru_utime, child.usage.ru_stime}) {
-        result.cpuTime +=
-            std::chrono::seconds(time.tv_sec) + std::chrono::microseconds(time.tv_usec);
-    }
     return result;
 }

@@ -47,7 +47,6 @@ struct ProgramResult {
     // Memory high-water mark in KiB. The kernel counts the moment before the program replaced this
     // process's copy too, so a test that holds much memory itself reads its own size here.
     long peakKiB = 0;
-    std::chrono::microseconds cpuTime{0};
 };
 
 // Throws std::system_error when the program cannot be started, std::invalid_argument for a run that
