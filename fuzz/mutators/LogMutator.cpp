@@ -1,6 +1,7 @@
 // Mutates logs as blocks, records and packets, so that most of what comes out has the lengths that
 // belong to it; damage that no writer would do comes from one mutation in eight, which is left as
 // it is. The build says what the log of a target is made of.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>

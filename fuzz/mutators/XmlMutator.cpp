@@ -1,5 +1,6 @@
 // Mutates configuration files as tags and the text between them, and closes again what is open, so
 // that most of what comes out is a document.
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>

@@ -3,6 +3,7 @@
 #define ZYN_COMMANDPROCESS_CMDPROCESS_H
 
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "Support/ValidationException.h"

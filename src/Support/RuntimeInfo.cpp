@@ -1,6 +1,8 @@
 #include "Support/RuntimeInfo.h"
 
+#include <cstddef>
 #include <cstdlib>
+#include <string_view>
 
 namespace {
 

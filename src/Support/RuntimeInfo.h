@@ -3,7 +3,6 @@
 #define ZYN_SUPPORT_RUNTIMEINFO_H
 
 #include <string>
-#include <string_view>
 
 class CRuntimeInfo {
   public:

@@ -40,11 +40,12 @@ class ExtendedException : public E, public GenericExtendedException {
 // writing one line to the diagnostic log when diagnostic mode is on. Call them through the macros
 // below, which pass the place. Any thread may call them.
 //
-//   CheckLogic             ExtendedException<std::logic_error>    "Bad logic:<message>"
-//   CheckParameter         ExtendedException<std::logic_error>    "Bad parameter:<message>"
-//   CheckMemoryAllocation  ExtendedException<std::runtime_error>  "Memory allocation
-//   failed:<message>" CheckOSCall            ExtendedException<std::runtime_error>
-//                          "<message> [OS call failed:<errno>(<system text>)]"
+// CheckLogic and CheckParameter throw an ExtendedException<std::logic_error>:
+//   "Bad logic:<message>"
+//   "Bad parameter:<message>"
+// CheckMemoryAllocation and CheckOSCall throw an ExtendedException<std::runtime_error>:
+//   "Memory allocation failed:<message>"
+//   "<message> [OS call failed:<errno>(<system text>)]"
 class Validation2Exception {
   public:
     Validation2Exception() = delete;

@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <cstddef>
 #include <mutex>
 #include <new>
 #include <optional>

@@ -3,6 +3,7 @@
 #ifndef ZYN_ZYNVERIFY_FINDINGS_H
 #define ZYN_ZYNVERIFY_FINDINGS_H
 
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 #include <optional>

@@ -1,5 +1,6 @@
 #include "zynverify/ProgressLine.h"
 
+#include <cstddef>
 #include <ostream>
 #include <string>
 

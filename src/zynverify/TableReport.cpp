@@ -1,6 +1,7 @@
 #include "zynverify/TableReport.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <iomanip>
 #include <ostream>
 #include <string>

@@ -2,9 +2,10 @@
 
 #include <unistd.h>
 
+#include <cstdint>
 #include <exception>
 #include <iostream>
-#include <memory>
+#include <vector>
 
 #include "zynverify/JsonReport.h"
 #include "zynverify/LogVerifier.h"

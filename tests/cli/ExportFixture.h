@@ -4,6 +4,7 @@
 // Logs to export and the texts they become.
 
 #include <string>
+#include <vector>
 
 #include "cli/ToolFixture.h"
 #include "support/LogWriter.h"

@@ -4,6 +4,7 @@
 // The run directory of a test, and what the diagnostic trace says there.
 
 #include <algorithm>
+#include <cstddef>
 #include <string>
 #include <vector>
 

@@ -11,6 +11,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <iterator>
 
 namespace libccalls {
 

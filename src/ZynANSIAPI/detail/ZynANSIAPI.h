@@ -4,9 +4,9 @@
 #ifndef ZYN_ZYNANSIAPI_DETAIL_ZYNANSIAPI_H
 #define ZYN_ZYNANSIAPI_DETAIL_ZYNANSIAPI_H
 
-#include <cstdint>
 #include <exception>
 
+#include "Support/DropFailure.h"
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/SysLogEntry.h"
 #include "Support/Thread.h"
