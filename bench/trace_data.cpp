@@ -17,8 +17,8 @@
 #include "TraceData/ReOrderer.h"
 #include "TraceData/TracePacket.h"
 #include "TraceData/ZynDataTextExporter.h"
-#include "support/Files.h"
-#include "support/LogWriter.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
 
 namespace {
 

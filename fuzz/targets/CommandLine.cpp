@@ -10,8 +10,8 @@
 #include "CommandProcess/CmdProcess.h"
 #include "Support/ConfigPath.h"
 #include "Support/RuntimeInfo.h"
-#include "support/EnvironmentVariable.h"
 #include "targets/Support.h"
+#include "testing/process/EnvironmentVariable.h"
 
 namespace {
 

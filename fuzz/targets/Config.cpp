@@ -12,8 +12,8 @@
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
 #include "model/ConfigModel.h"
-#include "support/SyslogCapture.h"
 #include "targets/Support.h"
+#include "testing/faults/SyslogCapture.h"
 
 namespace {
 

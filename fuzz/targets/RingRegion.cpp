@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "support/EnvironmentVariable.h"
+#include "testing/process/EnvironmentVariable.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define ZYN_FUZZ_ADDRESS_SANITIZER

@@ -11,8 +11,8 @@
 
 #include "Support/SharedMemory.h"
 #include "TraceService/MessageRing.h"
-#include "support/Files.h"
 #include "targets/Support.h"
+#include "testing/process/Files.h"
 
 // One per process and capacity: pages take long to arrange.
 class RingRegion {

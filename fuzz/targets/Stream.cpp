@@ -7,8 +7,8 @@
 
 #include "MultiFileStream/MultiFileStream.h"
 #include "TraceData/ZynDataTextExporter.h"
-#include "support/Files.h"
 #include "targets/LogCase.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -5,18 +5,9 @@
 #include <string>
 
 #include "MemoryStream/MemoryStream.h"
+#include "fixtures/RaisedFailure.h"
 
 namespace {
-
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::exception& failure) {
-        return failure.what();
-    }
-    return "none";
-}
 
 BufferedInputStream<ReadableMemoryBuffer> StreamOver(std::string_view bytes) {
     return BufferedInputStream<ReadableMemoryBuffer>(
@@ -79,7 +70,7 @@ TEST(SmartBuffer, SizeThatCannotBeHadIsAFailure) {
     for (const std::size_t size :
          {std::numeric_limits<std::size_t>::max(), std::numeric_limits<std::size_t>::max() / 2,
           std::numeric_limits<std::size_t>::max() / 2 - 1024}) {
-        EXPECT_EQ(FailureOf([&] { buffer.Reserve(size); }),
+        EXPECT_EQ(FailureTextOf([&] { buffer.Reserve(size); }),
                   "Memory allocation failed:Can not expand smart buffer");
     }
     EXPECT_EQ(buffer.Capacity(), 1024U);
@@ -99,11 +90,11 @@ TEST(BufferedInputStream, OneByteMoreFailsAndLeavesThePosition) {
     auto stream = StreamOver("abcde");
     char bytes[8] = {};
     stream.read(bytes, 2);
-    EXPECT_EQ(FailureOf([&] { stream.read(bytes, 4); }), "Bad logic:Insufficent data to read");
+    EXPECT_EQ(FailureTextOf([&] { stream.read(bytes, 4); }), "Bad logic:Insufficent data to read");
     EXPECT_EQ(stream.Position(), 2U);
-    EXPECT_EQ(FailureOf([&] { stream.read(bytes, 0xFFFFFFFFU); }),
+    EXPECT_EQ(FailureTextOf([&] { stream.read(bytes, 0xFFFFFFFFU); }),
               "Bad logic:Insufficent data to read");
-    EXPECT_EQ(FailureOf([&] { stream.Read<std::uint64_t>(); }),
+    EXPECT_EQ(FailureTextOf([&] { stream.Read<std::uint64_t>(); }),
               "Bad logic:Insufficent data to read");
     EXPECT_EQ(stream.Position(), 2U);
     stream.read(bytes, 3);
@@ -145,7 +136,7 @@ TEST(SmartBufferOutputStream, CountThatOverflowsTheSizeAppendsNothing) {
     stream.write("x", 1);
     // Out of the compiler's sight, which would not have it.
     const volatile std::size_t everything = std::numeric_limits<std::size_t>::max();
-    EXPECT_EQ(FailureOf([&] { stream.write("y", everything); }),
+    EXPECT_EQ(FailureTextOf([&] { stream.write("y", everything); }),
               "Memory allocation failed:Can not expand smart buffer");
     EXPECT_EQ(stream.View(), "x");
 }

@@ -14,10 +14,10 @@
 
 #include "MultiFileStream/DescriptorBudget.h"
 #include "MultiFileStream/MultiFileStream.h"
-#include "support/Files.h"
-#include "support/LibcFaults.h"
-#include "support/LogWriter.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "Support/FileSystem.h"
-#include "support/Files.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -13,12 +13,12 @@
 
 #include "Support/Logging.h"
 #include "Support/ValidationException.h"
-#include "support/DiagnosticTrace.h"
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
-#include "support/LibcFaults.h"
-#include "support/SyslogCapture.h"
-#include "support/TraceLines.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/TraceLines.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/faults/SyslogCapture.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "Support/LostPages.h"
 #include "Support/SharedMemory.h"
-#include "support/DiagnosticTrace.h"
+#include "fixtures/DiagnosticTrace.h"
 
 namespace {
 

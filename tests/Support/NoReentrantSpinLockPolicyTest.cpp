@@ -15,9 +15,9 @@
 
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/ValidationException.h"
-#include "support/DiagnosticTrace.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
 
 namespace {
 

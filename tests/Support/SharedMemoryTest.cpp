@@ -10,9 +10,9 @@
 
 #include "Support/SharedMemory.h"
 #include "Support/ValidationException.h"
-#include "support/DiagnosticTrace.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
 
 namespace {
 

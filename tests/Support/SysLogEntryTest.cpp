@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Support/SysLogEntry.h"
-#include "support/SyslogCapture.h"
+#include "testing/faults/SyslogCapture.h"
 
 namespace {
 

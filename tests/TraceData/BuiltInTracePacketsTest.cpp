@@ -8,7 +8,7 @@
 
 #include "TraceData/BuiltInTracePackets.h"
 #include "TraceData/PacketRecorder.h"
-#include "support/LogWriter.h"
+#include "testing/logs/LogWriter.h"
 
 namespace {
 

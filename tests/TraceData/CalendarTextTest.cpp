@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "TraceData/CalendarText.h"
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -21,11 +21,10 @@
 
 #include "MultiFileStream/MultiFileStream.h"
 #include "TraceData/ZynDataTextExporter.h"
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
-#include "support/LogWriter.h"
-#include "support/RunProgram.h"
-#include "support/Sha256.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 
@@ -156,6 +155,19 @@ class FieldFinder {
     std::vector<std::size_t> found_;
 };
 
+// As the decoder writes the texts of a batch.
+std::string Hex(std::string_view bytes) {
+    constexpr std::string_view kDigits = "0123456789abcdef";
+    std::string hex;
+    hex.reserve(2 * bytes.size());
+    for (const char byte : bytes) {
+        const auto value = static_cast<unsigned char>(byte);
+        hex += kDigits[value >> 4U];
+        hex += kDigits[value & 0xFU];
+    }
+    return hex;
+}
+
 struct Outcome {
     std::string text;
     std::string error = "-";
@@ -224,7 +236,7 @@ class DamageSweepTest : public testing::Test {
             const Outcome outcome = Export(file.bytes, separator);
             std::string line;
             ASSERT_TRUE(std::getline(expected, line)) << "the decoder has no more lines";
-            ASSERT_EQ(Sha256(outcome.text) + " " + outcome.error, line)
+            ASSERT_EQ(Hex(outcome.text) + " " + outcome.error, line)
                 << "damage at " << file.at << " of " << file.bytes.size() << " bytes; text:\n"
                 << outcome.text;
             if (separator == " ") {
@@ -236,7 +248,7 @@ class DamageSweepTest : public testing::Test {
     std::string Decode(const std::string& separator) {
         ProgramRun run;
         run.program = ZYN_PYTHON;
-        run.arguments = {ZYN_SOURCE_DIR "/tests/support/zynlog_decoder.py", "--default-time",
+        run.arguments = {ZYN_SOURCE_DIR "/testing/oracle/zynlog_decoder.py", "--default-time",
                          "1700000000.123", "--batch", directory_ / "cases"};
         if (!separator.empty()) {
             run.arguments.insert(run.arguments.end(), {"-l", separator});

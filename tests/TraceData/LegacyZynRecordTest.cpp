@@ -11,8 +11,8 @@
 
 #include "TraceData/LegacyZynRecord.h"
 #include "TraceData/TextFile.h"
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "TraceData/OutputSupport.h"
-#include "support/LogWriter.h"
+#include "testing/logs/LogWriter.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 
 #include "TraceData/RecordLine.h"
 #include "TraceData/TextFile.h"
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "TraceData/RecordValues.h"
-#include "support/LogWriter.h"
+#include "testing/logs/LogWriter.h"
 
 namespace {
 

@@ -11,9 +11,9 @@
 #include <string>
 
 #include "TraceData/TextFile.h"
-#include "support/Files.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -15,10 +15,10 @@
 
 #include "TraceData/PacketRecorder.h"
 #include "TraceData/TraceDataReader.h"
-#include "support/DiagnosticTrace.h"
-#include "support/LibcFaults.h"
-#include "support/LogWriter.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/logs/LogWriter.h"
 
 namespace {
 

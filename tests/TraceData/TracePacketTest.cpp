@@ -7,8 +7,8 @@
 #include "MemoryStream/MemoryStream.h"
 #include "TraceData/PacketRecorder.h"
 #include "TraceData/TracePacket.h"
-#include "support/LogWriter.h"
-#include "support/RaisedFailure.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/logs/LogWriter.h"
 
 namespace {
 

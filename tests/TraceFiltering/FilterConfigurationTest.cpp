@@ -9,8 +9,8 @@
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
-#include "support/DiagnosticTrace.h"
-#include "support/Files.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "TraceFiltering/TraceFilterRules.h"
+#include "fixtures/RaisedFailure.h"
 
 namespace {
 
@@ -47,18 +48,6 @@ bool FailsAt(int n, Action action) {
     }
 }
 
-template <typename Action>
-std::string FailureOf(Action action) {
-    try {
-        action();
-    } catch (const std::runtime_error& failure) {
-        return failure.what();
-    } catch (const std::bad_alloc&) {
-        return "bad_alloc";
-    }
-    return "none";
-}
-
 }  // namespace
 
 void* operator new(std::size_t size) {
@@ -79,7 +68,7 @@ namespace {
 TEST(TableMemory, PrimaryEntryText) {
     TraceFilterRules rules;
     allocationsLeft = 0;
-    EXPECT_EQ(FailureOf([&rules] { rules.Labels().GetKey("l"); }),
+    EXPECT_EQ(FailureTextOf([&rules] { rules.Labels().GetKey("l"); }),
               "Memory allocation failed:Can not allocate memory for new entry");
     EXPECT_EQ(rules.Labels().Size(), 0U);
     EXPECT_EQ(rules.Labels().GetKey("l"), 0U);
@@ -91,7 +80,7 @@ TEST(TableMemory, SlaveEntryText) {
     rules.Label("", "", "l");
     // The first allocation makes room for the link in the parent.
     allocationsLeft = 1;
-    EXPECT_EQ(FailureOf([&rules] { rules.Label("m", "", "l"); }),
+    EXPECT_EQ(FailureTextOf([&rules] { rules.Label("m", "", "l"); }),
               "Memory allocation failed:Can not allocate new entry");
     EXPECT_EQ(rules.Modules()[0]->Labels().Size(), 0U);
 }

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "TraceFiltering/ZynFilterManager.h"
-#include "support/DiagnosticTrace.h"
+#include "fixtures/DiagnosticTrace.h"
 
 namespace {
 

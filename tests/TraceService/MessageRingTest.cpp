@@ -11,9 +11,9 @@
 
 #include "Support/ValidationException.h"
 #include "TraceService/MessageRing.h"
-#include "support/DiagnosticTrace.h"
-#include "support/RaisedFailure.h"
-#include "support/RegionFile.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/RaisedFailure.h"
+#include "fixtures/RegionFile.h"
 
 namespace {
 

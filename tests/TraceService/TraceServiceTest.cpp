@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "TraceService/TraceService.h"
-#include "support/DiagnosticTrace.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
-#include "support/RegionFile.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "fixtures/RaisedFailure.h"
+#include "fixtures/RegionFile.h"
+#include "testing/faults/LibcFaults.h"
 
 namespace {
 

@@ -17,13 +17,13 @@
 #include <string>
 #include <vector>
 
-#include "support/RunProgram.h"
-#include "support/ServiceEnvironment.h"
-#include "support/ServiceSimProcess.h"
+#include "fixtures/ServiceEnvironment.h"
+#include "testing/process/RunProgram.h"
+#include "testing/service/StandInProcess.h"
 
 namespace {
 
-using standin::ServiceSimProcess;
+using standin::StandInProcess;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
@@ -138,8 +138,8 @@ class ApplicationsTest : public ::testing::Test {
     Application Probe(const std::string& scenario) {
         return Application(ZYN_API_PROBE, {scenario}, environment_.Variables());
     }
-    ServiceSimProcess Service(const std::vector<std::string>& options = {}) {
-        return ServiceSimProcess(ZYN_SERVICE_SIM, environment_.RunDirectory(), options);
+    StandInProcess Service(const std::vector<std::string>& options = {}) {
+        return StandInProcess(ZYN_STANDIN_SERVICE, environment_.RunDirectory(), options);
     }
 
     // Of the run directory; given up after a minute.
@@ -156,7 +156,7 @@ class ApplicationsTest : public ::testing::Test {
 
 TEST_F(ApplicationsTest, SampleFollowsPauseResumeAndReload) {
     environment_.Configure(kEnabled);
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     Application sample = Sample();
     EXPECT_EQ(sample.Line(), "tracing enabled");
     service.Command("pause");
@@ -180,7 +180,7 @@ TEST_F(ApplicationsTest, SampleConnectsToAServiceThatStartsLater) {
     environment_.Configure(kEnabled);
     Application sample = Sample();
     EXPECT_EQ(sample.Line(), "tracing disabled");
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     EXPECT_EQ(sample.Line(), "tracing enabled");
     EXPECT_EQ(sample.End(), 0);
     EXPECT_EQ(service.Terminate(), 0);
@@ -192,7 +192,7 @@ TEST_F(ApplicationsTest, SampleConnectsAgainAfterARestartOfTheService) {
     Application sample = Sample();
     EXPECT_EQ(sample.Line(), "tracing disabled");
     for (int round = 0; round < 2; ++round) {
-        ServiceSimProcess service = Service();
+        StandInProcess service = Service();
         ASSERT_TRUE(service.WaitForLine("confirmed registration of pid " + sample.Pid()));
         EXPECT_EQ(service.Terminate(), 0);
         // The client notices and removes its regions before the next service comes.
@@ -204,7 +204,7 @@ TEST_F(ApplicationsTest, SampleConnectsAgainAfterARestartOfTheService) {
 TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndSaysSo) {
     std::vector<std::string> variables = environment_.Variables();
     variables.emplace_back("DIAGNOSTIC_MODE=1");
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     Application probe(ZYN_API_PROBE, {"twice"}, variables);
     EXPECT_EQ(probe.Line(), "first 0");
     EXPECT_EQ(service.Terminate(), 0);
@@ -220,7 +220,7 @@ TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndSaysSo) {
 }
 
 TEST_F(ApplicationsTest, ForkClosesTheConnectionForParentAndChild) {
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     Application probe = Probe("fork");
     const std::string pid = probe.Pid();
     EXPECT_EQ(probe.Line(), "before 0");
@@ -239,7 +239,7 @@ TEST_F(ApplicationsTest, ForkClosesTheConnectionForParentAndChild) {
 }
 
 TEST_F(ApplicationsTest, ThreadThatIsCancelledFinishesItsRequestFirst) {
-    ServiceSimProcess service = Service({"--late", "500"});
+    StandInProcess service = Service({"--late", "500"});
     Application probe = Probe("cancel");
     ASSERT_TRUE(service.WaitForLine("request pause from pid " + probe.Pid()));
     probe.CloseInput();
@@ -252,7 +252,7 @@ TEST_F(ApplicationsTest, ThreadThatIsCancelledFinishesItsRequestFirst) {
 
 TEST_F(ApplicationsTest, QueriesOnManyThreadsDuringReloadsSeeNoForeignStatus) {
     environment_.Configure(kEnabled);
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     Application probe = Probe("threads");
     ASSERT_EQ(probe.Line(), "running");
     for (int reload = 1; reload <= 20; ++reload) {
@@ -275,7 +275,7 @@ TEST_F(ApplicationsTest, QueriesOnManyThreadsDuringReloadsSeeNoForeignStatus) {
 
 TEST_F(ApplicationsTest, EndOfTheProcessIsSafeWhileItsThreadsQuery) {
     environment_.Configure(kEnabled);
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     for (int round = 0; round < 3; ++round) {
         Application probe = Probe("leave");
         EXPECT_EQ(probe.Line(), "leaving");

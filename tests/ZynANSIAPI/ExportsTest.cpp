@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "support/Files.h"
-#include "support/RunProgram.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 

@@ -7,8 +7,8 @@
 
 #include "ZynANSIAPI/ZynANSIAPI.h"
 #include "ZynService/ZynServiceMonitor.h"
-#include "support/SyslogCapture.h"
-#include "support/WithoutService.h"
+#include "fixtures/WithoutService.h"
+#include "testing/faults/SyslogCapture.h"
 
 namespace {
 

@@ -8,8 +8,8 @@
 #include <string_view>
 
 #include "ZynConfigFileReader/ConfigDocument.h"
-#include "support/Files.h"
-#include "support/LibcFaults.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -13,9 +13,9 @@
 
 #include "ZynConfigFileReader/ConfigProcessors.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
-#include "support/DiagnosticTrace.h"
-#include "support/Files.h"
-#include "support/SyslogCapture.h"
+#include "fixtures/DiagnosticTrace.h"
+#include "testing/faults/SyslogCapture.h"
+#include "testing/process/Files.h"
 
 namespace {
 
@@ -103,7 +103,7 @@ class ConfigFileReader : public testing::Test {
         calls.erase(calls.begin());
         return calls;
     }
-    std::string FailureOf(const std::string& elements) {
+    std::string ReadFailure(const std::string& elements) {
         CallsOf(elements);
         return TextOf(reader_.Failure());
     }
@@ -186,13 +186,13 @@ TEST_F(ConfigFileReader, LogfileMissingEndsTheReading) {
 }
 
 TEST_F(ConfigFileReader, EachLogfileAttributeIsRequired) {
-    EXPECT_EQ(FailureOf("<Logfile/><Global/>"), "Bad logic:error: Invalid path ");
-    EXPECT_EQ(FailureOf("<Logfile path='p'/><Global/>"), "Bad logic:Error: invalid size");
-    EXPECT_EQ(FailureOf("<Logfile path='p' size=''/><Global/>"),
+    EXPECT_EQ(ReadFailure("<Logfile/><Global/>"), "Bad logic:error: Invalid path ");
+    EXPECT_EQ(ReadFailure("<Logfile path='p'/><Global/>"), "Bad logic:Error: invalid size");
+    EXPECT_EQ(ReadFailure("<Logfile path='p' size=''/><Global/>"),
               "Bad logic:Error: invalid maxbackups ");
-    EXPECT_EQ(FailureOf("<Logfile path='p' size='' maxbackups=''/><Global/>"),
+    EXPECT_EQ(ReadFailure("<Logfile path='p' size='' maxbackups=''/><Global/>"),
               "Bad logic:Error: invalid preserve_size");
-    EXPECT_EQ(FailureOf("<Logfile path='p' size='' maxbackups='' preserve_size=''/><Global/>"),
+    EXPECT_EQ(ReadFailure("<Logfile path='p' size='' maxbackups='' preserve_size=''/><Global/>"),
               "Bad logic:Error: invalid preserve_maxbackups");
 }
 
@@ -207,9 +207,9 @@ TEST_F(ConfigFileReader, LogfileWithoutSizeKeepsItsPathAndTheRestIsApplied) {
 }
 
 TEST_F(ConfigFileReader, TheFirstFailureIsKept) {
-    EXPECT_EQ(FailureOf("<Logfile/>"), "Bad logic:error: Invalid path ");
-    EXPECT_EQ(FailureOf(LogFile()), "Bad logic:Error: invalid element");
-    EXPECT_EQ(FailureOf(LogFile() + "<Global/>"), "none") << "left over from the last Read";
+    EXPECT_EQ(ReadFailure("<Logfile/>"), "Bad logic:error: Invalid path ");
+    EXPECT_EQ(ReadFailure(LogFile()), "Bad logic:Error: invalid element");
+    EXPECT_EQ(ReadFailure(LogFile() + "<Global/>"), "none") << "left over from the last Read";
 }
 
 TEST_F(ConfigFileReader, StatusTraceBeforeLogfileIsNotFound) {
@@ -243,7 +243,7 @@ TEST_F(ConfigFileReader, ClientWithoutServerNameEndsTheReading) {
 }
 
 TEST_F(ConfigFileReader, GlobalMissing) {
-    EXPECT_EQ(FailureOf(LogFile() + "<Module name='m' state='1'/>"),
+    EXPECT_EQ(ReadFailure(LogFile() + "<Module name='m' state='1'/>"),
               "Bad logic:Error: invalid element");
 }
 
@@ -256,16 +256,16 @@ TEST_F(ConfigFileReader, NameAndStateAreRequiredEverywhere) {
     const auto module = [](const std::string& inner) {
         return LogFile() + "<Global/><Module name='m' state='1'>" + inner + "</Module>";
     };
-    EXPECT_EQ(FailureOf(global("<GLabel state='1'/>")), kName);
-    EXPECT_EQ(FailureOf(global("<GLabel name='l'/>")), kState);
-    EXPECT_EQ(FailureOf(global("<GClient state='1'/>")), kName);
-    EXPECT_EQ(FailureOf(global("<GClient name='c'/>")), kState);
-    EXPECT_EQ(FailureOf(global("<GClient name='c' state='1'><GClientLabel/></GClient>")), kName);
-    EXPECT_EQ(FailureOf(LogFile() + "<Global/><Module state='1'/>"), kName);
-    EXPECT_EQ(FailureOf(LogFile() + "<Global/><Module name='m'/>"), kState);
-    EXPECT_EQ(FailureOf(module("<MLabel state='1'/>")), kName);
-    EXPECT_EQ(FailureOf(module("<MClient name='c'/>")), kState);
-    EXPECT_EQ(FailureOf(module("<MClient name='c' state='1'><MClientLabel name='l'/></MClient>")),
+    EXPECT_EQ(ReadFailure(global("<GLabel state='1'/>")), kName);
+    EXPECT_EQ(ReadFailure(global("<GLabel name='l'/>")), kState);
+    EXPECT_EQ(ReadFailure(global("<GClient state='1'/>")), kName);
+    EXPECT_EQ(ReadFailure(global("<GClient name='c'/>")), kState);
+    EXPECT_EQ(ReadFailure(global("<GClient name='c' state='1'><GClientLabel/></GClient>")), kName);
+    EXPECT_EQ(ReadFailure(LogFile() + "<Global/><Module state='1'/>"), kName);
+    EXPECT_EQ(ReadFailure(LogFile() + "<Global/><Module name='m'/>"), kState);
+    EXPECT_EQ(ReadFailure(module("<MLabel state='1'/>")), kName);
+    EXPECT_EQ(ReadFailure(module("<MClient name='c'/>")), kState);
+    EXPECT_EQ(ReadFailure(module("<MClient name='c' state='1'><MClientLabel name='l'/></MClient>")),
               kState);
 }
 

@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "ZynService/ZynServiceClient.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
-#include "support/ScriptedService.h"
+#include "fixtures/RaisedFailure.h"
+#include "fixtures/ScriptedService.h"
+#include "testing/faults/LibcFaults.h"
 
 namespace {
 

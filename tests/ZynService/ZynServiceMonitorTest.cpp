@@ -17,9 +17,9 @@
 
 #include "Support/ProcessState.h"
 #include "ZynService/ZynServiceMonitor.h"
-#include "support/LibcFaults.h"
-#include "support/RaisedFailure.h"
-#include "support/ScriptedService.h"
+#include "fixtures/RaisedFailure.h"
+#include "fixtures/ScriptedService.h"
+#include "testing/faults/LibcFaults.h"
 
 namespace {
 

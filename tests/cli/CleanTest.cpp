@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/Files.h"
-#include "support/RunProgram.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 

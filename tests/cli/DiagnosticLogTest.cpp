@@ -8,9 +8,9 @@
 #include <vector>
 
 #include "cli/ToolFixture.h"
-#include "support/Files.h"
-#include "support/LogWriter.h"
-#include "support/TraceLines.h"
+#include "fixtures/TraceLines.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "cli/ExportFixture.h"
-#include "support/Files.h"
+#include "testing/process/Files.h"
 
 namespace {
 

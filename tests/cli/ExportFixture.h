@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "cli/ToolFixture.h"
-#include "support/LogWriter.h"
+#include "testing/logs/LogWriter.h"
 
 inline const std::string kColumns =
     "#Timestamp              #PID   #TID        #Module      #Client    #Label       #Message   "

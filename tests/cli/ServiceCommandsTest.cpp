@@ -8,13 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "support/RunProgram.h"
-#include "support/ServiceEnvironment.h"
-#include "support/ServiceSimProcess.h"
+#include "fixtures/ServiceEnvironment.h"
+#include "testing/process/RunProgram.h"
+#include "testing/service/StandInProcess.h"
 
 namespace {
 
-using standin::ServiceSimProcess;
+using standin::StandInProcess;
 using ::testing::IsEmpty;
 
 const std::string kBanner =
@@ -78,8 +78,8 @@ class ServiceTool : public ::testing::Test {
         run.mergedOutput = true;
         return RunProgram(run);
     }
-    [[nodiscard]] ServiceSimProcess Service(const std::vector<std::string>& options = {}) const {
-        return ServiceSimProcess(ZYN_SERVICE_SIM, environment_.RunDirectory(), options);
+    [[nodiscard]] StandInProcess Service(const std::vector<std::string>& options = {}) const {
+        return StandInProcess(ZYN_STANDIN_SERVICE, environment_.RunDirectory(), options);
     }
     // The texts of the records sent under the interface's name.
     [[nodiscard]] std::vector<std::string> Reports() const {
@@ -120,7 +120,7 @@ class ServiceCommand : public ServiceTool, public ::testing::WithParamInterface<
 };
 
 TEST_P(ServiceCommand, SucceedsAndReachesTheService) {
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     const ProgramResult result = RunProgram(Run(GetParam().arguments));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output, std::string(GetParam().announcement) + "succeeded.\n");
@@ -144,7 +144,7 @@ TEST_P(ServiceCommand, WithoutAServiceFailsWithItsOwnWords) {
 }
 
 TEST_P(ServiceCommand, WithAServiceThatConfirmsOnlyTheRegistrationFailsWithItsOwnWords) {
-    ServiceSimProcess service = Service({"--confirm-registration-only"});
+    StandInProcess service = Service({"--confirm-registration-only"});
     const ProgramResult result = Merged(GetParam().arguments);
     EXPECT_EQ(result.status, 255);
     EXPECT_EQ(result.output, Failed());
@@ -211,7 +211,7 @@ const std::vector<Trouble> kTroubles = {
 class TroubledService : public ServiceTool, public ::testing::WithParamInterface<Trouble> {};
 
 TEST_P(TroubledService, EndsInKnownWordsAndLeavesNothingBehind) {
-    ServiceSimProcess service = Service(GetParam().options);
+    StandInProcess service = Service(GetParam().options);
     const ProgramResult result = Merged({"pause"});
     EXPECT_FALSE(result.timedOut);
     EXPECT_EQ(result.status, GetParam().status);
@@ -241,7 +241,7 @@ constexpr const char* kModuleOn =
     "<Module name='Mo' state='1'><MLabel name='La' state='1'/></Module>";
 
 TEST_F(TestCommand, PrintsNothingWithoutModuleOrLabelAndCallsNothing) {
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     for (const std::vector<std::string>& arguments : std::vector<std::vector<std::string>>{
              {"test"}, {"test", "-m", "Mo"}, {"test", "-l", "La", "-c", "Cl"}}) {
         const ProgramResult result = RunProgram(Run(arguments));
@@ -266,7 +266,7 @@ TEST_F(TestCommand, WithoutAServiceEverythingIsDisabled) {
 
 TEST_F(TestCommand, WithAServiceTheConfigurationDecides) {
     environment_.Configure(kModuleOn);
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     EXPECT_EQ(RunProgram(Run({"test", "-M", "Mo", "-L", "La"})).output,
               "ZYN module handle for \"Mo\" is 0\n"
               "ZYN label handle for \"La\" is 0\n"
@@ -279,7 +279,7 @@ TEST_F(TestCommand, WithAServiceTheConfigurationDecides) {
 
 TEST_F(TestCommand, ClientIsRegisteredAndNamedInTheLine) {
     environment_.Configure(kModuleOn);
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     EXPECT_EQ(RunProgram(Run({"test", "-m", "Mo", "-l", "La", "-c", "Cl"})).output,
               "ZYN module handle for \"Mo\" is 0\n"
               "ZYN label handle for \"La\" is 0\n"
@@ -293,7 +293,7 @@ TEST_F(TestCommand, ClientIsRegisteredAndNamedInTheLine) {
 }
 
 TEST_F(TestCommand, HandlesOfCallsThatFailAreMinusOne) {
-    ServiceSimProcess service = Service({"--no-seed"});
+    StandInProcess service = Service({"--no-seed"});
     const ProgramResult result = RunProgram(Run({"test", "-m", "Mo", "-l", "La", "-c", "Cl"}));
     EXPECT_EQ(result.status, 0);
     EXPECT_EQ(result.output,
@@ -316,7 +316,7 @@ TEST_F(ServiceTool, RunDirectoryThatDoesNotExistIsNoService) {
 }
 
 TEST_F(ServiceTool, CommandWordsAreFoundInAnyCase) {
-    ServiceSimProcess service = Service();
+    StandInProcess service = Service();
     EXPECT_EQ(RunProgram(Run({"PaUsE"})).output, "Pause tracing... succeeded.\n");
     EXPECT_EQ(RunProgram(Run({"PRESERVATION", "-On"})).output,
               "Activating preservation mode... succeeded.\n");

@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "support/Files.h"
-#include "support/RunProgram.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 inline const std::string kToolBanner =
     "Runtime Tracing Command Line Utility 3.0\n"

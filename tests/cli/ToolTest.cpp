@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "cli/ToolFixture.h"
-#include "support/Files.h"
-#include "support/RunProgram.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 

@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "support/Files.h"
-#include "support/LogWriter.h"
-#include "support/RunProgram.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 class VerifyFixture : public testing::Test {
   protected:

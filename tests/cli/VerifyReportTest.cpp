@@ -5,9 +5,9 @@
 #include <vector>
 
 #include "cli/VerifyFixture.h"
-#include "support/Files.h"
-#include "support/LogWriter.h"
-#include "support/RunProgram.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 

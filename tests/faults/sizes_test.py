@@ -12,7 +12,7 @@ from pathlib import Path
 
 from world import BANNER, TOOL, Fault, World, contents, wait_until_stopped
 
-sys.path.insert(0, str(Path(__file__).resolve().parent.parent / "support"))
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "testing" / "oracle"))
 from log_image import FILE_HEADER  # noqa: E402 (found by the line above)
 
 MIB = 1 << 20

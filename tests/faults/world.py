@@ -44,7 +44,7 @@ CONFIGURATION = """<?xml version="1.0"?>
 
 @dataclass
 class Fault:
-    """One fault for the preloaded library (tests/support/FaultPreload.cpp)."""
+    """One fault for the preloaded library (testing/faults/FaultPreload.cpp)."""
     call: str
     first: int
     count: str
@@ -149,13 +149,13 @@ class World:
                       process.pid)
 
     def start_service(self, *options, watched=True):
-        """zynservice-sim on the run directory; returns when it is up. Watched, its lines are there
+        """zyn-standin-service on the run directory; returns when it is up. Watched, its lines are there
         to be read, and must be: it waits when nobody does."""
         self.stop_service()
         ready, written = os.pipe()
         try:
             self.service = subprocess.Popen(
-                [self.service_build.bin / "zynservice-sim", "--run-dir", self.run_directory,
+                [self.service_build.bin / "zyn-standin-service", "--run-dir", self.run_directory,
                  "--ready-fd", str(written), *options],
                 stdout=subprocess.PIPE if watched else subprocess.DEVNULL, pass_fds=[written])
         finally:

@@ -10,10 +10,10 @@
 #include <string>
 #include <vector>
 
-#include "support/EnvironmentVariable.h"
-#include "support/Files.h"
 #include "targets/Support.h"
 #include "targets/Targets.h"
+#include "testing/process/EnvironmentVariable.h"
+#include "testing/process/Files.h"
 
 // Found by its argument's scope, which is no namespace.
 void PrintTo(const FuzzTarget& target, std::ostream* out) { *out << target.name; }

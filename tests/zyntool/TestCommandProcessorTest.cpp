@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "support/WithoutService.h"
+#include "fixtures/WithoutService.h"
 #include "zyntool/TestCommandProcessor.h"
 
 namespace {

@@ -9,9 +9,9 @@
 #include <system_error>
 #include <vector>
 
-#include "support/Files.h"
-#include "support/LibcFaults.h"
-#include "support/LogWriter.h"
+#include "testing/faults/LibcFaults.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
 #include "zynverify/LogVerifier.h"
 
 namespace {
