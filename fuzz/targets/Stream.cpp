@@ -27,7 +27,7 @@ Exported Export(const std::string& directory, const LogCase& log) {
     exported.failure = FailureOf([&] {
         LogStream stream;
         stream.GetAllLogFiles(directory, "zynlog-", "txt", "binary");
-        TextFile file(memory.Path(), stream.Identities());
+        TextFile file(memory.Path(), {});
         ProgressDisplay progress(nullptr);
         ZynDataTextExporter::Export(stream, file, log.separator, progress, FuzzNowMs);
         file.Close();

@@ -123,7 +123,10 @@ class MultiFileInputStream {
     // Of the data of all files, their headers not counted.
     [[nodiscard]] std::uint64_t TotalBytes() const noexcept { return totalBytes_; }
     [[nodiscard]] std::uint64_t Remaining() const noexcept { return totalBytes_ - bytesRead_; }
-    [[nodiscard]] std::vector<FileIdentity> Identities() const;
+    // Of every file that was opened for the listing, those included that were left out then.
+    [[nodiscard]] const std::vector<FileIdentity>& Identities() const noexcept {
+        return identities_;
+    }
     // The files in reading order, as they were listed. To be asked before anything is read: used-up
     // files are let go.
     [[nodiscard]] std::vector<LogFileExtent> Extents() const;
@@ -141,6 +144,7 @@ class MultiFileInputStream {
     [[nodiscard]] std::size_t Buffered() const noexcept { return end_ - begin_; }
 
     std::vector<std::unique_ptr<FileToBeRead>> files_;
+    std::vector<FileIdentity> identities_;
     std::size_t front_ = 0;
     std::uint64_t totalBytes_ = 0;
     std::uint64_t bytesRead_ = 0;
@@ -235,6 +239,7 @@ void MultiFileInputStream<Support, HeaderSize>::OpenLogFiles(const std::string& 
                                                              std::span<const std::string> names,
                                                              const std::string& format) {
     files_.clear();
+    identities_.clear();
     front_ = begin_ = end_ = 0;
     totalBytes_ = bytesRead_ = 0;
     DescriptorBudget budget(names.size());
@@ -244,6 +249,7 @@ void MultiFileInputStream<Support, HeaderSize>::OpenLogFiles(const std::string& 
         path.append("/").append(name);
         std::unique_ptr<FileToBeRead> file(new (std::nothrow) FileToBeRead(std::move(path)));
         ZYN_CHECK_MEMORY_ALLOCATION(file != nullptr, "Can not create new FileToBeRead object");
+        identities_.push_back(file->Identity());
         if (headerNeeded && !file->HasHeader()) {
             continue;
         }
@@ -266,16 +272,6 @@ void MultiFileInputStream<Support, HeaderSize>::LogFiles() const {
         LogDiagnostic(file->Path());
     }
     LogDiagnostic("Total number of bytes:" + std::to_string(totalBytes_));
-}
-
-template <FileOutputSupport Support, unsigned int HeaderSize>
-auto MultiFileInputStream<Support, HeaderSize>::Identities() const -> std::vector<FileIdentity> {
-    std::vector<FileIdentity> identities;
-    identities.reserve(files_.size());
-    for (const auto& file : files_) {
-        identities.push_back(file->Identity());
-    }
-    return identities;
 }
 
 template <FileOutputSupport Support, unsigned int HeaderSize>

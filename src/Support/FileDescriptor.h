@@ -23,6 +23,8 @@ class FileDescriptor {
     [[nodiscard]] bool IsOpen() const noexcept { return descriptor_ != -1; }
     [[nodiscard]] int Get() const noexcept { return descriptor_; }
     void Close() noexcept;
+    // Leaves the descriptor open, to the caller.
+    [[nodiscard]] int Release() noexcept { return std::exchange(descriptor_, -1); }
 
     // Reads until at least atLeast bytes are there, taking up to atMost. Fewer mean the end of the
     // file, with errno as it was, or an error, with errno set.

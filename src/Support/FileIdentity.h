@@ -4,10 +4,12 @@
 
 #include <sys/types.h>
 
+#include <compare>
+
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;
-    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+    friend auto operator<=>(const FileIdentity&, const FileIdentity&) = default;
 };
 
 #endif

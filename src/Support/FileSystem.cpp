@@ -52,24 +52,39 @@ void CFileSystem::FindAllFiles(const std::string& directory, const std::string& 
 DirectoryListing::DirectoryListing(std::string directory, std::string prefix, std::string part)
     : directory_(std::move(directory)), prefix_(std::move(prefix)), part_(std::move(part)) {}
 
+namespace {
+
+bool IsSameTime(const timespec& one, const timespec& other) noexcept {
+    return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
+}
+
+}  // namespace
+
 // Looked at before the directory is read: a change during the reading shows the next time.
 bool DirectoryListing::HasChanged() {
     struct stat status {};
     if (stat(Normalised(directory_).c_str(), &status) != 0) {
         return true;
     }
-    const bool same =
-        status.st_mtim.tv_sec == changed_.tv_sec && status.st_mtim.tv_nsec == changed_.tv_nsec;
+    const bool same = IsSameTime(status.st_mtim, changed_);
     changed_ = status.st_mtim;
     return !same;
 }
 
+bool DirectoryListing::IsCurrent() const {
+    struct stat status {};
+    return listed_ && stat(Normalised(directory_).c_str(), &status) == 0 &&
+           IsSameTime(status.st_mtim, changed_);
+}
+
 const std::vector<std::string>& DirectoryListing::Names() {
     if (HasChanged() || !listed_) {
+        listed_ = false;
         names_.clear();
         CFileSystem::FindAllFiles(directory_, prefix_, part_, names_);
         std::sort(names_.begin(), names_.end());
         listed_ = true;
+        ++readings_;
     }
     return names_;
 }

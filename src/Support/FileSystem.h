@@ -2,6 +2,7 @@
 #ifndef ZYN_SUPPORT_FILESYSTEM_H
 #define ZYN_SUPPORT_FILESYSTEM_H
 
+#include <cstdint>
 #include <ctime>
 #include <span>
 #include <string>
@@ -32,6 +33,15 @@ class DirectoryListing {
     // The names that begin with a prefix of their own, among what Names() would return.
     std::span<const std::string> NamesWithPrefix(const std::string& prefix);
 
+    // How often the directory has been read: while it stands, so do the names.
+    [[nodiscard]] std::uint64_t Readings() const noexcept { return readings_; }
+
+    // For a caller that makes files in the directory whose names are not asked for: whether its
+    // time of change is still the known one, to be asked just before; and to take the new time for
+    // the known one, just after. What others do between the two stays unseen until the next change.
+    [[nodiscard]] bool IsCurrent() const;
+    void TakeOwnChange() { static_cast<void>(HasChanged()); }
+
   private:
     bool HasChanged();
 
@@ -40,6 +50,7 @@ class DirectoryListing {
     std::string part_;
     std::vector<std::string> names_;
     timespec changed_{};
+    std::uint64_t readings_ = 0;
     bool listed_ = false;
 };
 

@@ -9,43 +9,36 @@
 #include <cstring>
 #include <new>
 
+#include "Support/FileDescriptor.h"
 #include "Support/ValidationException.h"
 
-namespace {
-
-// Opens without emptying: only when the file is known not to be a source may its bytes go.
-int OpenDestination(const std::string& path, const std::vector<FileIdentity>& sources) noexcept {
-    const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
-    if (file == -1) {
-        return -1;
-    }
-    struct stat status {};
-    bool usable = fstat(file, &status) == 0;
-    if (usable && S_ISREG(status.st_mode)) {
-        const FileIdentity identity{status.st_dev, status.st_ino};
-        if (std::find(sources.begin(), sources.end(), identity) != sources.end()) {
-            errno = EINVAL;
-            usable = false;
-        } else {
-            usable = ftruncate(file, 0) == 0;
-        }
-    }
-    if (!usable) {
-        const int error = errno;
-        close(file);
-        errno = error;
-        return -1;
-    }
-    return file;
+TextFile::TextFile(const std::string& path, const SourceTest& isSource)
+    : buffer_(new char[kBufferBytes]) {
+    Open(path, isSource);
 }
 
-}  // namespace
-
-TextFile::TextFile(const std::string& path, const std::vector<FileIdentity>& sources)
-    : buffer_(new char[kBufferBytes]) {
+// Opens without emptying: only when the file is known not to be a source may its bytes go. One that
+// was made here needs no look.
+void TextFile::Open(const std::string& path, const SourceTest& isSource) {
+    constexpr int kFlags = O_WRONLY | O_CREAT | O_CLOEXEC;
+    constexpr mode_t kMode = 0666;
     errno = 0;
-    file_ = OpenDestination(path, sources);
-    ZYN_CHECK_OS_CALL(file_ != -1, "Can not open file");
+    FileDescriptor file(open(path.c_str(), kFlags | O_EXCL, kMode));
+    new_ = file.IsOpen();
+    if (!new_ && errno == EEXIST) {
+        file = FileDescriptor(open(path.c_str(), kFlags, kMode));
+    }
+    ZYN_CHECK_OS_CALL(file.IsOpen(), "Can not open file");
+    if (!new_) {
+        struct stat status {};
+        ZYN_CHECK_OS_CALL(fstat(file.Get(), &status) == 0, "Can not open file");
+        const bool source = isSource && isSource({status.st_dev, status.st_ino});
+        errno = EINVAL;
+        ZYN_CHECK_OS_CALL(!source, "Can not open file");
+        ZYN_CHECK_OS_CALL(!S_ISREG(status.st_mode) || ftruncate(file.Get(), 0) == 0,
+                          "Can not open file");
+    }
+    file_ = file.Release();
 }
 
 TextFile::~TextFile() {

@@ -4,10 +4,10 @@
 #define ZYN_TRACEDATA_TEXTFILE_H
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "Support/FileIdentity.h"
 
@@ -19,9 +19,13 @@ class TextFile {
     // The most that one Prepare may ask for.
     static constexpr std::size_t kLargestPiece = 4096;
 
-    // sources: files that must not be overwritten. Throws CheckOSCall "Can not open file", also for
-    // a path that names one of the sources, which is then left as it is.
-    TextFile(const std::string& path, const std::vector<FileIdentity>& sources);
+    // Whether a file must not be overwritten, whatever it is called here.
+    using SourceTest = std::function<bool(const FileIdentity&)>;
+
+    // isSource: asked for a file that was there before; none: everything may be overwritten. Throws
+    // CheckOSCall "Can not open file", also for a path that names a source, which is then left as
+    // it is, and what isSource throws.
+    TextFile(const std::string& path, const SourceTest& isSource);
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;
     // Writes what is still held, so that after a failure elsewhere the file has every finished
@@ -39,8 +43,16 @@ class TextFile {
     // end: just after the last byte put at the place that Prepare returned.
     void Commit(const char* end) noexcept { used_ = static_cast<std::size_t>(end - buffer_.get()); }
 
+    // Whether the constructor made the file, which was not there before.
+    [[nodiscard]] bool IsNew() const noexcept { return new_; }
+
     // Throws CheckOSCall "Can not write file".
     void Write(std::string_view text);
+
+    // Writes what is held. To be called after a failure elsewhere, too: had nothing been held back,
+    // a write that fails now would have failed before that. Throws CheckOSCall "Can not write
+    // file".
+    void Flush() { WriteOut(used_); }
 
     // Writes what is left and closes the file. Throws CheckOSCall "Can not write file".
     void Close();
@@ -49,12 +61,14 @@ class TextFile {
     static constexpr std::size_t kBlockBytes = std::size_t{128} * 1024;
     static constexpr std::size_t kBufferBytes = kBlockBytes + kLargestPiece;
 
+    void Open(const std::string& path, const SourceTest& isSource);
     void WriteFullBlocks();
     void WriteOut(std::size_t count);
     bool WriteAll(const char* bytes, std::size_t count) noexcept;
 
     int file_ = -1;
     int failure_ = 0;
+    bool new_ = false;
     std::size_t used_ = 0;
     std::unique_ptr<char[]> buffer_;
 };

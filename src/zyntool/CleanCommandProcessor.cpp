@@ -9,25 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Support/ConfigPath.h"
 #include "Support/FileSystem.h"
-#include "Support/RuntimeInfo.h"
 #include "Support/ValidationException.h"
-#include "ZynConfigFileReader/ConfigProcessors.h"
-#include "ZynConfigFileReader/ZynConfigFileReader.h"
+#include "zyntool/ConfiguredLog.h"
 
 namespace {
-
-// The log path with its variables expanded; empty when the configuration names none.
-std::string ConfiguredLogPath() {
-    MyConfigProcessor processor;
-    ZynConfigFileReader<MyConfigProcessor> reader(processor);
-    reader.Read(ZynConfigPathPolicy());
-    if (processor.Destination().empty() && reader.Failure()) {
-        std::rethrow_exception(reader.Failure());
-    }
-    return CRuntimeInfo::FormatEnvironmentVariables(processor.Destination());
-}
 
 // Reads the next word, of which the first two characters tell whether it is an answer; the rest is
 // passed over, so that a word without an end needs no memory. At the end of the input the last
@@ -73,14 +59,18 @@ void DeleteLogFiles(const std::string& directory) {
 }  // namespace
 
 void CleanCommandProcessor::Process(CommandLineParser::CommandOptions& options) {
-    const std::string logPath = ConfiguredLogPath();
-    const std::string directory = logPath + '/';
+    ConfiguredLog log;
+    log.Read();
+    if (log.Failure()) {
+        std::rethrow_exception(log.Failure());
+    }
+    const std::string directory = log.Path() + '/';
     const bool forced = options.contains("F");
     if (!forced && !Confirmed(directory)) {
         return;
     }
     // Without a path the directory would be the root of the file system.
-    if (!logPath.empty()) {
+    if (!log.IsEmpty()) {
         DeleteLogFiles(directory);
     }
     if (!forced) {

@@ -1,18 +1,20 @@
 #include "zyntool/ExportCommandProcessor.h"
 
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstddef>
 #include <iostream>
 #include <optional>
+#include <set>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "MultiFileStream/MultiFileStream.h"
-#include "Support/ConfigPath.h"
 #include "Support/FileSystem.h"
-#include "Support/RuntimeInfo.h"
 #include "TraceData/ZynDataTextExporter.h"
-#include "ZynConfigFileReader/ConfigProcessors.h"
-#include "ZynConfigFileReader/ZynConfigFileReader.h"
+#include "zyntool/ConfiguredLog.h"
 
 namespace {
 
@@ -28,13 +30,6 @@ std::string WithoutExtension(const std::string& name) {
                                               : name.substr(0, name.size() - kLogExtension.size());
 }
 
-std::string ConfiguredLogDirectory() {
-    MyConfigProcessor processor;
-    ZynConfigFileReader<MyConfigProcessor> reader(processor);
-    reader.Read(ZynConfigPathPolicy());
-    return CRuntimeInfo::FormatEnvironmentVariables(reader.LogPath());
-}
-
 std::optional<std::string> Find(const CommandLineParser::CommandOptions& options,
                                 const std::string& name) {
     const auto found = options.find(name);
@@ -45,14 +40,65 @@ std::string ValueOr(const std::optional<std::string>& value, const std::string& 
     return value && !value->empty() ? *value : fallback;
 }
 
+// The logs of a directory that are exported one by one: none of them may be overwritten by the text
+// of another one.
+class LogsOfOneRun {
+  public:
+    explicit LogsOfOneRun(std::string directory)
+        : directory_(std::move(directory)), listing_(directory_, "zynlog-", ".txt") {}
+
+    DirectoryListing& Listing() noexcept { return listing_; }
+
+    // Looked up only when it is asked for, and anew when the directory has changed. Files that have
+    // been there before stay known: a rotation gives them other names.
+    bool Contain(const FileIdentity& file) {
+        const std::vector<std::string>& names = listing_.Names();
+        if (known_ != listing_.Readings()) {
+            known_ = listing_.Readings();
+            for (const std::string& name : names) {
+                struct stat status {};
+                if (stat((directory_ + "/" + name).c_str(), &status) == 0) {
+                    identities_.insert({status.st_dev, status.st_ino});
+                }
+            }
+        }
+        return identities_.contains(file);
+    }
+
+  private:
+    std::string directory_;
+    DirectoryListing listing_;
+    std::set<FileIdentity> identities_;
+    std::uint64_t known_ = 0;
+};
+
+bool HasFile(const LogStream& stream, const FileIdentity& file) {
+    const std::vector<FileIdentity>& files = stream.Identities();
+    return std::find(files.begin(), files.end(), file) != files.end();
+}
+
+std::uint64_t ExportInto(TextFile& file, LogStream& stream, const std::string& separator,
+                         bool progress) {
+    ProgressDisplay display(progress ? &std::cerr : nullptr);
+    std::uint64_t records = 0;
+    try {
+        records = ZynDataTextExporter::Export(stream, file, separator, display);
+    } catch (...) {
+        // The text before the failure is still held, and may not fit the disk either: that came
+        // first.
+        file.Flush();
+        throw;
+    }
+    file.Close();
+    return records;
+}
+
 // The stream's files are open before the destination is touched.
 std::uint64_t ExportStream(LogStream& stream, const std::string& destination,
                            const std::string& separator, bool progress) {
-    TextFile file(destination, stream.Identities());
-    ProgressDisplay display(progress ? &std::cerr : nullptr);
-    const std::uint64_t records = ZynDataTextExporter::Export(stream, file, separator, display);
-    file.Close();
-    return records;
+    TextFile file(destination,
+                  [&stream](const FileIdentity& there) { return HasFile(stream, there); });
+    return ExportInto(file, stream, separator, progress);
 }
 
 // The file and the files that continue it: those whose names extend its base name.
@@ -62,7 +108,7 @@ void ExportOneSource(const std::string& path, const std::optional<std::string>& 
     const bool bare = slash == std::string::npos;
     const std::string name = bare ? path : path.substr(slash + 1);
     ZynExportFromDirectoryToSingleFile(
-        {bare ? "./" : path.substr(0, slash), WithoutExtension(name), std::string(kLogExtension)},
+        bare ? "./" : path.substr(0, slash), WithoutExtension(name), std::string(kLogExtension),
         ValueOr(destination, kExportPrefix + name), separator, progress);
 }
 
@@ -81,16 +127,20 @@ void ExportCommandProcessor::Process(CommandLineParser::CommandOptions& options)
         ExportOneSource(*source, file, separator, progress);
         return;
     }
-    const std::string logs = directory ? *directory : ConfiguredLogDirectory();
+    ConfiguredLog configured;
+    if (!directory) {
+        configured.Read();
+    }
+    const std::string& logs = directory ? *directory : configured.Path();
     // No configuration means no files, whereas an empty directory name would mean the root.
-    const bool nothing = !directory && logs.empty();
+    const bool nothing = !directory && configured.IsEmpty();
     if (file && !multiple) {
         const std::string destination = ValueOr(file, "zynexport.txt");
         if (nothing) {
             LogStream stream;
             ExportStream(stream, destination, separator, progress);
         } else {
-            ZynExportFromDirectoryToSingleFile({logs, "zynlog-", "txt"}, destination, separator,
+            ZynExportFromDirectoryToSingleFile(logs, "zynlog-", "txt", destination, separator,
                                                progress);
         }
     } else if (!nothing) {
@@ -98,18 +148,20 @@ void ExportCommandProcessor::Process(CommandLineParser::CommandOptions& options)
     }
 }
 
-std::uint64_t ZynExportFromDirectoryToSingleFile(const LogFileSelection& source,
+std::uint64_t ZynExportFromDirectoryToSingleFile(const std::string& directory,
+                                                 const std::string& prefix, const std::string& part,
                                                  const std::string& destination,
                                                  const std::string& separator, bool progress) {
     LogStream stream;
-    stream.GetAllLogFiles(source.directory, source.prefix, source.part, kLogFormat);
+    stream.GetAllLogFiles(directory, prefix, part, kLogFormat);
     return ExportStream(stream, destination, separator, progress);
 }
 
 std::uint64_t ZynExportFromDirectoryToMultipleFiles(const std::string& directory,
                                                     const std::string& destinationDirectory,
                                                     const std::string& separator, bool progress) {
-    DirectoryListing listing(directory, "zynlog-", std::string(kLogExtension));
+    LogsOfOneRun logs(directory);
+    DirectoryListing& listing = logs.Listing();
     const std::vector<std::string> names = listing.Names();
     std::uint64_t records = 0;
     for (const std::string& name : names) {
@@ -118,7 +170,15 @@ std::uint64_t ZynExportFromDirectoryToMultipleFiles(const std::string& directory
         destination.append("/").append(kExportPrefix).append(base).append(kLogExtension);
         LogStream stream;
         stream.OpenLogFiles(directory, listing.NamesWithPrefix(base), kLogFormat);
-        records += ExportStream(stream, destination, separator, progress);
+        // Text files in the log directory itself change it, but not what is listed there.
+        const bool current = listing.IsCurrent();
+        TextFile file(destination, [&](const FileIdentity& there) {
+            return HasFile(stream, there) || logs.Contain(there);
+        });
+        if (current && file.IsNew()) {
+            listing.TakeOwnChange();
+        }
+        records += ExportInto(file, stream, separator, progress);
     }
     return records;
 }

@@ -15,24 +15,19 @@ class ExportCommandProcessor final : public CommandLineParser::CommandProcessor 
     void Process(CommandLineParser::CommandOptions& options) override;
 };
 
-// Which log files of a directory are meant: names that begin with prefix and contain part.
-struct LogFileSelection {
-    std::string directory;
-    std::string prefix;
-    std::string part;
-};
-
-// Exports the selected files, read as one stream, into one text file; returns the number of
-// records. progress: draw on standard error. The files are listed and opened before the destination
-// is touched. Throws what MultiFileInputStream, TextFile and ZynDataTextExporter throw; the
-// destination then has every line before the failure.
-std::uint64_t ZynExportFromDirectoryToSingleFile(const LogFileSelection& source,
+// Exports the files of a directory whose names begin with prefix and contain part, read as one
+// stream, into one text file; returns the number of records. progress: draw on standard error. The
+// files are listed and opened before the destination is touched; a destination that is one of them
+// is refused, also when it is one that is not read. Throws what MultiFileInputStream, TextFile and
+// ZynDataTextExporter throw; the destination then has every line before the failure.
+std::uint64_t ZynExportFromDirectoryToSingleFile(const std::string& directory,
+                                                 const std::string& prefix, const std::string& part,
                                                  const std::string& destination,
                                                  const std::string& separator, bool progress);
 
 // Exports each log file "zynlog-...txt" of a directory into "EXPORT-<name>" of its own in the
 // destination directory; returns the number of records of all. The first failure ends it; finished
-// files stay.
+// files stay. No file of any of these logs is overwritten.
 std::uint64_t ZynExportFromDirectoryToMultipleFiles(const std::string& directory,
                                                     const std::string& destinationDirectory,
                                                     const std::string& separator, bool progress);

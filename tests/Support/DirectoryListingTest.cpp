@@ -83,6 +83,39 @@ TEST_F(DirectoryListingTest, PrefixSelectsTheFileAndThoseThatExtendItsName) {
     EXPECT_TRUE(listing_.NamesWithPrefix("zynlog-3").empty());
 }
 
+TEST_F(DirectoryListingTest, OwnChangeNeedsNoReading) {
+    Make("zynlog-1.txt");
+    EXPECT_FALSE(listing_.IsCurrent()) << "never read";
+    SetTime(1000);
+    EXPECT_EQ(listing_.Names(), Names{"zynlog-1.txt"});
+    EXPECT_TRUE(listing_.IsCurrent());
+    Make("own.txt");
+    SetTime(2000);
+    EXPECT_FALSE(listing_.IsCurrent());
+    listing_.TakeOwnChange();
+    EXPECT_TRUE(listing_.IsCurrent());
+    EXPECT_EQ(listing_.Names(), Names{"zynlog-1.txt"});
+    EXPECT_EQ(listing_.Readings(), 1U);
+    Make("zynlog-2.txt");
+    SetTime(3000);
+    EXPECT_EQ(listing_.Names(), (Names{"zynlog-1.txt", "zynlog-2.txt"}));
+    EXPECT_EQ(listing_.Readings(), 2U);
+}
+
+TEST_F(DirectoryListingTest, ReadingThatBrokeOffLaterIsNotTakenForWhole) {
+    Make("zynlog-1.txt");
+    SetTime(1000);
+    EXPECT_EQ(listing_.Names(), Names{"zynlog-1.txt"});
+    Make("zynlog-2.txt");
+    SetTime(2000);
+    {
+        const LibcFault fault(LibcCall::kReaddir, EIO);
+        EXPECT_NE(FailureTextOf([this] { listing_.Names(); }), "");
+    }
+    EXPECT_FALSE(listing_.IsCurrent());
+    EXPECT_EQ(listing_.Names(), (Names{"zynlog-1.txt", "zynlog-2.txt"}));
+}
+
 TEST(DirectoryListingMissingTest, DirectoryThatDoesNotExistHasNoNames) {
     const TempDirectory parent;
     DirectoryListing listing(parent / "none", "zynlog-", "txt");

@@ -208,7 +208,7 @@ class DamageSweepTest : public testing::Test {
         try {
             LogStream stream;
             stream.GetAllLogFiles(directory_ / "logs", "zynlog-", "txt", "binary");
-            TextFile text(path, stream.Identities());
+            TextFile text(path, {});
             ProgressDisplay none(nullptr);
             ZynDataTextExporter::Export(stream, text, separator, none, FixedClock);
             text.Close();

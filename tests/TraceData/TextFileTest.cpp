@@ -25,9 +25,8 @@ FileIdentity IdentityOf(const std::string& path) {
     return {status.st_dev, status.st_ino};
 }
 
-std::string CreationFailure(const std::string& path,
-                            const std::vector<FileIdentity>& sources = {}) {
-    return FailureOf([&] { const TextFile file(path, sources); }).text;
+std::string CreationFailure(const std::string& path, const TextFile::SourceTest& isSource = {}) {
+    return FailureOf([&] { const TextFile file(path, isSource); }).text;
 }
 
 class TextFileTest : public testing::Test {
@@ -102,13 +101,42 @@ TEST_F(TextFileTest, SourceIsRefusedAndLeftAsItIs) {
     WriteFile(directory_ / "other", "another");
     ASSERT_EQ(link(path_.c_str(), (directory_ / "hard").c_str()), 0);
     ASSERT_EQ(symlink("out.txt", (directory_ / "soft").c_str()), 0);
-    const std::vector<FileIdentity> sources{IdentityOf(directory_ / "other"), IdentityOf(path_)};
+    const FileIdentity source = IdentityOf(path_);
+    const auto isSource = [&source](const FileIdentity& file) { return file == source; };
+    EXPECT_EQ(CreationFailure(directory_ / "other", isSource), "<nothing was raised>");
     for (const std::string& name : {path_, directory_ / "hard", directory_ / "soft"}) {
-        EXPECT_EQ(CreationFailure(name, sources),
+        EXPECT_EQ(CreationFailure(name, isSource),
                   "Can not open file [OS call failed:22(Invalid argument)]");
     }
     EXPECT_EQ(ReadFile(path_), "a log");
-    EXPECT_EQ(CreationFailure(directory_ / "new", sources), "<nothing was raised>");
+    EXPECT_EQ(CreationFailure(directory_ / "new", isSource), "<nothing was raised>");
+}
+
+TEST_F(TextFileTest, OnlyAFileThatWasThereBeforeIsLookedAt) {
+    unsigned looks = 0;
+    const auto isSource = [&looks](const FileIdentity& /*file*/) {
+        ++looks;
+        return false;
+    };
+    ASSERT_EQ(symlink("target", (directory_ / "dangling").c_str()), 0);
+    EXPECT_TRUE(TextFile(path_, isSource).IsNew());
+    EXPECT_EQ(looks, 0U);
+    EXPECT_FALSE(TextFile(path_, isSource).IsNew());
+    EXPECT_FALSE(TextFile(directory_ / "dangling", isSource).IsNew()) << "made elsewhere";
+    EXPECT_EQ(looks, 2U);
+    EXPECT_EQ(ReadFile(directory_ / "target"), "");
+}
+
+TEST_F(TextFileTest, FlushWritesWhatIsHeldOrTellsWhyNot) {
+    TextFile file(path_, {});
+    file.Write("one");
+    file.Flush();
+    EXPECT_EQ(ReadFile(path_), "one");
+    file.Write("two");
+    const LibcFault fault(LibcCall::kWrite, ENOSPC);
+    const std::string text = "Can not write file [OS call failed:28(No space left on device)]";
+    EXPECT_EQ(FailureOf([&] { file.Flush(); }).text, text);
+    EXPECT_EQ(FailureOf([&] { file.Flush(); }).text, text);
 }
 
 TEST_F(TextFileTest, FailureToLookAtTheFileIsAFailureToOpenIt) {
@@ -148,7 +176,7 @@ TEST_F(TextFileTest, FullDiskIsAnErrorWhenTheBufferIsFull) {
 }
 
 TEST_F(TextFileTest, FailureStaysForGood) {
-    std::optional<TextFile> file(std::in_place, path_, std::vector<FileIdentity>{});
+    std::optional<TextFile> file(std::in_place, path_, TextFile::SourceTest{});
     const std::string much(kMuch, 'x');
     {
         const LibcFault fault(LibcCall::kWrite, ENOSPC);

@@ -19,6 +19,7 @@ namespace {
 
 using testing::ElementsAre;
 
+const std::string kRefused = "Can not open file [OS call failed:22(Invalid argument)]";
 const std::string kDiskFull = "Can not write file [OS call failed:28(No space left on device)]";
 
 class ExportFailureTest : public ExportFixture {
@@ -118,11 +119,79 @@ TEST_F(ExportFailureTest, DestinationThatIsASourceIsRefusedUntouched) {
     ASSERT_EQ(link((logs_ + "/zynlog-2.txt").c_str(), (directory_ / "hard").c_str()), 0);
     ASSERT_EQ(symlink("logs/zynlog-1.txt", (directory_ / "soft").c_str()), 0);
     for (const char* name : {"logs/zynlog-1.txt", "logs/../logs/zynlog-2.txt", "hard", "soft"}) {
-        ExpectFailure({"-d", logs_, "-f", name},
-                      "Can not open file [OS call failed:22(Invalid argument)]");
+        ExpectFailure({"-d", logs_, "-f", name}, kRefused);
     }
     EXPECT_EQ(ReadFile(logs_ + "/zynlog-1.txt"), Log("one"));
     EXPECT_EQ(ReadFile(logs_ + "/zynlog-2.txt"), Log("two"));
+}
+
+TEST_F(ExportFailureTest, DestinationThatIsALogWithADamagedHeaderIsRefusedUntouched) {
+    std::string damaged = Log("one");
+    damaged[0] ^= 1;
+    Write("zynlog-1.txt", damaged);
+    Write("zynlog-2.txt", Log("two"));
+    for (const std::vector<std::string>& source :
+         {std::vector<std::string>{"-d", logs_},
+          std::vector<std::string>{"-s", "logs/zynlog-1.txt"}}) {
+        std::vector<std::string> arguments = source;
+        arguments.insert(arguments.end(), {"-f", "logs/zynlog-1.txt"});
+        ExpectFailure(arguments, kRefused);
+        EXPECT_EQ(ReadFile(logs_ + "/zynlog-1.txt"), damaged);
+    }
+    Write("EXPORT-zynlog-1.txt", "an older text");
+    ExpectFailure({"-s", "logs/zynlog-2.txt", "-f", "logs/zynlog-2.txt"}, kRefused);
+    ExportSilently({"-d", logs_, "-f", "logs/EXPORT-zynlog-1.txt"});
+    EXPECT_EQ(ReadFile(logs_ + "/EXPORT-zynlog-1.txt"), kColumns + Line("two"));
+}
+
+TEST_F(ExportFailureTest, DestinationThatIsAnotherLogOfTheRunIsRefusedUntouched) {
+    const std::string out = directory_.MakeDirectory("out");
+    Write("zynlog-1.txt", Log("one"));
+    Write("zynlog-2.txt", Log("two"));
+    // Left out, but listed.
+    Write("zynlog-3.txt", "x" + Log("three"));
+    Write("zynlog-4.txt", Log("four"));
+    const auto unchanged = ReadDirectory(logs_);
+    for (const char* target : {"zynlog-2.txt", "zynlog-3.txt", "zynlog-4.txt"}) {
+        for (const bool hard : {true, false}) {
+            const std::string name = out + "/EXPORT-zynlog-1.txt";
+            unlink(name.c_str());
+            const std::string log = logs_ + "/" + target;
+            ASSERT_EQ(hard ? link(log.c_str(), name.c_str()) : symlink(log.c_str(), name.c_str()),
+                      0);
+            ExpectFailure({"-d", logs_, "-m", out}, kRefused);
+            EXPECT_EQ(ReadDirectory(logs_), unchanged) << target;
+        }
+    }
+    // One that has been exported already.
+    unlink((out + "/EXPORT-zynlog-1.txt").c_str());
+    ASSERT_EQ(symlink("../logs/zynlog-1.txt", (out + "/EXPORT-zynlog-4.txt").c_str()), 0);
+    ExpectFailure({"-d", logs_, "-m", out}, kRefused);
+    EXPECT_EQ(ReadDirectory(logs_), unchanged);
+    EXPECT_EQ(ReadFile(out + "/EXPORT-zynlog-1.txt"), kColumns + Line("one"));
+}
+
+TEST_F(ExportFailureTest, LinkFromATextToAFileThatIsNoLogIsFollowed) {
+    Write("zynlog-1.txt", Log("one"));
+    WriteFile(directory_ / "old", std::string(5000, 'o'));
+    ASSERT_EQ(symlink("old", (directory_ / "EXPORT-zynlog-1.txt").c_str()), 0);
+    ExportSilently({"-d", logs_, "-m"});
+    EXPECT_EQ(Content("old"), kColumns + Line("one"));
+    ASSERT_EQ(symlink("made", (directory_ / "dangling").c_str()), 0);
+    ExportSilently({"-d", logs_, "-f", "dangling"});
+    EXPECT_EQ(Content("made"), kColumns + Line("one"));
+}
+
+// Into the log directory itself, too: what is made there is no log.
+TEST_F(ExportFailureTest, DirectoryIsListedOnceHoweverManyTextsAreMade) {
+    for (int i = 100; i < 160; ++i) {
+        Write("zynlog-" + std::to_string(i) + ".txt", Log(std::to_string(i)));
+    }
+    for (const std::string& target : {directory_.MakeDirectory("out"), logs_}) {
+        ProgramRun run = Run({"export", "-d", logs_, "-m", target, "-silent"});
+        EXPECT_EQ(CallsOf("opendir", run), 1U) << target;
+        EXPECT_EQ(ReadFile(target + "/EXPORT-zynlog-159.txt"), kColumns + Line("159"));
+    }
 }
 
 TEST_F(ExportFailureTest, FullDiskIsAnError) {
@@ -130,6 +199,24 @@ TEST_F(ExportFailureTest, FullDiskIsAnError) {
     ExpectFailure({"-d", logs_, "-f", "/dev/full"}, kDiskFull);
     ASSERT_EQ(symlink("/dev/full", (directory_ / "EXPORT-zynlog-1.txt").c_str()), 0);
     ExpectFailure({"-d", logs_, "-m"}, kDiskFull);
+}
+
+// With nothing held back, the text before the damage would have met the full disk first.
+TEST_F(ExportFailureTest, FullDiskBeforeTheDamageIsTheError) {
+    LogWriter log;
+    log.Block(Block("one")).Block(LogBlock().HeaderLength(41));
+    Write("zynlog-1.txt", log.File());
+    ExpectFailure({"-d", logs_, "-f", "/dev/full"}, kDiskFull);
+    ExpectFailure({"-s", "logs/zynlog-1.txt", "-f", "/dev/full"}, kDiskFull);
+    ASSERT_EQ(symlink("/dev/full", (directory_ / "EXPORT-zynlog-1.txt").c_str()), 0);
+    ExpectFailure({"-d", logs_, "-m"}, kDiskFull);
+    // A packet in the middle of a block.
+    LogBlock block;
+    block.Record(LogRecord(1).Time(0, 0).Message("one"));
+    block.Record(LogRecord(2).Packet(LogPacket(LogPacketCode::kString).Length(9)));
+    Write("zynlog-1.txt", LogWriter().Block(block).File());
+    ExpectFailure({"-d", logs_, "-f", "/dev/full"}, kDiskFull);
+    ExpectFailure({"-d", logs_, "-f", "out"}, "Bad logic:Insufficent data to read");
 }
 
 TEST_F(ExportFailureTest, FileSizeLimitIsAnErrorAndLeavesAPrefix) {

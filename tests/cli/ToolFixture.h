@@ -5,7 +5,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -52,6 +56,26 @@ class ToolFixture : public testing::Test {
         WriteConfiguration("<ZYNConfig trace='1'><Logfile path='" + path +
                            "' size='1' maxbackups='1' preserve_size='1' "
                            "preserve_maxbackups='1'/><Global/></ZYNConfig>");
+    }
+
+    // How often the program calls a function of the C library (testing/faults/LibcCalls.h) in a
+    // run, which must succeed.
+    std::size_t CallsOf(const std::string& function, ProgramRun run) const {
+        const std::string hits = directory_ / "hits";
+        for (const std::string& setting :
+             {"CALL=" + function, "LOG=" + hits, std::string("FIRST=1"), std::string("COUNT=all"),
+              std::string("ACTION=0")}) {
+            run.environment.push_back("ZYN_FAULT_" + setting);
+        }
+        run.preloadLibrary = ZYN_FAULT_PRELOAD;
+        std::error_code ignored;
+        std::filesystem::remove(hits, ignored);
+        EXPECT_EQ(Finish(run).status, 0);
+        if (!std::filesystem::exists(hits)) {
+            return 0;
+        }
+        const std::string lines = ReadFile(hits);
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), '\n'));
     }
 
     // In the private directory.
