@@ -12,10 +12,11 @@
 #include <string_view>
 #include <vector>
 
-#include "MultiFileStream/MultiFileStream.h"
+#include "LogReading/LogFiles.h"
 #include "TraceData/LegacyZynRecord.h"
 #include "TraceData/ReOrderer.h"
-#include "TraceData/TracePacket.h"
+#include "TraceData/RecordDecoder.h"
+#include "TraceData/RecordSplitter.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/Files.h"
@@ -30,38 +31,13 @@ std::string RecordPackets() {
     record.Time(1'700'000'000, 123).Tid(3075808112).Pid(31002);
     record.Module("PacketFilter").Client("retry-queue").Label("Detail").Message(kMessage);
     std::string bytes = record.Data();
-    bytes.append(LegacyZynRecord::kReadSlack, '\0');
+    bytes.append(kReadSlack, '\0');
     return bytes;
 }
 
-// Takes values and does nothing with them.
-struct ValueSink {
-    void OnRead(std::string_view text, std::uint16_t id) {
-        benchmark::DoNotOptimize(text.data());
-        benchmark::DoNotOptimize(id);
-    }
-    void OnThread(std::uint32_t value) { benchmark::DoNotOptimize(value); }
-    void OnProcess(std::uint32_t value) { benchmark::DoNotOptimize(value); }
-    void OnTime(std::uint32_t seconds, std::uint16_t milliseconds) {
-        benchmark::DoNotOptimize(seconds);
-        benchmark::DoNotOptimize(milliseconds);
-    }
-    void OnControl(std::uint32_t code, std::uint32_t process) {
-        benchmark::DoNotOptimize(code);
-        benchmark::DoNotOptimize(process);
-    }
-};
-
-using MemoryReader = BufferedInputStream<ReadableMemoryBuffer>;
-
-MemoryReader ReaderOver(const std::string& padded) {
-    return MemoryReader(ReadableMemoryBuffer(
-        padded.data(), static_cast<std::uint32_t>(padded.size() - LegacyZynRecord::kReadSlack)));
-}
-
-void DecodeUsualRecord(benchmark::State& state) {
+void DecodePlainRecord(benchmark::State& state) {
     const std::string bytes = RecordPackets();
-    const auto length = static_cast<std::uint32_t>(bytes.size() - LegacyZynRecord::kReadSlack);
+    const auto length = static_cast<std::uint32_t>(bytes.size() - kReadSlack);
     for (auto _ : state) {
         RecordValues values;
         benchmark::DoNotOptimize(ReadUsualRecord(bytes.data(), length, values));
@@ -69,16 +45,14 @@ void DecodeUsualRecord(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(DecodeUsualRecord);
+BENCHMARK(DecodePlainRecord);
 
 void DecodePacketByPacket(benchmark::State& state) {
     const std::string bytes = RecordPackets();
-    ValueSink sink;
+    const auto length = static_cast<std::uint32_t>(bytes.size() - kReadSlack);
+    RecordDecoder decoder;
     for (auto _ : state) {
-        TracePacketReader<MemoryReader, ValueSink> packets(ReaderOver(bytes), sink);
-        while (!packets.AtEnd()) {
-            packets.Process();
-        }
+        benchmark::DoNotOptimize(&decoder.Decode(bytes.data(), length));
     }
     state.SetItemsProcessed(state.iterations());
 }
@@ -89,7 +63,7 @@ class RenderedValues {
   public:
     RenderedValues() {
         for (std::string* text : {&module_, &client_, &label_, &message_}) {
-            text->append(LegacyZynRecord::kReadSlack, ' ');
+            text->append(kReadSlack, ' ');
         }
         values_.process = 31002;
         values_.thread = 3075808112;
@@ -107,7 +81,7 @@ class RenderedValues {
 
   private:
     static std::string_view View(const std::string& padded) {
-        return std::string_view(padded).substr(0, padded.size() - LegacyZynRecord::kReadSlack);
+        return std::string_view(padded).substr(0, padded.size() - kReadSlack);
     }
 
     std::string module_ = "PacketFilter";
@@ -118,7 +92,7 @@ class RenderedValues {
     std::uint32_t count_ = 0;
 };
 
-void RenderUsualRecord(benchmark::State& state) {
+void RenderPlainRecord(benchmark::State& state) {
     RenderedValues values;
     TextFile file("/dev/null", {});
     LegacyZynRecord record(" ");
@@ -127,27 +101,21 @@ void RenderUsualRecord(benchmark::State& state) {
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(RenderUsualRecord);
+BENCHMARK(RenderPlainRecord);
 
-void RenderValueByValue(benchmark::State& state) {
-    RenderedValues rendered;
+void RenderDecodedRecord(benchmark::State& state) {
+    RenderedValues values;
     TextFile file("/dev/null", {});
-    LegacyZynRecord record(" ");
+    LegacyZynRecord writer(" ");
+    DecodedRecord record;
+    record.parts = DecodedRecord::kTime;
     for (auto _ : state) {
-        const RecordValues& values = rendered.Next();
-        record.Reset();
-        record.SetTime(values.seconds, values.milliseconds);
-        record.SetProcess(values.process);
-        record.SetThread(values.thread);
-        record.SetName(RecordValues::kModule, values.names[RecordValues::kModule]);
-        record.SetName(RecordValues::kClient, values.names[RecordValues::kClient]);
-        record.SetName(RecordValues::kLabel, values.names[RecordValues::kLabel]);
-        record.AddMessage(values.message);
-        record >> file;
+        record.values = values.Next();
+        writer.Write(record, file);
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(RenderValueByValue);
+BENCHMARK(RenderDecodedRecord);
 
 struct RecordSink {
     void ProcessRecord(const TraceRecordReader& record) {
@@ -205,8 +173,8 @@ void ReadLog(benchmark::State& state) {
                   ZynBinaryFileOutputSupport::GetHeader() + std::string(kFileBytes, 'x'));
     }
     for (auto _ : state) {
-        MultiFileInputStream<ZynBinaryFileOutputSupport, 256U> stream;
-        stream.GetAllLogFiles(directory.Path(), "zynlog-", "txt", "binary");
+        LogStream stream;
+        stream.GetAllLogFiles(directory.Path(), kLogPrefix, kLogPart, kLogFormat);
         while (stream.Remaining() >= block.size()) {
             benchmark::DoNotOptimize(stream.View(static_cast<std::uint32_t>(block.size())));
         }

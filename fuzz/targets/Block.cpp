@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <string>
 
+#include "LogReading/LogFiles.h"
 #include "Support/ValidationException.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
@@ -12,8 +13,7 @@ namespace {
 // that of a large block.
 class MemoryLog {
   public:
-    MemoryLog(std::string_view log, bool inPlace)
-        : bytes_(log, LegacyZynRecord::kReadSlack), inPlace_(inPlace) {}
+    MemoryLog(std::string_view log, bool inPlace) : bytes_(log, kReadSlack), inPlace_(inPlace) {}
 
     void read(char* buffer, unsigned int count) { std::memcpy(buffer, Take(count), count); }
     const char* View(std::uint32_t count) {

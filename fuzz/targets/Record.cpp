@@ -1,17 +1,16 @@
-// The packets of one record: what the road for usual records and the general road tell, and the
-// lines made of it.
+// The packets of one record: what the fast path and the general path read, and the lines made of
+// it.
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "MemoryStream/MemoryStream.h"
+#include "TraceData/BuiltInTracePackets.h"
+#include "TraceData/RecordDecoder.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
 
 namespace {
-
-using MemoryReader = BufferedInputStream<ReadableMemoryBuffer>;
 
 class Listener {
   public:
@@ -33,10 +32,18 @@ class Listener {
     std::vector<ModelValue> values_;
 };
 
-template <typename Client>
-TracePacketReader<MemoryReader, Client> ReaderOf(const PlacedBytes& bytes, Client& client) {
-    const ReadableMemoryBuffer buffer(bytes.Data(), static_cast<std::uint32_t>(bytes.Size()));
-    return TracePacketReader<MemoryReader, Client>(MemoryReader(buffer), client);
+std::uint32_t SizeOf(const PlacedBytes& bytes) { return static_cast<std::uint32_t>(bytes.Size()); }
+
+// Hands the packets to the listener; raises the damage.
+void ReadPackets(const PlacedBytes& bytes, Listener& listener) {
+    TracePacketReader packets(bytes.Data(), SizeOf(bytes));
+    TracePacket packet;
+    while (packets.Next(packet)) {
+        TellMeaning(packet, listener);
+    }
+    if (packets.FoundDamage() != Damage::kNone) {
+        RaiseDamage(packets.FoundDamage());
+    }
 }
 
 // What a usual record tells, in the order of its packets.
@@ -60,21 +67,21 @@ std::vector<ModelValue> ValuesOf(const RecordValues& usual) {
 void CheckValues(const LogCase& record, const ModelRecord& expected) {
     const PlacedBytes bytes(record.log, 0);
     Listener general;
-    const std::string failure = FailureOf([&] { ReaderOf(bytes, general).ProcessAll(); });
-    RequireEqual(failure, expected.failure, "the general road fails differently");
-    Require(general.Values() == expected.values, "the general road reads other values");
+    const std::string failure = FailureOf([&] { ReadPackets(bytes, general); });
+    RequireEqual(failure, expected.failure, "the general path fails differently");
+    Require(general.Values() == expected.values, "the general path reads other values");
     RecordValues usual;
     if (ReadUsualRecord(bytes.Data(), static_cast<std::uint32_t>(bytes.Size()), usual)) {
-        RequireEqual(std::string(), expected.failure, "the usual road misses a failure");
-        Require(ValuesOf(usual) == expected.values, "the usual road reads other values");
+        RequireEqual(std::string(), expected.failure, "the fast path misses a failure");
+        Require(ValuesOf(usual) == expected.values, "the fast path reads other values");
     }
 }
 
-// Renders the record on each road that it can take, and again with its time a step later, which
+// Renders the record on each path that it can take, and again with its time a step later, which
 // finds the calendar text of the first time still at hand.
 void CheckLines(const LogCase& record, const ModelRecord& expected) {
     static const MemoryFile memory;
-    const PlacedBytes bytes(record.log, LegacyZynRecord::kReadSlack);
+    const PlacedBytes bytes(record.log, kReadSlack);
     const std::uint32_t later =
         kFuzzNow.seconds + (record.words[0] | std::uint32_t{record.words[1]} << 16U);
     std::string expectedLines;
@@ -89,21 +96,20 @@ void CheckLines(const LogCase& record, const ModelRecord& expected) {
             }
             expectedLines += ModelLine(values, record.separator, kFuzzNow);
         };
+        RecordDecoder decoder;
         for (const bool isLater : {false, true}) {
-            client.OnRecordBegin();
-            ReaderOf(bytes, client).ProcessAll();
+            DecodedRecord decoded = decoder.Decode(bytes.Data(), SizeOf(bytes));
+            RecordValues values;
+            const bool fast = ReadUsualRecord(bytes.Data(), SizeOf(bytes), values);
             if (isLater) {
-                client.OnTime(later, record.words[2]);
+                decoded.parts |= DecodedRecord::kTime;
+                decoded.values.seconds = values.seconds = later;
+                decoded.values.milliseconds = values.milliseconds = record.words[2];
             }
-            client.OnRecordEnd();
+            client.OnRecord(decoded);
             expectLine(isLater);
-            RecordValues usual;
-            if (ReadUsualRecord(bytes.Data(), static_cast<std::uint32_t>(bytes.Size()), usual)) {
-                if (isLater) {
-                    usual.seconds = later;
-                    usual.milliseconds = record.words[2];
-                }
-                client.OnUsualRecord(usual);
+            if (fast) {
+                client.OnValues(values);
                 expectLine(isLater);
             }
         }

@@ -5,14 +5,12 @@
 #include <string>
 #include <vector>
 
-#include "MultiFileStream/MultiFileStream.h"
+#include "LogReading/LogFiles.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
 #include "testing/process/Files.h"
 
 namespace {
-
-using LogStream = MultiFileInputStream<ZynBinaryFileOutputSupport, 256U>;
 
 struct Exported {
     std::string text;
@@ -26,10 +24,11 @@ Exported Export(const std::string& directory, const LogCase& log) {
     Exported exported;
     exported.failure = FailureOf([&] {
         LogStream stream;
-        stream.GetAllLogFiles(directory, "zynlog-", "txt", "binary");
+        stream.GetAllLogFiles(directory, kLogPrefix, kLogPart, kLogFormat);
         TextFile file(memory.Path(), {});
         ProgressDisplay progress(nullptr);
-        ZynDataTextExporter::Export(stream, file, log.separator, progress, FuzzNowMs);
+        ZynDataTextExporter::Export<kReorderLimit>(stream, file, log.separator, progress,
+                                                   FuzzNowMs);
         file.Close();
     });
     exported.text = memory.Content();

@@ -20,6 +20,10 @@
 #include "Support/LoadStore.h"
 #include "Support/ValidationException.h"
 
+// Bytes that can be read, whatever their value, behind every text that lies in a buffer of a log's
+// bytes: short texts are copied in fixed sizes. Who fills such a buffer leaves room for them.
+inline constexpr std::size_t kReadSlack = 64;
+
 // A string of at most N characters, any byte allowed, always followed by a NUL. What does not fit
 // is cut silently.
 template <std::uint32_t N, std::uint32_t Storage = N + 1>
@@ -127,6 +131,12 @@ class ReadableMemoryBuffer {
     std::uint32_t size_;
 };
 
+// Throws CheckLogic "Insufficent data to read", for readers that have found out by themselves.
+[[noreturn, gnu::cold]] inline void RaiseInsufficientData() {
+    ZYN_CHECK_LOGIC(false, "Insufficent data to read");
+    __builtin_unreachable();
+}
+
 // A reader over bytes in memory. Every read checks that its bytes lie inside the buffer, else
 // throws CheckLogic "Insufficent data to read" and leaves the position where it was.
 template <typename Buffer>
@@ -144,7 +154,9 @@ class BufferedInputStream {
 
     // The next count bytes in place, and on past them.
     const char* View(std::uint32_t count) {
-        ZYN_CHECK_LOGIC(count <= Remaining(), "Insufficent data to read");
+        if (count > Remaining()) [[unlikely]] {
+            RaiseInsufficientData();
+        }
         const char* bytes = next_;
         next_ += count;
         return bytes;

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "MemoryStream/MemoryStream.h"
 #include "MultiFileStream/DescriptorBudget.h"
 #include "Support/FileDescriptor.h"
 #include "Support/FileIdentity.h"
@@ -51,8 +52,6 @@ template <FileOutputSupport Support, unsigned int HeaderSize>
 class MultiFileInputStream {
   public:
     static constexpr std::size_t kBufferBytes = std::size_t{256} * 1024;
-    // Bytes that can be read, whatever their value, after those that View returned.
-    static constexpr std::size_t kReadSlack = 64;
 
     // One file of the log, from its listing until its data is used up.
     class FileToBeRead {
@@ -115,8 +114,9 @@ class MultiFileInputStream {
     // more files available for read", and what FileToBeRead::Read throws.
     void read(char* buffer, unsigned int count);
 
-    // The next count bytes in place, valid until the next read or View; nullptr when they are too
-    // many for the stream's buffer, and nothing is read then. Throws as read does.
+    // The next count bytes in place, kReadSlack readable ones behind them, valid until the next
+    // read or View; nullptr when they are too many for the stream's buffer, and nothing is read
+    // then. Throws as read does.
     const char* View(std::uint32_t count);
 
     [[nodiscard]] std::uint64_t BytesRead() const noexcept { return bytesRead_; }

@@ -1,69 +1,77 @@
 // The packets that carry meaning for this program: thread and process numbers, the record time,
-// control messages and strings. Included by TracePacket.h.
+// control messages and strings.
 #ifndef ZYN_TRACEDATA_BUILTINTRACEPACKETS_H
 #define ZYN_TRACEDATA_BUILTINTRACEPACKETS_H
 
-#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
 #include "Support/LoadStore.h"
-#include "Support/ValidationException.h"
 #include "TraceData/PacketIds.h"
 #include "TraceData/TracePacket.h"
 
-template <PacketSource Stream, PacketClient Client>
-inline void TracePacketReader<Stream, Client>::OnDoubleWord(std::uint16_t id, std::uint32_t value) {
-    if (id == kThreadPacketId) {
-        client_.OnThread(value);
-    } else if (id == kProcessPacketId) {
-        client_.OnProcess(value);
-    }
-}
+// Who takes the values that packets carry. The bytes of a string are valid as long as the record
+// is.
+template <typename T>
+concept PacketClient = requires(T client, std::string_view text, std::uint32_t value,
+                                std::uint16_t milliseconds, std::uint16_t id) {
+    client.OnRead(text, id);
+    client.OnThread(value);
+    client.OnProcess(value);
+    client.OnTime(value, milliseconds);
+    client.OnControl(value, value);
+};
 
-template <PacketSource Stream, PacketClient Client>
-inline void TracePacketReader<Stream, Client>::OnString(std::uint16_t id, std::uint32_t length) {
-    client_.OnRead(std::string_view(stream_.View(length), length), id);
-}
-
-template <PacketSource Stream, PacketClient Client>
-inline void TracePacketReader<Stream, Client>::ReadDoubleWord(const PacketHead& head) {
-    CheckPacketLength(head, sizeof(std::uint32_t));
-    const auto value = LoadLittleEndian<std::uint32_t>(stream_.View(sizeof(std::uint32_t)));
-    if (!head.HasValueFlag()) {
-        OnDoubleWord(head.id, value);
+// The first two words of a binary packet, all that is shown of it. A writer of an older version may
+// leave out trailing ones, of which the missing bytes count as 0.
+struct PacketWords {
+    explicit PacketWords(const TracePacket& packet) noexcept {
+        const char* bytes = packet.payload;
+        std::array<char, 2 * sizeof(std::uint32_t)> padded{};
+        if (packet.head.length < padded.size()) {
+            std::memcpy(padded.data(), bytes, packet.head.length);
+            bytes = padded.data();
+        }
+        first = LoadLittleEndian<std::uint32_t>(bytes);
+        second = LoadLittleEndian<std::uint32_t>(bytes + sizeof first);
     }
-}
 
-template <PacketSource Stream, PacketClient Client>
-inline void TracePacketReader<Stream, Client>::ReadString(const PacketHead& head) {
-    ZYN_CHECK_LOGIC(head.Type() == PacketType::kString, "Not a trace packet with string data type");
-    OnString(head.id, head.length);
-}
+    std::uint32_t first;
+    std::uint32_t second;
+};
 
-template <PacketSource Stream, PacketClient Client>
-inline void TracePacketReader<Stream, Client>::ReadBinary(std::uint32_t length, std::uint16_t id) {
-    const char* payload = stream_.View(length);
-    if (id != kTimePacketId && id != kControlPacketId) {
-        return;
-    }
-    // A writer of an older version may leave out trailing words: they count as 0.
-    std::array<char, kTimePacketBytes> padded;
-    if (length < kTimePacketBytes) {
-        padded.fill(0);
-        const std::uint32_t meaningful =
-            id == kTimePacketId ? kTimePacketBytes : kControlPacketBytes;
-        std::memcpy(padded.data(), payload, std::min(length, meaningful));
-        payload = padded.data();
-    }
-    const auto first = LoadLittleEndian<std::uint32_t>(payload);
-    const auto second = LoadLittleEndian<std::uint32_t>(payload + 4);
-    if (id == kTimePacketId) {
-        client_.OnTime(first, static_cast<std::uint16_t>(second));
-    } else {
-        client_.OnControl(first, second);
+// Tells the client what a packet means. Unknown ids and types mean nothing: a newer service may
+// write more than this tool knows.
+template <PacketClient Client>
+inline void TellMeaning(const TracePacket& packet, Client& client) {
+    const PacketHead& head = packet.head;
+    switch (head.Type()) {
+        case PacketType::kString:
+            client.OnRead(std::string_view(packet.payload, head.length), head.id);
+            return;
+        case PacketType::kDoubleWord:
+            if (head.HasValueFlag()) {
+                return;
+            }
+            if (head.id == kThreadPacketId) {
+                client.OnThread(LoadLittleEndian<std::uint32_t>(packet.payload));
+            } else if (head.id == kProcessPacketId) {
+                client.OnProcess(LoadLittleEndian<std::uint32_t>(packet.payload));
+            }
+            return;
+        case PacketType::kBinary:
+            if (head.id == kTimePacketId) {
+                const PacketWords words(packet);
+                client.OnTime(words.first, static_cast<std::uint16_t>(words.second));
+            } else if (head.id == kControlPacketId) {
+                const PacketWords words(packet);
+                client.OnControl(words.first, words.second);
+            }
+            return;
+        default:
+            return;
     }
 }
 

@@ -1,11 +1,7 @@
 #include "TraceData/LegacyZynRecord.h"
 
-#include <array>
+#include <cstddef>
 #include <ctime>
-#include <utility>
-
-#include "TraceData/Digits.h"
-#include "TraceData/PacketIds.h"
 
 std::uint64_t CurrentTimeMs() {
     std::timespec now{};
@@ -14,84 +10,69 @@ std::uint64_t CurrentTimeMs() {
            static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000;
 }
 
-void LegacyZynRecord::AddMessage(std::string_view text) noexcept {
-    if (text.find('\n') != std::string_view::npos) {
-        AddLines(text);
-    } else if (values_.message.empty()) {
-        values_.message = text.substr(0, kLongestMessage);
+void LegacyZynRecord::AddToMessage(std::string_view text) noexcept {
+    if (text.find('\n') == std::string_view::npos) {
+        message_.Append(text);
     } else {
-        AppendToMessage(text);
+        AddLines(text);
     }
-}
-
-// Moves a message that is still a view of its packet into the record's own text.
-void LegacyZynRecord::HoldMessage() noexcept {
-    if (values_.message.data() != messageText_.CStr()) {
-        messageText_.Assign(values_.message);
-        values_.message = messageText_.View();
-    }
-}
-
-void LegacyZynRecord::AppendToMessage(std::string_view text) noexcept {
-    HoldMessage();
-    messageText_.Append(text);
-    values_.message = messageText_.View();
 }
 
 void LegacyZynRecord::AddLines(std::string_view text) noexcept {
-    HoldMessage();
-    for (bool first = true; !messageText_.Full(); first = false) {
+    for (bool first = true; !message_.Full(); first = false) {
         const std::size_t lineFeed = text.find('\n');
         if (lineFeed == std::string_view::npos) {
             break;
         }
         if (!first) {
-            messageText_.Append('\n');
-            messageText_.Append(continuation_);
+            message_.Append('\n');
+            message_.Append(continuation_);
         }
-        messageText_.Append(text.substr(0, lineFeed));
+        message_.Append(text.substr(0, lineFeed));
         text.remove_prefix(lineFeed + 1);
     }
-    values_.message = messageText_.View();
 }
 
-void LegacyZynRecord::AddControlMessage(std::uint32_t code, std::uint32_t process) {
-    std::array<char, 10> digits;
-    const auto decimal = [&digits](std::uint32_t value) {
-        char* end = digits.data() + digits.size();
-        const char* begin = PutDigitsBackwards(end, value);
-        return std::string_view(begin, static_cast<std::size_t>(end - begin));
-    };
-    HoldMessage();
-    messageText_.Append("[Control message from process ");
-    messageText_.Append(decimal(process));
-    messageText_.Append("]:");
-    if (const std::string_view meaning = ControlText(code); !meaning.empty()) {
-        messageText_.Append(meaning);
-    } else {
-        messageText_.Append("Unknown control message:");
-        messageText_.Append(decimal(code));
+// The one text of a message as its line shows it.
+std::string_view LegacyZynRecord::Shown(std::string_view message) noexcept {
+    if (message.find('\n') == std::string_view::npos) {
+        return message.substr(0, kLongestMessage);
     }
-    messageText_.Append(" ");
-    values_.message = messageText_.View();
+    message_.Clear();
+    AddLines(message);
+    return message_.View();
 }
 
-void LegacyZynRecord::TakeCurrentTime() {
+void LegacyZynRecord::SetCurrentTime(RecordValues& values) const {
     const std::uint64_t now = clock_();
-    SetTime(static_cast<std::uint32_t>(now / 1000), static_cast<std::uint16_t>(now % 1000));
+    values.seconds = static_cast<std::uint32_t>(now / 1000);
+    values.milliseconds = static_cast<std::uint16_t>(now % 1000);
 }
 
-void LegacyZynRecord::operator>>(TextFile& file) {
-    if (!hasTime_) {
-        TakeCurrentTime();
+void LegacyZynRecord::Write(const DecodedRecord& record, TextFile& file) {
+    RecordValues values = record.values;
+    if (record.isComposed) {
+        message_.Clear();
+        ForEachMessagePart(
+            record, [this](std::string_view text) { AddToMessage(text); },
+            [this](std::uint32_t code, std::uint32_t process) {
+                message_.Append(ControlMessage(code, process).View());
+            });
+        values.message = message_.View();
+    } else {
+        values.message = Shown(values.message);
     }
-    line_.Write(values_, file);
+    if (record.Has(DecodedRecord::kTime)) {
+        line_.Write(values, file);
+    } else if (missingTime_ == MissingTime::kNow) {
+        SetCurrentTime(values);
+        line_.Write(values, file);
+    } else {
+        line_.WriteWithoutTime(values, file);
+    }
 }
 
 void LegacyZynRecord::WriteLong(RecordValues values, TextFile& file) {
-    const std::string_view message = std::exchange(values.message, RecordValues::kNoText);
-    values_ = values;
-    hasTime_ = true;
-    AddMessage(message);
-    *this >> file;
+    values.message = Shown(values.message);
+    line_.Write(values, file);
 }

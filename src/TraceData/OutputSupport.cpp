@@ -37,16 +37,6 @@ std::string BuildColumnHeader() {
 
 }  // namespace
 
-const std::string& ZynBinaryFileOutputSupport::GetHeader() {
-    static const std::string header =
-        "-----------------------------------------------------\r\n"
-        "NOTE: ZYN 3.0 trace data is stored as binary format. \r\n"
-        "Please type zyntool at command prompt for information\r\n"
-        "about converting to text format.  \r\n"
-        "-----------------------------------------------------\r\n";
-    return header;
-}
-
 const std::string& ZynTextFileOutputSupport::GetHeader() {
     static const std::string header = BuildColumnHeader();
     return header;

@@ -9,12 +9,7 @@
 #include <cstdint>
 #include <functional>
 
-// One record of a block: a view of its bytes in the block, which outlives it.
-struct TraceRecordReader {
-    std::uint32_t sequenceNumber = 0;
-    std::uint32_t length = 0;
-    const char* data = nullptr;
-};
+#include "TraceData/RecordSplitter.h"
 
 // Unsigned and without wrap-around: after 4294967295 the records numbered 0, 1, ... come first.
 template <>
@@ -24,8 +19,8 @@ struct std::greater<const TraceRecordReader*> {
     }
 };
 
-template <typename T>
-concept RecordEmitter = requires(T helper, const TraceRecordReader& record) {
+template <typename T, typename Record>
+concept RecordEmitter = requires(T helper, const Record& record) {
     helper.ProcessRecord(record);
 };
 
@@ -42,7 +37,8 @@ concept RecordEmitter = requires(T helper, const TraceRecordReader& record) {
 //   kHeap   a record must be emitted while others still arrive
 //
 // Serves one block. ProcessFront passes on what the helper throws and keeps the record.
-template <RecordEmitter Helper, std::uint32_t Limit>
+template <typename Helper, std::uint32_t Limit, typename Record = TraceRecordReader>
+requires RecordEmitter<Helper, Record>
 class ReOrderer {
   public:
     // Kept by the owner so that it is not cleared for each block.
@@ -59,7 +55,7 @@ class ReOrderer {
             friend bool operator>(const Key& a, const Key& b) noexcept { return a.order > b.order; }
             friend bool operator<(const Key& a, const Key& b) noexcept { return a.order < b.order; }
         };
-        std::array<TraceRecordReader, Limit> records_;
+        std::array<Record, Limit> records_;
         std::array<Key, Limit> keys_;
     };
 
@@ -67,7 +63,7 @@ class ReOrderer {
         : records_(storage.records_), keys_(storage.keys_), helper_(helper) {}
 
     // Takes a record, after emitting the front when Limit records are held.
-    void Push(const TraceRecordReader& record) {
+    void Push(const Record& record) {
         if (held_ == Limit) [[unlikely]] {
             ProcessFront();
         }
@@ -83,7 +79,7 @@ class ReOrderer {
         ++held_;
     }
 
-    // Takes records from next(TraceRecordReader&), which returns false when it has none, until
+    // Takes records from next(Record&), which returns false when it has none, until
     // Limit are held. The same as Push for each, for a re-orderer that holds none yet.
     template <typename Next>
     void Fill(Next&& next) {
@@ -118,6 +114,8 @@ class ReOrderer {
         std::pop_heap(keys_.begin(), KeysEnd(), std::greater<>());
         --held_;
     }
+
+    [[nodiscard]] std::uint32_t Held() const noexcept { return held_; }
 
     // Emits all records held, in order.
     void Drain() {
@@ -205,7 +203,7 @@ class ReOrderer {
     }
 
     // Removing a key moves it behind the heap, so a free slot is always found there.
-    void PushToHeap(const TraceRecordReader& record) noexcept {
+    void PushToHeap(const Record& record) noexcept {
         const std::uint32_t slot = keys_[held_].slot;
         records_[slot] = record;
         keys_[held_].order = Order(record.sequenceNumber, arrivals_);
@@ -219,7 +217,7 @@ class ReOrderer {
         return std::uint64_t{sequenceNumber} << 32U | arrival;
     }
 
-    std::array<TraceRecordReader, Limit>& records_;
+    std::array<Record, Limit>& records_;
     std::array<typename Storage::Key, Limit>& keys_;
     Helper& helper_;
     std::uint32_t front_ = 0;

@@ -13,9 +13,20 @@ RecordLine::RecordLine(std::string_view separator) noexcept
 
 void RecordLine::Write(const RecordValues& values, TextFile& file) {
     char* const line = file.Prepare(kRoom);
+    PutAny(line, PutTime(line, values), values, file);
+}
+
+void RecordLine::WriteWithoutTime(const RecordValues& values, TextFile& file) {
+    constexpr std::size_t kTimeWidth = CalendarText::kLength + 3;
+    char* const line = file.Prepare(kRoom);
+    std::memset(line, ' ', kTimeWidth);
+    PutAny(line, line + kTimeWidth, values, file);
+}
+
+void RecordLine::PutAny(char* line, char* afterTime, const RecordValues& values, TextFile& file) {
     char* out = layout_ == Layout::kColumns || layout_ == Layout::kSpacedColumns
-                    ? PutHead<true, false>(line, values)
-                    : PutHead<false, false>(line, values);
+                    ? PutHead<true, false>(afterTime, values)
+                    : PutHead<false, false>(afterTime, values);
     const std::size_t room = kLongestLine - static_cast<std::size_t>(out - line);
     const std::size_t length = std::min(values.message.size(), room);
     std::memcpy(out, values.message.data(), length);

@@ -16,7 +16,7 @@
 #include "TraceData/TextCopy.h"
 #include "TraceData/TextFile.h"
 
-// Writes lines. Texts that it is given have kTextReadSlack readable bytes behind them. Remembers,
+// Writes lines. Texts that it is given have kReadSlack readable bytes behind them. Remembers,
 // in 8 KiB, the texts of times and numbers that come again. The zone is the one in force when it is
 // made. One thread.
 class RecordLine {
@@ -37,7 +37,10 @@ class RecordLine {
     // a name the first 50 characters count. Throws CheckOSCall "Can not write file".
     void Write(const RecordValues& values, TextFile& file);
 
-    // The same, for a message that is one line and surely fits; for any other nothing is written
+    // The same with blanks in place of date and time.
+    void WriteWithoutTime(const RecordValues& values, TextFile& file);
+
+    // As Write, for a message that is one line and surely fits; for any other nothing is written
     // and false returned.
     bool WriteShort(const RecordValues& values, TextFile& file) {
         switch (layout_) {
@@ -63,16 +66,16 @@ class RecordLine {
                                                 std::size_t{3} * kLongestName +
                                                 std::size_t{6} * kLongestSeparator;
     static constexpr std::size_t kShortMessage = kLongestLine - kLongestHead - 1;
-    static constexpr std::size_t kRoom = kLongestLine + kTextReadSlack;
+    static constexpr std::size_t kRoom = kLongestLine + kReadSlack;
     static_assert(kLongestHead < kLongestLine, "only the message can be cut");
     static_assert(kRoom <= TextFile::kLargestPiece);
-    static_assert(kCopyStep <= kTextReadSlack);
+    static_assert(kCopyStep <= kReadSlack);
 
     // The separator while a line is made of it: a short one is a single store of a local word.
     template <bool Short>
     class Separator {
       public:
-        // text: kTextReadSlack readable bytes.
+        // text: kReadSlack readable bytes.
         Separator(const char* text, std::size_t length) noexcept : length_(length) {
             std::memcpy(text_.data(), text, text_.size());
         }
@@ -83,11 +86,13 @@ class RecordLine {
 
       private:
         std::size_t length_;
-        std::array<char, Short ? kShortSeparator : kTextReadSlack> text_;
+        std::array<char, Short ? kShortSeparator : kReadSlack> text_;
     };
 
     template <bool FixedWidth, bool ShortSeparator>
     bool PutShort(const RecordValues& values, TextFile& file);
+    void PutAny(char* line, char* afterTime, const RecordValues& values, TextFile& file);
+    // From behind the time to before the message.
     template <bool FixedWidth, bool ShortSeparator>
     char* PutHead(char* out, const RecordValues& values);
     char* PutTime(char* out, const RecordValues& values);
@@ -99,7 +104,7 @@ class RecordLine {
     NumberColumn<5> processColumn_;
     NumberColumn<10> threadColumn_;
     std::size_t separatorLength_;
-    std::array<char, kTextReadSlack> separator_{};
+    std::array<char, kReadSlack> separator_{};
     Layout layout_;
 };
 
@@ -124,8 +129,8 @@ struct Shortening {
     }
 };
 
-// Fits a text to a column of Width characters: followed by blanks, or shortened. May scribble on
-// the 16 characters after the column, which whatever follows overwrites.
+// Fits a text to a column of Width characters: followed by blanks, or shortened. Overwrites up to
+// 16 characters after the column, where the rest of the line goes.
 template <std::uint32_t Width>
 inline char* RecordLine::PutColumn(char* out, std::string_view text) noexcept {
     constexpr Shortening kShortening = Shortening::For(Width);
@@ -141,13 +146,13 @@ inline char* RecordLine::PutColumn(char* out, std::string_view text) noexcept {
     return out + Width;
 }
 
-// Copies in fixed sizes; may scribble past the end.
+// Copies in fixed sizes, which may overwrite some characters past the end.
 inline char* RecordLine::PutName(char* out, std::string_view text) noexcept {
     std::memcpy(out, text.data(), kShortCopy);
     if (text.size() <= kShortCopy) [[likely]] {
         return out + text.size();
     }
-    std::memcpy(out + kShortCopy, text.data() + kShortCopy, kTextReadSlack - kShortCopy);
+    std::memcpy(out + kShortCopy, text.data() + kShortCopy, kReadSlack - kShortCopy);
     return out + std::min<std::size_t>(text.size(), kLongestName);
 }
 
@@ -164,7 +169,7 @@ inline char* RecordLine::PutTime(char* out, const RecordValues& values) {
 template <bool FixedWidth, bool ShortSeparator>
 inline char* RecordLine::PutHead(char* out, const RecordValues& values) {
     const Separator<ShortSeparator> separator(separator_.data(), separatorLength_);
-    out = separator.Put(PutTime(out, values));
+    out = separator.Put(out);
     out = separator.Put(processColumn_.Put(out, values.process));
     out = separator.Put(threadColumn_.Put(out, values.thread));
     const auto& [module, client, label] = values.names;
@@ -184,7 +189,8 @@ inline bool RecordLine::PutShort(const RecordValues& values, TextFile& file) {
     if (values.message.size() > kShortMessage) [[unlikely]] {
         return false;
     }
-    char* out = PutHead<FixedWidth, ShortSeparator>(file.Prepare(kRoom), values);
+    char* out = PutTime(file.Prepare(kRoom), values);
+    out = PutHead<FixedWidth, ShortSeparator>(out, values);
     if (!CopyLine(out, values.message.data(), values.message.size())) [[unlikely]] {
         return false;
     }

@@ -56,8 +56,8 @@ inline bool CopyLineInSteps(char* out, const char* text, std::size_t length) noe
 
 #endif
 
-// Copies a text that should be one line; returns false if it has a line feed. May read and scribble
-// up to a step past the end.
+// Copies a text that should be one line; returns false if it has a line feed. May read and
+// overwrite up to a step past the end.
 inline bool CopyLine(char* out, const char* text, std::size_t length) noexcept {
     if (length >= kCopyStep) [[likely]] {
         return CopyLineInSteps(out, text, length);

@@ -9,13 +9,14 @@
 #include <cstring>
 #include <new>
 
-#include "Support/FileDescriptor.h"
 #include "Support/ValidationException.h"
 
 TextFile::TextFile(const std::string& path, const SourceTest& isSource)
     : buffer_(new char[kBufferBytes]) {
     Open(path, isSource);
 }
+
+TextFile::TextFile(FileDescriptor file) : file_(file.Release()), buffer_(new char[kBufferBytes]) {}
 
 // Opens without emptying: only when the file is known not to be a source may its bytes go. One that
 // was made here needs no look.

@@ -9,9 +9,10 @@
 #include <string>
 #include <string_view>
 
+#include "Support/FileDescriptor.h"
 #include "Support/FileIdentity.h"
 
-// Created or emptied by the constructor. One thread. Bytes reach the file when the buffer is full
+// One thread. Bytes reach the file when the buffer is full
 // and at Close(); a failed write is an error for good: every later Prepare, Write and Close raises
 // it again, so that what follows can never seem to have been written.
 class TextFile {
@@ -22,10 +23,12 @@ class TextFile {
     // Whether a file must not be overwritten, whatever it is called here.
     using SourceTest = std::function<bool(const FileIdentity&)>;
 
-    // isSource: asked for a file that was there before; none: everything may be overwritten. Throws
-    // CheckOSCall "Can not open file", also for a path that names a source, which is then left as
-    // it is, and what isSource throws.
+    // Creates or empties the file. isSource: asked for a file that was there before; none:
+    // everything may be overwritten. Throws CheckOSCall "Can not open file", also for a path that
+    // names a source, which is then left as it is, and what isSource throws.
     TextFile(const std::string& path, const SourceTest& isSource);
+    // Goes on with a file that is open for writing, or another thing that takes bytes.
+    explicit TextFile(FileDescriptor file);
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;
     // Writes what is still held, so that after a failure elsewhere the file has every finished

@@ -11,14 +11,11 @@
 #include "TraceData/TextFile.h"
 #include "TraceData/TraceDataReader.h"
 
-// How many records are held to be put in order.
-inline constexpr std::uint32_t kReorderLimit = 1000;
-
 class ZynDataTextExporter {
   public:
     ZynDataTextExporter() = delete;
 
-    // Takes the values of a record's packets and writes each finished record as a line. One thread;
+    // Writes each record as a line. One thread;
     // the file and the display outlive it.
     class BlockReaderClient {
       public:
@@ -32,35 +29,15 @@ class ZynDataTextExporter {
             progressDue_ = true;
         }
 
-        void OnRecordBegin() noexcept { record_.Reset(); }
-
-        void OnRead(std::string_view text, std::uint16_t id) {
-            // Three ids in a row, in the order of the columns.
-            const unsigned int name = unsigned{id} - kModulePacketId;
-            if (name < 3) {
-                record_.SetName(static_cast<RecordValues::Name>(name), text);
-            } else if (id == kMessagePacketId) {
-                record_.AddMessage(text);
-            }
-        }
-        void OnThread(std::uint32_t number) noexcept { record_.SetThread(number); }
-        void OnProcess(std::uint32_t number) noexcept { record_.SetProcess(number); }
-        void OnTime(std::uint32_t seconds, std::uint16_t milliseconds) noexcept {
-            record_.SetTime(seconds, milliseconds);
-        }
-        void OnControl(std::uint32_t code, std::uint32_t process) {
-            record_.AddControlMessage(code, process);
-        }
-
-        void OnRecordEnd() {
+        void OnValues(const RecordValues& values) {
             ShowProgress();
-            record_ >> file_;
+            record_.Write(values, file_);
             ++records_;
         }
 
-        void OnUsualRecord(const RecordValues& values) {
+        void OnRecord(const DecodedRecord& record) {
             ShowProgress();
-            record_.Write(values, file_);
+            record_.Write(record, file_);
             ++records_;
         }
 
@@ -85,15 +62,15 @@ class ZynDataTextExporter {
     };
 
     // Writes the column header and every record of the stream; returns the number of records.
-    // Throws what TraceBlockReader and TextFile throw, with every line before the failure handed to
-    // the file.
-    template <typename Stream>
+    // Limit: as TraceBlockReader has it. Throws what TraceBlockReader and TextFile throw, with
+    // every line before the failure handed to the file.
+    template <std::uint32_t Limit, BlockStream Stream>
     static std::uint64_t Export(Stream& stream, TextFile& file, std::string_view separator,
                                 ProgressDisplay& progress, ClockFunction clock = CurrentTimeMs) {
         file.Write(ZynTextFileOutputSupport::GetHeader());
         BlockReaderClient client(file, separator, progress, clock);
         progress.Start();
-        TraceBlockReader<BlockReaderClient, kReorderLimit> blocks;
+        TraceBlockReader<BlockReaderClient, Limit> blocks;
         while (stream.BytesRead() < stream.TotalBytes()) {
             blocks.Process(client, stream);
         }

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "LogReading/LogFiles.h"
 #include "Support/FileSystem.h"
 #include "Support/ValidationException.h"
 #include "zyntool/ConfiguredLog.h"
@@ -47,9 +48,7 @@ bool Confirmed(const std::string& directory) {
 }
 
 void DeleteLogFiles(const std::string& directory) {
-    std::vector<std::string> names;
-    CFileSystem::FindAllFiles(directory, "zynlog-", "txt", names);
-    for (const std::string& name : names) {
+    for (const std::string& name : LogFileNames(directory)) {
         const std::string path = directory + name;
         const int result = ::unlink(path.c_str());
         ZYN_CHECK_OS_CALL(result == 0, "Can not delete file");

@@ -11,18 +11,13 @@
 #include <utility>
 #include <vector>
 
-#include "MultiFileStream/MultiFileStream.h"
+#include "LogReading/LogFiles.h"
 #include "Support/FileSystem.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "zyntool/ConfiguredLog.h"
 
 namespace {
 
-using LogStream = MultiFileInputStream<ZynBinaryFileOutputSupport, 256U>;
-static_assert(LogStream::kReadSlack >= LegacyZynRecord::kReadSlack);
-
-constexpr std::string_view kLogExtension = ".txt";
-constexpr const char* kLogFormat = "binary";
 constexpr const char* kExportPrefix = "EXPORT-";
 
 std::string WithoutExtension(const std::string& name) {
@@ -45,7 +40,8 @@ std::string ValueOr(const std::optional<std::string>& value, const std::string& 
 class LogsOfOneRun {
   public:
     explicit LogsOfOneRun(std::string directory)
-        : directory_(std::move(directory)), listing_(directory_, "zynlog-", ".txt") {}
+        : directory_(std::move(directory)),
+          listing_(directory_, kLogPrefix, std::string(kLogExtension)) {}
 
     DirectoryListing& Listing() noexcept { return listing_; }
 
@@ -82,7 +78,7 @@ std::uint64_t ExportInto(TextFile& file, LogStream& stream, const std::string& s
     ProgressDisplay display(progress ? &std::cerr : nullptr);
     std::uint64_t records = 0;
     try {
-        records = ZynDataTextExporter::Export(stream, file, separator, display);
+        records = ZynDataTextExporter::Export<kReorderLimit>(stream, file, separator, display);
     } catch (...) {
         // The text before the failure is still held, and may not fit the disk either: that came
         // first.
@@ -140,7 +136,7 @@ void ExportCommandProcessor::Process(CommandLineParser::CommandOptions& options)
             LogStream stream;
             ExportStream(stream, destination, separator, progress);
         } else {
-            ZynExportFromDirectoryToSingleFile(logs, "zynlog-", "txt", destination, separator,
+            ZynExportFromDirectoryToSingleFile(logs, kLogPrefix, kLogPart, destination, separator,
                                                progress);
         }
     } else if (!nothing) {

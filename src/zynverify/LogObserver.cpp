@@ -7,10 +7,9 @@
 
 namespace {
 
-// What the reader's message means for a piece of the log and the whole that it lies in.
-std::string PlainReason(std::string_view reason, const std::string& piece,
-                        const std::string& whole) {
-    if (reason.find("Insufficent data") != std::string_view::npos) {
+// What damage means to a piece of the log and the whole that it lies in.
+std::string Described(Damage damage, const std::string& piece, const std::string& whole) {
+    if (damage == Damage::kCutOff) {
         return Joined("a ", piece, " runs past the end of its ", whole);
     }
     return Joined("there is no ", piece, " header where one should be");
@@ -61,14 +60,12 @@ void LogObserver::BeginBlock(std::uint64_t position) {
     block_.file = report_.files[file_].path;
     block_.offset = OffsetIn(file_, position);
     late_ = again_ = Tally();
-    hasHeader_ = false;
 }
 
 void LogObserver::OnBlockHeader(const BlockHeader& header) {
     const std::string_view host(header.hostName.data(), header.hostName.size());
     block_.writer = {std::string(host.substr(0, host.find('\0'))), header.processId};
     block_.dataBytes = header.dataSize;
-    hasHeader_ = true;
 }
 
 void LogObserver::EndBlock(std::uint64_t next) {
@@ -130,24 +127,21 @@ void LogObserver::ReportAt(Finding finding, std::uint64_t position, std::uint64_
     listener_.OnFinding(finding);
 }
 
-void LogObserver::OnRecordDamage(const TraceRecordReader& record, std::uint32_t offset,
-                                 std::string_view reason) {
+void LogObserver::ReportRecord(const PlacedRecord& record, const DecodedRecord& decoded) {
     Finding finding;
     finding.kind = FindingKind::kPacket;
-    finding.bytes = record.length - offset;
+    finding.bytes = record.length - decoded.damageOffset;
     finding.records = 1;
-    finding.text =
-        Joined("record ", record.sequenceNumber, ": ", PlainReason(reason, "packet", "record"));
-    const auto inBlock = static_cast<std::uint64_t>(record.data - data_);
-    Report(std::move(finding), dataBegin_ + inBlock + offset);
+    finding.text = Joined("record ", record.sequenceNumber, ": ",
+                          Described(decoded.damage, "packet", "record"));
+    Report(std::move(finding), dataBegin_ + record.DataOffset() + decoded.damageOffset);
 }
 
-void LogObserver::OnBlockDamage(std::uint32_t offset, std::string_view reason) {
+void LogObserver::OnBlockDamage(Damage damage, std::uint32_t offset) {
     Finding finding;
     finding.kind = FindingKind::kRecord;
     finding.bytes = block_.dataBytes - offset;
-    finding.text =
-        Joined(PlainReason(reason, "record", "block"), "; the rest of the block is lost");
+    finding.text = Joined(Described(damage, "record", "block"), "; the rest of the block is lost");
     Report(std::move(finding), dataBegin_ + offset);
 }
 

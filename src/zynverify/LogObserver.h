@@ -1,4 +1,4 @@
-// Listens to the block reader while a log is read, and makes findings and reports of what it hears.
+// Makes findings and reports of a log's blocks and records as they are read.
 #ifndef ZYN_ZYNVERIFY_LOGOBSERVER_H
 #define ZYN_ZYNVERIFY_LOGOBSERVER_H
 
@@ -6,17 +6,18 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "MultiFileStream/MultiFileStream.h"
-#include "TraceData/ReOrderer.h"
-#include "TraceData/TraceDataReader.h"
+#include "TraceData/BlockCursor.h"
+#include "TraceData/Damage.h"
+#include "TraceData/RecordDecoder.h"
+#include "TraceData/RecordSplitter.h"
 #include "zynverify/Findings.h"
 #include "zynverify/SequenceTracker.h"
 
-// The client of a TraceBlockReader. Positions are those of the stream, which the observer turns
+// Takes what is read of a log. Positions are those of the stream, which the observer turns
 // into files and offsets. Serves one log; one thread; the listener outlives it.
 class LogObserver final : private SequenceListener {
   public:
@@ -40,45 +41,37 @@ class LogObserver final : private SequenceListener {
     // The end of the log.
     LogReport Finish();
 
-    // Of the current block: whether its header could be read, and what it says.
-    [[nodiscard]] bool HasHeader() const noexcept { return hasHeader_; }
-    [[nodiscard]] std::uint32_t DataSize() const noexcept { return block_.dataBytes; }
-
-    // What the block reader calls.
+    // The header of the current block.
     void OnBlockHeader(const BlockHeader& header);
+    // Its data has been read: this far of the whole.
     void OnBlock(std::uint64_t bytesRead, std::uint64_t totalBytes) {
         dataBegin_ = bytesRead - block_.dataBytes;
         listener_.OnProgress(bytesRead, totalBytes);
     }
-    void OnBlockData(const char* data) noexcept { data_ = data; }
-    void OnRecord(const TraceRecordReader& record) {
+    // Its next record in order.
+    void OnRecord(const PlacedRecord& record, const DecodedRecord& decoded) {
         const std::uint32_t number = record.sequenceNumber;
         if (number < block_.highest) [[unlikely]] {
-            NoteEarlier(number);
+            late_.Add(number);
         } else {
             block_.highest = number;
         }
         block_.lowest = number < block_.lowest ? number : block_.lowest;
         if (sequence_.Add(number, place_)) [[unlikely]] {
-            NoteAgain(number);
+            again_.Add(number);
+        }
+        if (decoded.Has(DecodedRecord::kTime)) {
+            block_.time.Add(std::uint64_t{decoded.values.seconds} * 1000 +
+                            decoded.values.milliseconds);
+        }
+        if (decoded.damage == Damage::kNone) [[likely]] {
+            ++block_.records;
+        } else {
+            ReportRecord(record, decoded);
         }
     }
-    void OnRecordBegin() noexcept {}
-    void OnRead(std::string_view /*text*/, std::uint16_t /*id*/) noexcept {}
-    void OnThread(std::uint32_t /*number*/) noexcept {}
-    void OnProcess(std::uint32_t /*number*/) noexcept {}
-    void OnTime(std::uint32_t seconds, std::uint16_t milliseconds) noexcept {
-        block_.time.Add(std::uint64_t{seconds} * 1000 + milliseconds);
-    }
-    void OnControl(std::uint32_t /*code*/, std::uint32_t /*process*/) noexcept {}
-    void OnRecordEnd() noexcept { ++block_.records; }
-    void OnUsualRecord(const RecordValues& values) noexcept {
-        OnTime(values.seconds, values.milliseconds);
-        OnRecordEnd();
-    }
-    void OnRecordDamage(const TraceRecordReader& record, std::uint32_t offset,
-                        std::string_view reason);
-    void OnBlockDamage(std::uint32_t offset, std::string_view reason);
+    // No record can be read from this offset of the block's data to its end.
+    void OnBlockDamage(Damage damage, std::uint32_t offset);
 
   private:
     // How many records of a block are of a kind, and the first of them.
@@ -96,8 +89,7 @@ class LogObserver final : private SequenceListener {
     void OnRestart(std::uint32_t last, std::uint32_t first, const BlockPlace& block) override;
     void OnStray(std::uint32_t number, const BlockPlace& block) override;
 
-    void NoteEarlier(std::uint32_t number) noexcept { late_.Add(number); }
-    void NoteAgain(std::uint32_t number) noexcept { again_.Add(number); }
+    void ReportRecord(const PlacedRecord& record, const DecodedRecord& decoded);
     void ReportAt(Finding finding, std::uint64_t position, std::uint64_t block);
     void ReportTallies();
     // The file that has the byte at a position. There are files.
@@ -119,10 +111,8 @@ class LogObserver final : private SequenceListener {
     BlockPlace place_;
     std::size_t file_ = 0;
     std::uint64_t dataBegin_ = 0;
-    const char* data_ = nullptr;
     Tally late_;
     Tally again_;
-    bool hasHeader_ = false;
 };
 
 #endif

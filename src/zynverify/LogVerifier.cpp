@@ -9,22 +9,22 @@
 #include <cstdint>
 #include <exception>
 #include <map>
+#include <memory>
+#include <optional>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
 #include <utility>
 
-#include "MultiFileStream/MultiFileStream.h"
-#include "Support/FileSystem.h"
-#include "TraceData/OutputSupport.h"
-#include "TraceData/TraceDataReader.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "LogReading/LogFiles.h"
+#include "TraceData/BlockCursor.h"
+#include "TraceData/Damage.h"
+#include "TraceData/OrderedRecords.h"
+#include "TraceData/RecordDecoder.h"
+#include "TraceData/RecordSplitter.h"
 #include "zynverify/Joined.h"
 #include "zynverify/LogObserver.h"
 
 namespace {
-
-using LogStream = MultiFileInputStream<ZynBinaryFileOutputSupport, 256U>;
 
 // Opens the files that can be opened, and reports the others and those that an export leaves out.
 void OpenFiles(const LogToVerify& log, LogStream& stream, LogObserver& observer) {
@@ -46,50 +46,93 @@ void OpenFiles(const LogToVerify& log, LogStream& stream, LogObserver& observer)
             observer.ReportFile(FindingKind::kUnreadable, path, 0, failure.what());
         }
     }
-    stream.OpenLogFiles(log.directory, usable, "binary");
+    stream.OpenLogFiles(log.directory, usable, kLogFormat);
     observer.SetFiles(stream.Extents());
 }
 
-// What is wrong with a block of which not even the data could be read.
-Finding LostBlock(const LogObserver& observer, const std::logic_error& failure) {
-    Finding finding;
-    finding.kind = FindingKind::kBlockCut;
-    if (observer.HasHeader()) {
-        finding.text = Joined("the block says that ", observer.DataSize(),
-                              " bytes of data follow, which is more than the log has");
-    } else if (std::string_view(failure.what()).find("length") != std::string_view::npos) {
-        finding.kind = FindingKind::kBlockHeader;
-        finding.text = "there is no block header where one should be";
-    } else {
-        finding.text = "the log ends within a block header";
+constexpr const char* kNothingBehind = "; from here on nothing can be found";
+
+// What is wrong with a block whose header cannot be read.
+Finding LostHeader(Damage damage) {
+    if (damage == Damage::kNoHeader) {
+        return {.kind = FindingKind::kBlockHeader,
+                .text = "there is no block header where one should be"};
     }
-    return finding;
+    return {.kind = FindingKind::kBlockCut, .text = "the log ends within a block header"};
 }
 
-// The blocks of the log, as far as each one's size leads to the next.
-void ReadBlocks(LogStream& stream, LogObserver& observer) {
-    TraceBlockReader<LogObserver, kReorderLimit> reader;
-    while (stream.BytesRead() < stream.TotalBytes()) {
-        const std::uint64_t begin = stream.BytesRead();
-        const std::uint64_t left = stream.Remaining();
-        const auto stop = [&](Finding finding) {
-            finding.bytes = left;
-            finding.text += "; from here on nothing can be found";
-            observer.Report(std::move(finding), begin);
-        };
-        observer.BeginBlock(begin);
-        try {
-            reader.Process(observer, stream);
-        } catch (const std::logic_error& failure) {
-            stop(LostBlock(observer, failure));
-            return;
-        } catch (const std::exception& failure) {
-            stop({.kind = FindingKind::kUnreadable, .text = failure.what()});
-            return;
-        }
-        observer.EndBlock(stream.BytesRead());
-    }
+Finding LostData(std::uint32_t size) {
+    return {.kind = FindingKind::kBlockCut,
+            .text = Joined("the block says that ", size,
+                           " bytes of data follow, which is more than the log has")};
 }
+
+// Reads a log block by block, as far as each one's size leads to the next.
+class LogPass {
+  public:
+    LogPass(LogStream& stream, LogObserver& observer) : stream_(stream), observer_(observer) {}
+
+    void ReadAll() {
+        while (stream_.Remaining() != 0) {
+            const std::uint64_t begin = stream_.BytesRead();
+            const std::uint64_t left = stream_.Remaining();
+            observer_.BeginBlock(begin);
+            if (std::optional<Finding> lost = ReadBlock()) {
+                lost->bytes = left;
+                lost->text += kNothingBehind;
+                observer_.Report(std::move(*lost), begin);
+                return;
+            }
+            observer_.EndBlock(stream_.BytesRead());
+        }
+    }
+
+  private:
+    // The finding behind which there is nothing more.
+    std::optional<Finding> ReadBlock() {
+        try {
+            if (const Damage damage = blocks_.ReadHeader(stream_); damage != Damage::kNone) {
+                return LostHeader(damage);
+            }
+            const BlockHeader& header = blocks_.Header();
+            observer_.OnBlockHeader(header);
+            if (header.dataSize == 0) {
+                return std::nullopt;
+            }
+            if (blocks_.ReadData(stream_) != Damage::kNone) {
+                return LostData(header.dataSize);
+            }
+        } catch (const std::exception& failure) {
+            return Finding{.kind = FindingKind::kUnreadable, .text = failure.what()};
+        }
+        observer_.OnBlock(stream_.BytesRead(), stream_.TotalBytes());
+        ReadRecords();
+        return std::nullopt;
+    }
+
+    // Damage is reported where the records before it have been read, not yet put in order.
+    void ReadRecords() {
+        records_.Open(blocks_.Data(), blocks_.Header().dataSize);
+        bool reported = false;
+        PlacedRecord record;
+        for (bool more = true; more;) {
+            more = records_.Next(record);
+            if (!reported && records_.FoundDamage() != Damage::kNone) {
+                reported = true;
+                observer_.OnBlockDamage(records_.FoundDamage(), records_.DamageOffset());
+            }
+            if (more) {
+                observer_.OnRecord(record, decoder_.Decode(record.data, record.length));
+            }
+        }
+    }
+
+    LogStream& stream_;
+    LogObserver& observer_;
+    BlockCursor blocks_;
+    OrderedRecords<kReorderLimit> records_;
+    RecordDecoder decoder_;
+};
 
 [[noreturn]] void FailFor(const std::string& path) {
     throw std::system_error(errno, std::generic_category(), path);
@@ -99,10 +142,7 @@ LogToVerify DirectoryLog(const std::string& path) {
     if (access(path.c_str(), R_OK | X_OK) != 0) {
         FailFor(path);
     }
-    LogToVerify log{path, path, {}};
-    CFileSystem::FindAllFiles(path, "zynlog-", "txt", log.files);
-    std::sort(log.files.begin(), log.files.end());
-    return log;
+    return {path, path, LogFileNames(path)};
 }
 
 }  // namespace
@@ -154,6 +194,6 @@ LogReport VerifyLog(const LogToVerify& log, VerifyListener& listener) {
     LogObserver observer(log.name, listener);
     LogStream stream;
     OpenFiles(log, stream, observer);
-    ReadBlocks(stream, observer);
+    std::make_unique<LogPass>(stream, observer)->ReadAll();
     return observer.Finish();
 }

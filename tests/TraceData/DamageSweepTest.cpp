@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "MultiFileStream/MultiFileStream.h"
+#include "LogReading/LogFiles.h"
 #include "TraceData/ZynDataTextExporter.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/EnvironmentVariable.h"
@@ -27,8 +27,6 @@
 #include "testing/process/RunProgram.h"
 
 namespace {
-
-using LogStream = MultiFileInputStream<ZynBinaryFileOutputSupport, 256U>;
 
 constexpr std::size_t kHeaderBytes = 256;
 
@@ -207,10 +205,10 @@ class DamageSweepTest : public testing::Test {
         Outcome outcome;
         try {
             LogStream stream;
-            stream.GetAllLogFiles(directory_ / "logs", "zynlog-", "txt", "binary");
+            stream.GetAllLogFiles(directory_ / "logs", kLogPrefix, kLogPart, kLogFormat);
             TextFile text(path, {});
             ProgressDisplay none(nullptr);
-            ZynDataTextExporter::Export(stream, text, separator, none, FixedClock);
+            ZynDataTextExporter::Export<kReorderLimit>(stream, text, separator, none, FixedClock);
             text.Close();
         } catch (const std::exception& failure) {
             outcome.error = failure.what();

@@ -7,64 +7,80 @@
 #include <deque>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "TraceData/LegacyZynRecord.h"
+#include "TraceData/RecordDecoder.h"
 #include "TraceData/TextFile.h"
+#include "testing/logs/LogWriter.h"
 #include "testing/process/EnvironmentVariable.h"
 #include "testing/process/Files.h"
 
 namespace {
-
-using Name = LegacyZynRecord::Name;
 
 const std::string kZeroTime = "01/01/1970 00:00:00.000";
 const std::string kContinuation = "\n" + std::string(79, ' ');
 
 std::uint64_t FixedClock() { return 1700000000123; }
 
-// What the texts are in the log: bytes with readable bytes behind them.
-class TextStore {
+// A record that is built packet by packet, and what writes it.
+class TestRecord {
   public:
-    std::string_view Keep(std::string_view text) {
-        texts_.push_back(std::string(text) + std::string(LegacyZynRecord::kReadSlack, '#'));
-        return std::string_view(texts_.back()).substr(0, text.size());
+    template <typename... Arguments>
+    explicit TestRecord(Arguments&&... arguments)
+        : writer_(std::forward<Arguments>(arguments)...) {}
+
+    void Reset() { packets_.Reset(0); }
+    void SetTime(std::uint32_t seconds, std::uint16_t milliseconds) {
+        packets_.Time(seconds, milliseconds);
+    }
+    void SetProcess(std::uint32_t number) { packets_.Pid(number); }
+    void SetThread(std::uint32_t number) { packets_.Tid(number); }
+    void SetNames(std::string_view module, std::string_view client, std::string_view label) {
+        packets_.Module(module).Client(client).Label(label);
+    }
+    void AddMessage(std::string_view text) { packets_.Message(text); }
+    void AddControlMessage(std::uint32_t code, std::uint32_t process) {
+        packets_.Control(code, process);
+    }
+
+    void Write(TextFile& file) {
+        const std::string bytes = packets_.Data() + std::string(kReadSlack, '#');
+        writer_.Write(
+            decoder_.Decode(bytes.data(), static_cast<std::uint32_t>(packets_.Data().size())),
+            file);
     }
 
   private:
-    std::deque<std::string> texts_;
+    LegacyZynRecord writer_;
+    LogRecord packets_;
+    RecordDecoder decoder_;
 };
 
 class LegacyZynRecordTest : public testing::Test {
   protected:
     // A record at time 0 with the given separator.
-    LegacyZynRecord& Record(std::string_view separator) {
+    TestRecord& Record(std::string_view separator) {
         record_.emplace_back(separator, FixedClock);
         record_.back().SetTime(0, 0);
         return record_.back();
     }
 
-    void SetNames(LegacyZynRecord& record, std::string_view module, std::string_view client,
-                  std::string_view label) {
-        record.SetName(Name::kModule, texts_.Keep(module));
-        record.SetName(Name::kClient, texts_.Keep(client));
-        record.SetName(Name::kLabel, texts_.Keep(label));
-    }
-
     // What the record writes.
-    std::string Line(LegacyZynRecord& record) {
+    std::string Line(TestRecord& record) {
         const std::string path = directory_ / "line";
         TextFile file(path, {});
-        record >> file;
+        record.Write(file);
         file.Close();
         return ReadFile(path);
     }
 
     // The message of a record whose texts are added one by one, as the line shows it.
     std::string Message(const std::vector<std::string>& parts) {
-        LegacyZynRecord& record = Record("|");
+        TestRecord& record = Record("|");
         for (const std::string& part : parts) {
-            record.AddMessage(texts_.Keep(part));
+            record.AddMessage(part);
         }
         return AfterHead(Line(record));
     }
@@ -77,38 +93,37 @@ class LegacyZynRecordTest : public testing::Test {
 
     EnvironmentVariable zone_{"TZ", "UTC0"};
     TempDirectory directory_;
-    TextStore texts_;
-    std::deque<LegacyZynRecord> record_;
+    std::deque<TestRecord> record_;
 };
 
 TEST_F(LegacyZynRecordTest, EmptySeparatorJoinsTheFields) {
-    LegacyZynRecord& record = Record("");
+    TestRecord& record = Record("");
     record.SetTime(1700000000, 7);
     record.SetProcess(7);
     record.SetThread(1234);
-    SetNames(record, "Mod", "Cli", "Lab");
-    record.AddMessage(texts_.Keep("text"));
+    record.SetNames("Mod", "Cli", "Lab");
+    record.AddMessage("text");
     EXPECT_EQ(Line(record), "11/14/2023 22:13:20.007    7      1234ModCliLabtext\n");
 }
 
 TEST_F(LegacyZynRecordTest, DelimitedFieldsStandAsTheyAre) {
-    LegacyZynRecord& record = Record("; ");
-    SetNames(record, "A module of many words", "C", "");
-    record.AddMessage(texts_.Keep("x"));
+    TestRecord& record = Record("; ");
+    record.SetNames("A module of many words", "C", "");
+    record.AddMessage("x");
     EXPECT_EQ(Line(record), kZeroTime + ";     0;          0; A module of many words; C; ; x\n");
 }
 
 TEST_F(LegacyZynRecordTest, BlankSeparatorSelectsFixedWidth) {
-    LegacyZynRecord& record = Record(" ");
-    SetNames(record, "Mod", "Cli", "Lab");
-    record.AddMessage(texts_.Keep("x"));
+    TestRecord& record = Record(" ");
+    record.SetNames("Mod", "Cli", "Lab");
+    record.AddMessage("x");
     EXPECT_EQ(Line(record),
               kZeroTime + "     0          0 Mod          Cli        Lab          x\n");
 }
 
 TEST_F(LegacyZynRecordTest, SeparatorThatBeginsWithABlankSelectsFixedWidthWithItself) {
-    LegacyZynRecord& record = Record(" | ");
-    SetNames(record, "Mod", "Cli", "Lab");
+    TestRecord& record = Record(" | ");
+    record.SetNames("Mod", "Cli", "Lab");
     EXPECT_EQ(Line(record), kZeroTime +
                                 " |     0 |          0 | Mod          | Cli        | Lab          "
                                 "| \n");
@@ -125,9 +140,9 @@ TEST_F(LegacyZynRecordTest, EverySeparatorLengthUpToFiftyIsWrittenWhole) {
             separator += static_cast<char>('A' + i % 26);
         }
         const std::string kept = separator.substr(0, 50);
-        LegacyZynRecord& record = Record(separator);
-        SetNames(record, "m", "c", "l");
-        record.AddMessage(texts_.Keep("t"));
+        TestRecord& record = Record(separator);
+        record.SetNames("m", "c", "l");
+        record.AddMessage("t");
         std::string expected = kZeroTime;
         for (const char* field : {"    0", "         0", "m", "c", "l", "t"}) {
             expected += kept + field;
@@ -138,15 +153,15 @@ TEST_F(LegacyZynRecordTest, EverySeparatorLengthUpToFiftyIsWrittenWhole) {
 
 TEST_F(LegacyZynRecordTest, LongBlankSeparatorKeepsFiftyCharactersInFixedWidth) {
     const std::string separator = " " + std::string(70, '=');
-    LegacyZynRecord& record = Record(separator);
-    SetNames(record, "m", "c", "l");
+    TestRecord& record = Record(separator);
+    record.SetNames("m", "c", "l");
     const std::string s = separator.substr(0, 50);
     EXPECT_EQ(Line(record), kZeroTime + s + "    0" + s + "         0" + s + "m           " + s +
                                 "c         " + s + "l           " + s + "\n");
 }
 
 TEST_F(LegacyZynRecordTest, LongNumbersAreWrittenWhole) {
-    LegacyZynRecord& record = Record("|");
+    TestRecord& record = Record("|");
     record.SetProcess(UINT32_MAX);
     record.SetThread(UINT32_MAX);
     EXPECT_EQ(Line(record), kZeroTime + "|4294967295|4294967295||||\n");
@@ -192,12 +207,12 @@ TEST_F(LegacyZynRecordTest, EveryTextLengthIsFittedToItsColumnByTheRule) {
     for (const char* separator : {" ", " : ", "        |", "         |"}) {
         const std::string s = separator;
         for (std::size_t length = 0; length <= 50; ++length) {
-            LegacyZynRecord& record = Record(separator);
+            TestRecord& record = Record(separator);
             const std::string module = Letters(length, 'a');
             const std::string client = Letters(50 - length, 'A');
             const std::string label = Letters(length, 'A');
-            SetNames(record, module, client, label);
-            record.AddMessage(texts_.Keep("t"));
+            record.SetNames(module, client, label);
+            record.AddMessage("t");
             ASSERT_EQ(Line(record), kZeroTime + s + "    0" + s + "         0" + s +
                                         Fitted(module, 12) + s + Fitted(client, 10) + s +
                                         Fitted(label, 12) + s + "t\n")
@@ -207,40 +222,40 @@ TEST_F(LegacyZynRecordTest, EveryTextLengthIsFittedToItsColumnByTheRule) {
 }
 
 TEST_F(LegacyZynRecordTest, TextOfItsColumnsWidthIsWrittenWhole) {
-    LegacyZynRecord& record = Record(" ");
-    SetNames(record, "ModuleTwelve", "ClientsTen", "LabelsTwelve");
+    TestRecord& record = Record(" ");
+    record.SetNames("ModuleTwelve", "ClientsTen", "LabelsTwelve");
     EXPECT_EQ(Line(record).substr(41), "ModuleTwelve ClientsTen LabelsTwelve \n");
 }
 
 TEST_F(LegacyZynRecordTest, TwentyCharactersInAColumnOfTenKeepSixAndTheLastTwo) {
-    LegacyZynRecord& record = Record(" ");
-    SetNames(record, "", "abcdefghijklmnopqrst", "");
+    TestRecord& record = Record(" ");
+    record.SetNames("", "abcdefghijklmnopqrst", "");
     EXPECT_EQ(Line(record).substr(54, 10), "abcdef..st");
 }
 
 TEST_F(LegacyZynRecordTest, ModuleOfSixtyCharactersKeepsFiftyAndShowsEightAndTheLastTwo) {
     const std::string name = Letters(60, '0');
-    LegacyZynRecord& fixed = Record(" ");
-    SetNames(fixed, name, "", "");
+    TestRecord& fixed = Record(" ");
+    fixed.SetNames(name, "", "");
     EXPECT_EQ(Line(fixed).substr(41, 12), name.substr(0, 8) + ".." + name.substr(48, 2));
-    LegacyZynRecord& delimited = Record("|");
-    SetNames(delimited, name, name, name);
+    TestRecord& delimited = Record("|");
+    delimited.SetNames(name, name, name);
     const std::string kept = name.substr(0, 50);
     EXPECT_EQ(Line(delimited),
               kZeroTime + "|    0|         0|" + kept + "|" + kept + "|" + kept + "|\n");
 }
 
 TEST_F(LegacyZynRecordTest, LastNameOfAKindWins) {
-    LegacyZynRecord& record = Record("|");
-    SetNames(record, "first module", "first client", "first label");
-    SetNames(record, "m", "", "l");
+    TestRecord& record = Record("|");
+    record.SetNames("first module", "first client", "first label");
+    record.SetNames("m", "", "l");
     EXPECT_EQ(Line(record), kZeroTime + "|    0|         0|m||l|\n");
 }
 
 TEST_F(LegacyZynRecordTest, NamesHoldAnyByte) {
     const std::string module("a\0b\nc", 5);
-    LegacyZynRecord& record = Record("|");
-    SetNames(record, module, "", "");
+    TestRecord& record = Record("|");
+    record.SetNames(module, "", "");
     EXPECT_EQ(Line(record), kZeroTime + "|    0|         0|" + module + "|||\n");
 }
 
@@ -287,10 +302,10 @@ TEST_F(LegacyZynRecordTest, MessageOfAMillionLineFeedsIsCutAtTheLimit) {
 
 TEST_F(LegacyZynRecordTest, MessageKeeps2048Characters) {
     // The line cuts it further, so the limit of the message itself shows only in what is appended.
-    LegacyZynRecord& record = Record("");
-    record.AddMessage(texts_.Keep(std::string(2040, 'a')));
-    record.AddMessage(texts_.Keep("bbbbbbbbbbbb"));
-    record.AddMessage(texts_.Keep("c"));
+    TestRecord& record = Record("");
+    record.AddMessage(std::string(2040, 'a'));
+    record.AddMessage("bbbbbbbbbbbb");
+    record.AddMessage("c");
     record.AddControlMessage(1, 1);
     EXPECT_EQ(Line(record),
               kZeroTime + "    0         0" + std::string(2048 - kZeroTime.size() - 15, 'a'));
@@ -300,8 +315,8 @@ TEST_F(LegacyZynRecordTest, LineOf2048CharactersEndsWithoutALineFeed) {
     const std::size_t head = kZeroTime.size() + 21;
     for (std::size_t length = 2048 - head - 3; length <= 2048 - head + 3; ++length) {
         const std::string text(length, 'm');
-        LegacyZynRecord& record = Record("|");
-        record.AddMessage(texts_.Keep(text));
+        TestRecord& record = Record("|");
+        record.AddMessage(text);
         std::string expected = kZeroTime + "|    0|         0||||" + text + "\n";
         expected.resize(std::min<std::size_t>(expected.size(), 2048));
         EXPECT_EQ(Line(record), expected) << length;
@@ -311,12 +326,12 @@ TEST_F(LegacyZynRecordTest, LineOf2048CharactersEndsWithoutALineFeed) {
 TEST_F(LegacyZynRecordTest, LongestHeadStillLeavesRoomForTheMessage) {
     const std::string separator(50, '/');
     const std::string name(50, 'n');
-    LegacyZynRecord& record = Record(separator);
+    TestRecord& record = Record(separator);
     record.SetTime(UINT32_MAX, 65535);
     record.SetProcess(UINT32_MAX);
     record.SetThread(UINT32_MAX);
-    SetNames(record, name, name, name);
-    record.AddMessage(texts_.Keep(std::string(3000, 'm')));
+    record.SetNames(name, name, name);
+    record.AddMessage(std::string(3000, 'm'));
     std::string expected = "02/07/2106 06:28:15.65535";
     for (const std::string& field : {std::string("4294967295"), std::string("4294967295"), name,
                                      name, name, std::string(2048, 'm')}) {
@@ -338,7 +353,7 @@ TEST_F(LegacyZynRecordTest, ControlMessagesTellSenderAndMeaning) {
           ControlCase{7, "Turned off preservation"}, ControlCase{0, "Unknown control message:0"},
           ControlCase{8, "Unknown control message:8"}, ControlCase{9, "Unknown control message:9"},
           ControlCase{UINT32_MAX, "Unknown control message:4294967295"}}) {
-        LegacyZynRecord& record = Record("|");
+        TestRecord& record = Record("|");
         record.AddControlMessage(code, 4321);
         EXPECT_EQ(AfterHead(Line(record)),
                   "[Control message from process 4321]:" + std::string(text) + " \n");
@@ -346,11 +361,11 @@ TEST_F(LegacyZynRecordTest, ControlMessagesTellSenderAndMeaning) {
 }
 
 TEST_F(LegacyZynRecordTest, ControlMessagesAndTextsAppend) {
-    LegacyZynRecord& record = Record("|");
-    record.AddMessage(texts_.Keep("before "));
+    TestRecord& record = Record("|");
+    record.AddMessage("before ");
     record.AddControlMessage(1, 0);
     record.AddControlMessage(2, UINT32_MAX);
-    record.AddMessage(texts_.Keep("after"));
+    record.AddMessage("after");
     EXPECT_EQ(AfterHead(Line(record)),
               "before [Control message from process 0]:Client attached [Control message from "
               "process 4294967295]:Client detached after\n");
@@ -358,21 +373,21 @@ TEST_F(LegacyZynRecordTest, ControlMessagesAndTextsAppend) {
 
 TEST_F(LegacyZynRecordTest, ControlMessageIsCutAtTheMessageLimit) {
     // Seen through a message that is full only with the control text's first characters.
-    LegacyZynRecord& record = Record("");
+    TestRecord& record = Record("");
     const std::size_t head = kZeroTime.size() + 15;
-    record.AddMessage(texts_.Keep(std::string(2048 - head - 10, 'a')));
+    record.AddMessage(std::string(2048 - head - 10, 'a'));
     record.AddControlMessage(1, 1);
     EXPECT_EQ(Line(record),
               kZeroTime + "    0         0" + std::string(2048 - head - 10, 'a') + "[Control m");
-    LegacyZynRecord& full = Record("");
-    full.AddMessage(texts_.Keep(std::string(2045, 'a')));
+    TestRecord& full = Record("");
+    full.AddMessage(std::string(2045, 'a'));
     EXPECT_NO_THROW(full.AddControlMessage(1, 1));
     EXPECT_NO_THROW(full.AddControlMessage(1, 1));
     EXPECT_EQ(Line(full).size(), 2048U);
 }
 
 TEST_F(LegacyZynRecordTest, MillisecondsHaveThreeDigitsOrMore) {
-    LegacyZynRecord& record = Record("|");
+    TestRecord& record = Record("|");
     for (const auto& [milliseconds, text] :
          std::vector<std::pair<std::uint16_t, std::string>>{{0, "000"},
                                                             {9, "009"},
@@ -390,20 +405,28 @@ TEST_F(LegacyZynRecordTest, MillisecondsHaveThreeDigitsOrMore) {
 }
 
 TEST_F(LegacyZynRecordTest, TimesAreUnsignedAndLocal) {
-    LegacyZynRecord& record = Record("|");
+    TestRecord& record = Record("|");
     record.SetTime(0x80000000U, 5);
     EXPECT_EQ(Line(record).substr(0, 23), "01/19/2038 03:14:08.005");
     zone_.Set("EST5");
     tzset();
-    LegacyZynRecord& west = Record("|");
+    TestRecord& west = Record("|");
     west.SetTime(0, 0);
     EXPECT_EQ(Line(west).substr(0, 23), "12/31/1969 19:00:00.000");
 }
 
 TEST_F(LegacyZynRecordTest, RecordWithoutAnyPacketShowsTheClocksTimeAndZeros) {
-    LegacyZynRecord& record = Record("|");
+    TestRecord& record = Record("|");
     record.Reset();
     EXPECT_EQ(Line(record), "11/14/2023 22:13:20.123|    0|         0||||\n");
+}
+
+TEST_F(LegacyZynRecordTest, RecordWithoutATimeCanShowBlanksInItsPlace) {
+    TestRecord& record = record_.emplace_back("|", FixedClock, MissingTime::kBlanks);
+    record.AddMessage("text");
+    EXPECT_EQ(Line(record), std::string(23, ' ') + "|    0|         0||||text\n");
+    record.SetTime(0, 0);
+    EXPECT_EQ(Line(record), kZeroTime + "|    0|         0||||text\n");
 }
 
 TEST_F(LegacyZynRecordTest, RecordWithoutATimeShowsTheSystemsClockByDefault) {
@@ -421,11 +444,11 @@ TEST_F(LegacyZynRecordTest, RecordWithoutATimeShowsTheSystemsClockByDefault) {
 }
 
 TEST_F(LegacyZynRecordTest, ResetForgetsEveryValue) {
-    LegacyZynRecord& record = Record("|");
+    TestRecord& record = Record("|");
     record.SetProcess(1);
     record.SetThread(2);
-    SetNames(record, "m", "c", "l");
-    record.AddMessage(texts_.Keep("a\nb\n"));
+    record.SetNames("m", "c", "l");
+    record.AddMessage("a\nb\n");
     record.AddControlMessage(1, 1);
     Line(record);
     record.Reset();

@@ -1,14 +1,16 @@
 #ifndef ZYN_TESTS_TRACEDATA_PACKETRECORDER_H
 #define ZYN_TESTS_TRACEDATA_PACKETRECORDER_H
 
-// A client of the packet and block readers that writes down, as text, what it is told.
+// A client of the packet and block readers that writes down, as text, what it gets.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "MemoryStream/MemoryStream.h"
+#include "TraceData/BuiltInTracePackets.h"
+#include "TraceData/RecordDecoder.h"
+#include "TraceData/RecordValues.h"
 #include "TraceData/TracePacket.h"
 
 struct PacketRecorder {
@@ -26,25 +28,34 @@ struct PacketRecorder {
     void OnBlock(std::uint64_t read, std::uint64_t total) {
         events.push_back("block " + std::to_string(read) + "/" + std::to_string(total));
     }
-    void OnRecordBegin() { events.emplace_back("begin"); }
-    void OnRecordEnd() { events.emplace_back("end"); }
+    void OnValues(const RecordValues& values) {
+        events.push_back("values " + std::string(values.message));
+    }
+    void OnRecord(const DecodedRecord& record);
 
     std::vector<std::string> events;
 };
 
 using Events = std::vector<std::string>;
 
-// Reads the packets of one record. The bytes are copied to a place of exactly their size, so that a
-// sanitizer sees a read beyond them.
+// Reads the packets of one record; raises their damage. The bytes are copied to a place of exactly
+// their size, so that a sanitizer sees a read beyond them.
 inline void ReadPackets(std::string_view bytes, PacketRecorder& recorder) {
     const std::vector<char> exact(bytes.begin(), bytes.end());
-    using Reader = BufferedInputStream<ReadableMemoryBuffer>;
-    TracePacketReader<Reader, PacketRecorder> packets(
-        Reader(ReadableMemoryBuffer(exact.data(), static_cast<std::uint32_t>(exact.size()))),
-        recorder);
-    while (!packets.AtEnd()) {
-        packets.Process();
+    TracePacketReader packets(exact.data(), static_cast<std::uint32_t>(exact.size()));
+    TracePacket packet;
+    while (packets.Next(packet)) {
+        TellMeaning(packet, recorder);
     }
+    if (packets.FoundDamage() != Damage::kNone) {
+        RaiseDamage(packets.FoundDamage());
+    }
+}
+
+inline void PacketRecorder::OnRecord(const DecodedRecord& record) {
+    events.emplace_back("begin");
+    ReadPackets({record.data, record.length}, *this);
+    events.emplace_back("end");
 }
 
 inline Events PacketEvents(std::string_view bytes) {

@@ -43,7 +43,7 @@ class RandomValues {
         for (std::size_t i = 0; i < length; ++i) {
             text += static_cast<char>('!' + Below(94));
         }
-        texts_.push_back(text + std::string(kTextReadSlack, '\n'));
+        texts_.push_back(text + std::string(kReadSlack, '\n'));
         return std::string_view(texts_.back()).substr(0, length);
     }
 
@@ -94,7 +94,7 @@ TEST_P(RecordLineTest, ShortWayLeavesAMessageOfSeveralLines) {
         RecordValues values = values_.Next(300);
         std::string message(values.message);
         message.insert(message.size() / 2, "\n");
-        const std::string padded = message + std::string(kTextReadSlack, ' ');
+        const std::string padded = message + std::string(kReadSlack, ' ');
         values.message = std::string_view(padded).substr(0, message.size());
         bool written = true;
         const std::string text =
@@ -107,7 +107,7 @@ TEST_P(RecordLineTest, ShortWayLeavesAMessageOfSeveralLines) {
 TEST_P(RecordLineTest, ShortWayWritesEveryMessageThatSurelyFitsAndLeavesLongerOnes) {
     RecordLine line(GetParam().separator);
     RecordLine longWay(GetParam().separator);
-    const std::string text(RecordLine::kLongestLine + kTextReadSlack, 'x');
+    const std::string text(RecordLine::kLongestLine + kReadSlack, 'x');
     constexpr std::size_t kShortest = 1500;
     std::size_t longest = 0;
     for (std::size_t length = kShortest; length < kShortest + 100; ++length) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "TraceData/RecordDecoder.h"
 #include "TraceData/RecordValues.h"
 #include "testing/logs/LogWriter.h"
 

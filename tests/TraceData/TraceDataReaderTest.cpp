@@ -27,7 +27,7 @@ const std::string kWrongLength = "Bad logic:Incorrect data length for specified 
 const std::string kInsufficient = "Bad logic:Insufficent data to read";
 
 // A log in memory. Long views of more than largestView bytes are refused, so that any block but the
-// smallest can be made to take the road of large ones.
+// smallest can be read as a large one.
 class MemoryLog {
   public:
     explicit MemoryLog(std::string bytes, std::uint32_t largestView = UINT32_MAX)
@@ -141,11 +141,13 @@ TEST_F(TraceDataReaderTest, LargeBlockIsReadIntoABufferOfItsOwn) {
     EXPECT_EQ(Texts(), once + once);
 }
 
-// Looks at the bytes behind each text.
+// Looks at the bytes behind each record.
 struct FarSightedRecorder : PacketRecorder {
-    void OnRead(std::string_view text, std::uint16_t id) {
-        const std::string seen(text.data(), text.size() + kTextReadSlack);
-        PacketRecorder::OnRead(std::string_view(seen).substr(0, text.size()), id);
+    void OnRecord(const DecodedRecord& record) {
+        const std::string seen(record.data, record.length + kReadSlack);
+        DecodedRecord copy = record;
+        copy.data = seen.data();
+        PacketRecorder::OnRecord(copy);
     }
 };
 
@@ -290,6 +292,7 @@ TEST_F(TraceDataReaderTest, PacketThatRunsPastItsRecordFailsWhenTheBlockIsDraine
 
 TEST_F(TraceDataReaderTest, RecordThatFailsWhileOthersArriveEndsTheBlockAndFailsAgain) {
     // Four are held: the fifth sends off the damaged one, the sixth is never read.
+    const RunDirectory diagnostic(true);
     LogBlock block;
     block.Record(LogRecord(1).Tid(1).Packet(LogPacket(LogPacketCode::kString).Length(99)));
     for (std::uint32_t number = 2; number <= 6; ++number) {
@@ -297,7 +300,7 @@ TEST_F(TraceDataReaderTest, RecordThatFailsWhileOthersArriveEndsTheBlockAndFails
     }
     EXPECT_EQ(Read(block), kInsufficient);
     EXPECT_EQ(Texts(), "");
-    EXPECT_EQ(std::count(recorder_.events.begin(), recorder_.events.end(), "thread 1"), 2)
+    EXPECT_EQ(diagnostic.Trace().size(), 2U)
         << "once while records arrived, once more in the drain";
 }
 
@@ -310,24 +313,15 @@ TEST_F(TraceDataReaderTest, MoreRecordsThanAreHeldLeaveWhileOthersArrive) {
     EXPECT_EQ(Texts(), "6 5 4 7 8 9 ");
 }
 
-// Takes usual records in one call.
-struct UsualRecorder : PacketRecorder {
-    void OnUsualRecord(const RecordValues& values) {
-        events.push_back("usual " + std::string(values.message));
-    }
-};
-
-TEST_F(TraceDataReaderTest, UsualRecordIsPassedInOneCallToAClientThatTakesIt) {
-    const auto usual = [](std::uint32_t number, std::string_view text) {
+TEST_F(TraceDataReaderTest, RecordOfNumbersNamesAndOneTextIsPassedAsValues) {
+    const auto plain = [](std::uint32_t number, std::string_view text) {
         return LogRecord(number).Time(1, 2).Tid(3).Pid(4).Module("m").Message(text);
     };
     LogBlock block;
-    block.Record(usual(2, "two")).Record(Record(3, "three")).Record(usual(1, "one"));
-    MemoryLog log(block.Bytes());
-    UsualRecorder recorder;
-    std::make_unique<TraceBlockReader<UsualRecorder, 4>>()->Process(recorder, log);
-    EXPECT_EQ(Events(recorder.events.begin() + 1, recorder.events.end()),
-              (Events{"usual one", "usual two", "begin", "string 0 three", "end"}));
+    block.Record(plain(2, "two")).Record(Record(3, "three")).Record(plain(1, "one"));
+    EXPECT_EQ(Read(block), whole_);
+    EXPECT_EQ(Events(recorder_.events.begin() + 1, recorder_.events.end()),
+              (Events{"values one", "values two", "begin", "string 0 three", "end"}));
 }
 
 TEST_F(TraceDataReaderTest, HeaderStartsAsThisProcess) {

@@ -20,7 +20,10 @@ constexpr std::array<std::uint32_t, 8> kImplied{0, 1, 1, 2, 4, 8, 0, 0};
 PacketHead HeadOf(const std::string& bytes) {
     BufferedInputStream<ReadableMemoryBuffer> stream(
         ReadableMemoryBuffer(bytes.data(), static_cast<std::uint32_t>(bytes.size())));
-    return ReadPacketHead(stream);
+    const PacketHead head =
+        ReadPacketHead([&stream](char* field, std::uint32_t count) { stream.read(field, count); });
+    EXPECT_EQ(stream.Position(), PacketHeadBytes(head.flags));
+    return head;
 }
 
 TEST(PacketHeadTest, EveryHeaderByteTellsWhichFieldsFollow) {
@@ -47,13 +50,13 @@ TEST(PacketHeadTest, EveryHeaderByteTellsWhichFieldsFollow) {
     }
 }
 
-TEST(PacketHeadTest, LengthThatIsNotTheExpectedOneFails) {
-    PacketHead head;
-    head.length = 8;
-    EXPECT_NO_THROW(CheckPacketLength(head, 8));
-    const RaisedFailure failure = FailureOf([&head] { CheckPacketLength(head, 40); });
-    EXPECT_EQ(failure.text, "Bad logic:Incorrect data length for specified data type.");
-    EXPECT_TRUE(failure.IsFrom("TracePacket.h")) << failure.file;
+TEST(PacketHeadTest, DamageRaisesTheFailuresThatUsersKnow) {
+    const RaisedFailure length = FailureOf([] { RaiseDamage(Damage::kNoHeader); });
+    EXPECT_EQ(length.text, "Bad logic:Incorrect data length for specified data type.");
+    EXPECT_TRUE(length.IsFrom("TracePacket.h")) << length.file;
+    const RaisedFailure cut = FailureOf([] { RaiseDamage(Damage::kCutOff); });
+    EXPECT_EQ(cut.text, kInsufficient);
+    EXPECT_TRUE(cut.IsFrom("MemoryStream.h")) << cut.file;
 }
 
 TEST(TracePacketReaderTest, RecordWithoutPacketsTellsNothing) {
