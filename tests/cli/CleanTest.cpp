@@ -1,17 +1,21 @@
+#include <dirent.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <syslog.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 #include <vector>
 
+#include "cli/ToolFixture.h"
 #include "testing/process/Files.h"
 #include "testing/process/RunProgram.h"
 
@@ -20,10 +24,20 @@ namespace {
 using testing::HasSubstr;
 using testing::UnorderedElementsAre;
 
-const std::string kBanner =
-    "Runtime Tracing Command Line Utility 3.0\n"
-    "------------------------------------------------------\n";
+const std::string& kBanner = kToolBanner;
 const std::string kPrompt = "Please select (Y or N ) : ";
+
+// Not sorted.
+std::vector<std::string> RawListing(const std::string& directory) {
+    std::vector<std::string> names;
+    const std::unique_ptr<DIR, int (*)(DIR*)> listing(opendir(directory.c_str()), closedir);
+    while (const dirent* entry = readdir(listing.get())) {
+        if (entry->d_name[0] != '.') {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    return names;
+}
 
 class Clean : public testing::Test {
   protected:
@@ -198,6 +212,60 @@ TEST_F(Clean, PathIsExpanded) {
     EXPECT_EQ(result.error,
               Question(logs_ + "//") + kPrompt + "All log files have been deleted.\n");
     ExpectLogFilesDeleted();
+}
+
+// What it lists and deletes where variables are not set, shown by what it opens: the root of the
+// file system is not to be touched by a test.
+TEST_F(Clean, PathOfWhichSlashesAloneAreLeftOpensNothing) {
+    for (const char* path :
+         {"$(ZYN_T_UNSET)", "$(ZYN_T_UNSET)/", "/$(ZYN_T_UNSET)//", "$(ZYN_T_UNSET)$(ZYN_T_NONE)",
+          "$(ZYN_T_UNSET", "/$(ZYN_T_UNSET", ""}) {
+        Configure("1", "path='" + std::string(path) + "'");
+        ASSERT_EQ(CallsOf("opendir", Run({"clean", "-f"}), directory_.Path(), EACCES), 0U) << path;
+        ASSERT_EQ(CallsOf("opendir", Run({"clean"}, "y"), directory_.Path(), EACCES), 0U) << path;
+        EXPECT_EQ(CallsOf("unlink", Run({"clean", "-f"}), directory_.Path(), EACCES), 0U) << path;
+    }
+    Configure("1", "path='$(ZYN_T_UNSET)'");
+    EXPECT_EQ(Tool({"clean"}, "y").error,
+              Question("//") + kPrompt + "All log files have been deleted.\n");
+    EXPECT_EQ(Tool({"clean", "-f"}).error, kBanner);
+}
+
+TEST_F(Clean, PathThatVariablesLeaveADirectoryOfIsListed) {
+    for (const char* path : {"$(ZYN_T_UNSET)/none-of-this-name", "$(ZYN_T_LOGS)"}) {
+        Configure("1", "path='" + std::string(path) + "'");
+        EXPECT_EQ(CallsOf("opendir", Run({"clean", "-f"}), directory_.Path()), 1U) << path;
+    }
+    ExpectLogFilesDeleted();
+}
+
+TEST_F(Clean, RootThatIsNamedAsSuchIsListed) {
+    Configure("1", "path='/'");
+    EXPECT_EQ(CallsOf("opendir", Run({"clean", "-f"}), directory_.Path(), EACCES), 1U);
+}
+
+TEST_F(Clean, FilesAreDeletedInTheOrderInWhichTheSystemListsThem) {
+    const std::string many = directory_.MakeDirectory("many");
+    Configure("1", "path='" + many + "'");
+    for (int round = 0; round < 3; ++round) {
+        for (int i = 0; i < 8; ++i) {
+            WriteFile(many + "/zynlog-" + std::to_string(i * 7919 % 31) + ".txt", "data");
+        }
+        const std::vector<std::string> listed = RawListing(many);
+        ASSERT_EQ(listed.size(), 8U);
+        // The fourth deletion fails.
+        ProgramRun run = Run({"clean", "-f"});
+        run.environment.insert(run.environment.end(), {"ZYN_FAULT_CALL=unlink", "ZYN_FAULT_FIRST=4",
+                                                       "ZYN_FAULT_COUNT=1", "ZYN_FAULT_ACTION=13"});
+        run.preloadLibrary = ZYN_FAULT_PRELOAD;
+        const ProgramResult result = RunProgram(run);
+        EXPECT_EQ(result.status, 255);
+        EXPECT_THAT(result.error, HasSubstr("Can not delete file [OS call failed:13(Permission "
+                                            "denied)]"));
+        EXPECT_THAT(ListDirectory(many),
+                    testing::UnorderedElementsAreArray(listed.begin() + 3, listed.end()))
+            << "those before the failure are gone, those behind it are left";
+    }
 }
 
 TEST_F(Clean, FirstFileThatCannotBeDeletedEndsTheCommand) {

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <map>
 #include <string>
 #include <vector>
@@ -200,6 +201,77 @@ TEST_F(ExportCommandTest, BareSourceNameIsReadFromTheCurrentDirectory) {
     run.directory = logs_;
     EXPECT_EQ(Finish(run).error, kToolBanner);
     EXPECT_EQ(Content("out"), kColumns + Line("one"));
+}
+
+TEST_F(ExportCommandTest, ContinuationsOfASourceHaveTheFullStopTxtInTheirNames) {
+    Write("zynlog-1.txt", Log("one"));
+    Write("zynlog-1txt", Log("no full stop"));
+    Write("zynlog-1b.txt.old", Log("more"));
+    ExportSilently({"-s", "logs/zynlog-1.txt", "-f", "out"});
+    EXPECT_EQ(Content("out"), kColumns + Line("one") + Line("more"));
+}
+
+// Into a private directory the text goes: what the root of the file system holds is not ours.
+TEST_F(ExportCommandTest, SourceOfTheRootIsReadThere) {
+    Write("zynlog-t-1.txt", Log("of the current directory"));
+    ProgramRun run = Run({"export", "-s", "/zynlog-t-1.txt", "-f", "../out", "-silent"});
+    run.directory = logs_;
+    EXPECT_EQ(Finish(run).error, kToolBanner);
+    EXPECT_EQ(Content("out"), kColumns);
+}
+
+// The name is empty, and so is the prefix: all files of the directory that have the part.
+TEST_F(ExportCommandTest, SourceThatEndsInASlashIsAllOfThatDirectory) {
+    Write("zynlog-1.txt", Log("one"));
+    Write("copy.txt", Log("copy"));
+    Write("copy.log", Log("no"));
+    ExportSilently({"-s", "logs/", "-f", "out"});
+    EXPECT_EQ(Content("out"), kColumns + Line("copy") + Line("one"));
+    ExportSilently({"-s", "logs/"});
+    EXPECT_EQ(Content("EXPORT-"), kColumns + Line("copy") + Line("one"));
+}
+
+TEST_F(ExportCommandTest, EmptyDirectoryNameIsTheRoot) {
+    WriteTwoLogs();
+    ConfigureLogs(logs_);
+    for (const char* form : {"-m", "-f"}) {
+        ProgramRun run = Run({"export", "-d", "", form, "out", "-silent"});
+        static_cast<void>(directory_.MakeDirectory("out"));
+        if (form[1] == 'f') {
+            run.directory = logs_;
+        }
+        EXPECT_EQ(CallsOf("opendir", run, directory_.Path(), EACCES), 1U) << form;
+    }
+    EXPECT_EQ(ReadFile(logs_ + "/out"), kColumns);
+}
+
+TEST_F(ExportCommandTest, ConfiguredPathOfWhichSlashesAloneAreLeftOpensNothing) {
+    for (const char* path : {"$(ZYN_T_UNSET)", "$(ZYN_T_UNSET)/", "/$(ZYN_T_UNSET", ""}) {
+        ConfigureLogs(path);
+        for (const char* form : {"-m", "-f"}) {
+            EXPECT_EQ(CallsOf("opendir", Run({"export", form, "-silent"}), directory_.Path()), 0U)
+                << path << form;
+        }
+        EXPECT_EQ(Content("zynexport.txt"), kColumns);
+    }
+    ConfigureLogs("$(ZYN_T_UNSET)/none-of-this-name");
+    EXPECT_EQ(CallsOf("opendir", Run({"export", "-f", "-silent"}), directory_.Path()), 1U);
+}
+
+TEST_F(ExportCommandTest, BackslashBehindADirectoryIsDroppedForTheListingAlone) {
+    WriteTwoLogs();
+    const std::string text =
+        "Failed to open file for read [OS call failed:2(No such file or directory)]";
+    ExpectFailure({"-d", "logs\\", "-f", "out"}, text);
+    ExpectFailure({"-d", "logs\\", "-m"}, text);
+    EXPECT_THAT(ListDirectory(directory_.Path()), ElementsAre("logs"));
+    // Kept as is: the listing reads "logs", the files are opened in a directory with the backslash.
+    const std::string twin = directory_.MakeDirectory("logs\\");
+    WriteFile(twin + "/zynlog-0001.txt", Log("twin one"));
+    WriteFile(twin + "/zynlog-0002.txt", Log("twin two"));
+    WriteFile(twin + "/zynlog-0003.txt", Log("not listed"));
+    ExportSilently({"-d", "logs\\", "-f", "out"});
+    EXPECT_EQ(Content("out"), kColumns + Line("twin one") + Line("twin two"));
 }
 
 TEST_F(ExportCommandTest, SourceNeedNotBeCalledZynlog) {

@@ -189,7 +189,7 @@ TEST_F(ExportFailureTest, DirectoryIsListedOnceHoweverManyTextsAreMade) {
     }
     for (const std::string& target : {directory_.MakeDirectory("out"), logs_}) {
         ProgramRun run = Run({"export", "-d", logs_, "-m", target, "-silent"});
-        EXPECT_EQ(CallsOf("opendir", run), 1U) << target;
+        EXPECT_EQ(CallsOf("opendir", run, directory_.Path()), 1U) << target;
         EXPECT_EQ(ReadFile(target + "/EXPORT-zynlog-159.txt"), kColumns + Line("159"));
     }
 }

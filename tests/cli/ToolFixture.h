@@ -9,7 +9,6 @@
 #include <cstddef>
 #include <filesystem>
 #include <string>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -22,6 +21,26 @@ inline const std::string kToolBanner =
 
 inline std::string ToolFailure(const std::string& description) {
     return "Operation failed.\nError description:" + description + "\n";
+}
+
+// How often a run, which must succeed, calls a function of the C library (LibcCalls.h names them).
+// The count goes through a file of the directory. error: what the calls fail with, so that nothing
+// comes of them; 0: they are made.
+inline std::size_t CallsOf(const std::string& function, ProgramRun run,
+                           const std::string& directory, int error = 0) {
+    const std::string hits = directory + "/hits";
+    for (const std::string& setting :
+         {"CALL=" + function, "LOG=" + hits, std::string("FIRST=1"), std::string("COUNT=all"),
+          "ACTION=" + std::to_string(error)}) {
+        run.environment.push_back("ZYN_FAULT_" + setting);
+    }
+    run.preloadLibrary = ZYN_FAULT_PRELOAD;
+    // Without a call there is no file.
+    WriteFile(hits, "");
+    EXPECT_EQ(RunProgram(run).status, 0);
+    const std::string lines = ReadFile(hits);
+    std::filesystem::remove(hits);
+    return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), '\n'));
 }
 
 class ToolFixture : public testing::Test {
@@ -56,26 +75,6 @@ class ToolFixture : public testing::Test {
         WriteConfiguration("<ZYNConfig trace='1'><Logfile path='" + path +
                            "' size='1' maxbackups='1' preserve_size='1' "
                            "preserve_maxbackups='1'/><Global/></ZYNConfig>");
-    }
-
-    // How often the program calls a function of the C library (testing/faults/LibcCalls.h) in a
-    // run, which must succeed.
-    std::size_t CallsOf(const std::string& function, ProgramRun run) const {
-        const std::string hits = directory_ / "hits";
-        for (const std::string& setting :
-             {"CALL=" + function, "LOG=" + hits, std::string("FIRST=1"), std::string("COUNT=all"),
-              std::string("ACTION=0")}) {
-            run.environment.push_back("ZYN_FAULT_" + setting);
-        }
-        run.preloadLibrary = ZYN_FAULT_PRELOAD;
-        std::error_code ignored;
-        std::filesystem::remove(hits, ignored);
-        EXPECT_EQ(Finish(run).status, 0);
-        if (!std::filesystem::exists(hits)) {
-            return 0;
-        }
-        const std::string lines = ReadFile(hits);
-        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), '\n'));
     }
 
     // In the private directory.
