@@ -48,7 +48,10 @@ bool Confirmed(const std::string& directory) {
 }
 
 void DeleteLogFiles(const std::string& directory) {
-    for (const std::string& name : LogFileNames(directory)) {
+    // In the order in which the system lists them: none has to go before another.
+    std::vector<std::string> names;
+    CFileSystem::FindAllFiles(directory, kLogPrefix, kLogPart, names);
+    for (const std::string& name : names) {
         const std::string path = directory + name;
         const int result = ::unlink(path.c_str());
         ZYN_CHECK_OS_CALL(result == 0, "Can not delete file");
