@@ -62,13 +62,17 @@ constinit std::mutex singletonMutex;
 
 }  // namespace
 
+std::optional<unsigned int> WatchServiceStartUsingPIDFile::ReadPid(const std::string& path) {
+    return ParsePid(ReadStart(path));
+}
+
 void WatchServiceStartUsingPIDFile::Check(const std::string& name) {
     const std::string files =
         CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + name;
     if (::access((files + ".lck").c_str(), F_OK) != 0) {
         return;
     }
-    const std::optional<unsigned int> pid = ParsePid(ReadStart(files + ".pid"));
+    const std::optional<unsigned int> pid = ReadPid(files + ".pid");
     if (!pid) {
         return;
     }

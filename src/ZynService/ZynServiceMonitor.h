@@ -22,6 +22,10 @@ class WatchServiceStartUsingPIDFile {
     // means that the service does not run. Throws what OnServiceStarted does.
     void Check(const std::string& name);
 
+    // The number that a pid file begins with, as Check reads it. Never waits, whatever the path
+    // names.
+    [[nodiscard]] static std::optional<unsigned int> ReadPid(const std::string& path);
+
   protected:
     WatchServiceStartUsingPIDFile() = default;
     WatchServiceStartUsingPIDFile(const WatchServiceStartUsingPIDFile&) = default;

@@ -1,65 +1,604 @@
 """zyn-doctor tells what is wrong with a host and changes nothing on it."""
 
+import errno
+import fcntl
+import grp
+import json
 import os
+import pwd
+import re
+import resource
 import shutil
+import socket
 import stat
+import struct
 import subprocess
 import tempfile
+import time
 import unittest
 from pathlib import Path
 
 SOURCE = Path(os.environ["ZYN_SOURCE"])
-DOCTOR = SOURCE / "tools" / "zyn-doctor"
+DOCTOR = Path(os.environ["ZYN_BIN"]) / "zyn-doctor"
+FAULTS = Path(os.environ["ZYN_BIN"]).parent / "lib" / "libzyn_fault_preload.so"
+SANITIZED = "ZYN_SANITIZED" in os.environ
 # No process has it: the kernel's highest id is 4194304.
 DEAD = 4194305
+RING_BYTES = 524
+UNKNOWN = "not known without it: whether tracing is on, the log directory, what is traced"
+FIRST_BLOCK = 256
+# What programs go by; a code never changes its meaning.
+FACTS = {"configuration-found", "configuration-variable", "foreign-files", "lock-free", "log-directory",
+         "log-directory-unknown", "logs", "message", "newest-complete", "newest-long", "newest-unfinished",
+         "no-journal", "no-messages", "no-regions", "region-in-use", "room", "run-directory",
+         "run-directory-variable", "service-not-running", "service-runs", "switched-on", "trace-on"}
+FINDINGS = {"configuration-invalid", "configuration-missing", "configuration-unparsed", "lock-held",
+            "log-directory-missing", "log-format", "log-not-regular", "log-too-small", "log-unreadable",
+            "newest-damaged", "newest-unfinished", "newest-zeros", "no-room", "read-only", "region-left",
+            "run-directory-missing", "run-directory-not-writable", "run-directory-open",
+            "run-directory-sticky", "service-dead", "service-lock-missing", "service-pid-invalid",
+            "service-region-missing", "service-region-unusable", "trace-off"}
+UNKNOWNS = {"configuration-unknown", "configuration-unreadable", "lock-unreadable",
+            "log-directory-unreadable", "newest-unreadable", "regions-unreadable", "room-unknown",
+            "run-directory-unreadable"}
+# Raised elsewhere, or not to be raised from outside at will.
+NOT_HERE = {"newest-long", "newest-unreadable", "read-only", "regions-unreadable", "room-unknown"}
+DEPENDING = {"run-directory-sticky", "message", "no-messages", "log-directory-unreadable",
+             "configuration-unreadable", "run-directory-unreadable", "run-directory-not-writable"}
+
+
+UNSHARE = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--mount", "--map-root-user"]
+CAN_MOUNT = subprocess.run([*UNSHARE, "mount", "-t", "tmpfs", "tmpfs", "/mnt"], capture_output=True,
+                           check=False).returncode == 0
 
 
 class DoctorTest(unittest.TestCase):
+    CODES = {"fact": FACTS, "finding": FINDINGS, "unknown": UNKNOWNS}
+    raised = set()
+
+    @classmethod
+    def tearDownClass(cls):
+        missing = (FACTS | FINDINGS | UNKNOWNS) - NOT_HERE - DEPENDING - cls.raised
+        if missing:
+            raise AssertionError(f"no test raises: {sorted(missing)}")
+
     def setUp(self):
         directory = tempfile.TemporaryDirectory(prefix="zyn-doctor.")
         self.addCleanup(directory.cleanup)
         self.root = Path(directory.name)
         self.run_directory = self.root / "temp" / "ZYN"
         self.run_directory.mkdir(parents=True)
+        self.run_directory.chmod(0o750)
         shutil.copytree(SOURCE / "samples" / "cfg", self.root / "cfg")
         shutil.copytree(SOURCE / "samples" / "log", self.root / "log")
         self.configuration = self.root / "cfg" / "ZynConfigLinux.xml"
-        self.environment = {"KORVA_VANTOREL_DIR": str(self.root),
+        # Without PATH no journalctl is found, whatever the host's journal holds.
+        self.environment = {"KORVA_VANTOREL_DIR": str(self.root), "PATH": str(self.root / "bin"),
                             "KORVA_VANTOREL_CFG": str(self.root / "cfg")}
 
     def state(self):
         return {path: (path.lstat().st_mode, path.lstat().st_mtime_ns, path.lstat().st_size)
                 for path in [self.root, *self.root.rglob("*")]}
 
-    def diagnose(self, path=None):
-        """Lines and findings of a run."""
+    def run_doctor(self, *options, **how):
+        return subprocess.run([DOCTOR, *options], env=self.environment, cwd=self.root,
+                              capture_output=True, timeout=60, check=False, **how)
+
+    def look(self, **how):
+        """Lines, findings and what could not be looked at, of a run in text and one in JSON."""
         before = self.state()
-        result = subprocess.run([DOCTOR], env={"PATH": path or os.environ["PATH"], **self.environment},
-                                cwd=self.root, text=True, capture_output=True, timeout=60, check=False)
-        self.assertEqual(result.stderr, "")
+        result = self.run_doctor(**how)
+        self.assertEqual(result.stderr, b"")
         self.assertEqual(self.state(), before)
-        lines = result.stdout.splitlines()
+        lines = result.stdout.decode().splitlines()
         findings = [line[3:] for line in lines if line.startswith("!! ")]
-        self.assertEqual(result.returncode, 1 if findings else 0)
-        self.assertEqual(lines[-1], f"Findings: {len(findings)}" if findings else "Nothing wrong found.")
-        return [line.strip() for line in lines], findings
+        unknown = [line[3:] for line in lines if line.startswith("?? ")]
+        self.assertEqual(result.returncode, 2 if unknown else 1 if findings else 0)
+        end = [f"Not looked at: {len(unknown)}"] * bool(unknown)
+        end += [f"Findings: {len(findings)}"] * bool(findings)
+        self.assertEqual(lines[-len(end):] if end else lines[-1:], end or ["Nothing wrong found."])
+        document = json.loads(self.run_doctor("--json", **how).stdout)
+        self.assertEqual(document["status"], result.returncode)
+        self.assertEqual((document["findings"], document["unknown"]), (len(findings), len(unknown)))
+        for section in document["sections"]:
+            for remark in section["remarks"]:
+                self.assertIn(remark["code"], self.CODES[remark["kind"]])
+                self.raised.add(remark["code"])
+        return [line.strip() for line in lines], findings, unknown
+
+    def diagnose(self, **how):
+        """Lines and findings of a run that could look at everything."""
+        lines, findings, unknown = self.look(**how)
+        self.assertEqual(unknown, [])
+        return lines, findings
 
     def service(self, pid):
         (self.run_directory / "ZynService.pid").write_text(f"{pid}\n")
-        for name in ("ZynService.lck", "ZynServerMessageBuffer.map", "ZynRecordSequenceNumberSeed.map"):
-            (self.run_directory / name).touch()
+        (self.run_directory / "ZynService.lck").touch()
+        for name in ("ZynServerMessageBuffer.map", "ZynRecordSequenceNumberSeed.map"):
+            (self.run_directory / name).write_bytes(bytes(RING_BYTES))
 
     def test_a_host_in_order_has_no_findings(self):
-        self.run_directory.chmod(0o750)
         lines, findings = self.diagnose()
         self.assertEqual(findings, [])
         self.assertIn(f"KORVA_VANTOREL_CFG is {self.root}/cfg", lines)
         self.assertIn(f"{self.configuration}: found", lines)
+        self.assertIn("trace is on", lines)
+        self.assertIn("switched on: 2 modules, 3 clients, 7 labels", lines)
         self.assertIn(f"$(KORVA_VANTOREL_DIR)/log is {self.root}/log", lines)
         total = sum(path.stat().st_size for path in (self.root / "log").iterdir())
         self.assertIn(f"3 binary log files, {total} bytes", lines)
         self.assertIn("no pid file: not running", lines)
-        self.assertTrue(any(line.startswith(f"{self.run_directory}/: mode 750, owner ") for line in lines))
+        self.assertIn("nobody is sending", lines)
+        self.assertIn("none", lines)
+        status = self.run_directory.stat()
+        self.assertIn(f"{self.run_directory}/: mode 750, owner {pwd.getpwuid(status.st_uid).pw_name}"
+                      f", group {grp.getgrgid(status.st_gid).gr_name}", lines)
+        room = [line for line in lines if re.fullmatch(r"room left: \d+ of \d+ MiB", line)]
+        self.assertEqual(len(room), 2, lines)
+
+    # Configuration
+
+    def test_a_missing_configuration_is_found(self):
+        self.configuration.unlink()
+        lines, findings, unknown = self.look()
+        self.assertEqual((findings, unknown), ([f"{self.configuration}: no such file"], [UNKNOWN]))
+        self.assertIn("not known", lines)
+
+    def test_without_a_variable_it_says_which_to_set(self):
+        del self.environment["KORVA_VANTOREL_CFG"], self.environment["KORVA_VANTOREL_DIR"]
+        self.configuration.unlink()
+        lines, findings, _ = self.look()
+        self.assertIn("KORVA_VANTOREL_CFG and VTRLCFGPATH are not set: searched from the current directory",
+                      lines)
+        self.assertIn("KORVA_VANTOREL_DIR is not set", lines)
+        self.assertEqual(findings, [
+            "cfg/ZynConfigLinux.xml: no such file; set KORVA_VANTOREL_CFG to the directory that holds it, "
+            "/usr/vantorel/cfg beside the packaged run directory (an example is in "
+            "/usr/share/doc/zyntool/examples)",
+            "/temp/ZYN/: no such directory; set KORVA_VANTOREL_DIR to the product directory (the package "
+            "makes /usr/vantorel)"])
+
+    def test_the_packaged_run_directory_is_the_one_that_the_package_makes(self):
+        snippet = (SOURCE / "packaging" / "tmpfiles.d" / "zyntool.conf").read_text()
+        self.assertRegex(snippet, r"(?m)^d +/usr/vantorel/temp/ZYN ")
+
+    def test_a_configuration_that_does_not_parse_leaves_all_unknown(self):
+        self.configuration.write_text('<ZYNConfig trace="1"><Logfile path="/x"></ZYNConfig>')
+        lines, findings, unknown = self.look()
+        self.assertTrue(findings[0].startswith("does not parse: "), findings)
+        self.assertEqual((len(findings), unknown), (1, [UNKNOWN]))
+        self.assertNotIn("trace is on", lines)
+        self.assertIn("not known", lines)
+
+    def test_a_configuration_that_is_no_file_is_not_waited_for(self):
+        self.configuration.unlink()
+        os.mkfifo(self.configuration)
+        self.assertEqual(self.look()[1:], (["does not parse: Failed to open file"], [UNKNOWN]))
+
+    def test_a_root_without_trace_leaves_all_unknown(self):
+        for text in ("<ZYNConfig/>", "<Other/>"):
+            with self.subTest(text=text):
+                self.configuration.write_text(text)
+                self.assertEqual(self.look()[1:], (
+                    ['no element ZYNConfig with an attribute trace: "Bad parameter:Invalid Attribute"'], [UNKNOWN]))
+
+    def test_a_log_file_without_a_path_leaves_the_log_directory_unknown(self):
+        for text, message in (('<Logfile size="1"/>', "Bad logic:error: Invalid path "),
+                              ("", "Bad parameter:error:Logfile configuation invalid")):
+            with self.subTest(text=text):
+                self.configuration.write_text(f'<ZYNConfig trace="1">{text}<Global/></ZYNConfig>')
+                lines, findings, unknown = self.look()
+                self.assertEqual(findings, [f'Logfile: "{message}"; its other attributes are not read'])
+                self.assertEqual(unknown, ["not known without it: the log directory"])
+                self.assertIn("trace is on", lines)
+
+    def test_a_path_before_a_failure_is_known(self):
+        self.configuration.write_text('<ZYNConfig trace="1"><!-- <Logfile path="/x"/>\n-->'
+                                      "<Logfile\npath='$(KORVA_VANTOREL_DIR)log'/><Global/></ZYNConfig>")
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, ['Logfile: "Bad logic:Error: invalid size"; its other attributes are not read'])
+        self.assertIn(f"$(KORVA_VANTOREL_DIR)log is {self.root}/log", lines)
+
+    def test_what_is_behind_a_failure_is_unknown(self):
+        text = self.configuration.read_text()
+        self.configuration.write_text(text.replace(' server_name="node-17.example"', ""))
+        self.assertEqual(self.look()[1:], (
+            ['"Bad logic:Error: no valid hostname is specified": nothing behind it is read; clients go without it'],
+            ["not known because of it: what of the modules behind it is traced"]))
+
+    def test_a_text_log_is_found(self):
+        self.configuration.write_text(self.configuration.read_text().replace('"binary"', '"BINARY"'))
+        self.assertEqual(self.diagnose()[1],
+                         ['log_format is not "binary": the service writes text, which no export reads'])
+
+    def test_a_log_path_is_expanded_as_the_tool_does_it(self):
+        self.environment["PART"] = "a//b"
+        text = self.configuration.read_text()
+        self.configuration.write_text(text.replace("$(KORVA_VANTOREL_DIR)/log", "/x///$(PART)$(NONE)c$(d"))
+        self.assertEqual(self.diagnose()[1], ["/x//a/b/c: no such directory"])
+
+    def test_it_writes_no_diagnostic_log(self):
+        self.environment["DIAGNOSTIC_MODE"] = "1"
+        self.assertEqual(self.diagnose()[1], [])
+
+    # Logs
+
+    def test_files_that_stop_an_export_are_found(self):
+        (self.root / "log" / "zynlog-2.txt").write_bytes(b"x" * 255)
+        (self.root / "log" / "zynlog-3.txt").mkdir()
+        (self.root / "log" / "zynlog-4.txt").write_bytes(b"x" * 256)
+        (self.root / "log" / "zynlog-5.txt").symlink_to("nowhere")
+        os.mkfifo(self.root / "log" / "zynlog-6.txt")
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, ["zynlog-2.txt: 255 bytes, too small; stops an export",
+                                    "zynlog-3.txt: not a regular file; stops an export",
+                                    "zynlog-5.txt: No such file or directory; stops an export",
+                                    "zynlog-6.txt: not a regular file; stops an export"])
+        self.assertIn("1 files without the header of a binary log; an export leaves them out", lines)
+
+    def test_names_drive_no_terminal(self):
+        name = "zynlog-\x1b[31m|\n\x9b1mÄ.txt"
+        (self.root / "log" / name).write_bytes(b"x")
+        self.assertEqual(self.diagnose()[1],
+                         [r"zynlog-\x1b[31m|\x0a\xc2\x9b1mÄ.txt: 1 bytes, too small; stops an export"])
+
+    def newest(self):
+        """The newest log, made so."""
+        path = self.root / "log" / "zynlog-0002.txt"
+        later = time.time() + 100
+        os.utime(path, (later, later))
+        return path
+
+    def blocks(self, path):
+        """Offsets of the blocks of a log, and its size."""
+        content = path.read_bytes()
+        offsets = [FIRST_BLOCK]
+        while offsets[-1] < len(content):
+            offsets.append(offsets[-1] + 45 + struct.unpack_from("<I", content, offsets[-1] + 41)[0])
+        return offsets
+
+    def advice(self):
+        return f'; "zynlog-verify {self.root}/log" says what it costs'
+
+    def test_the_newest_log_is_looked_at(self):
+        self.newest()
+        self.assertIn("newest: zynlog-0002.txt, ends with a whole block", self.diagnose()[0])
+
+    def test_an_unfinished_newest_log_is_found(self):
+        path = self.newest()
+        last = self.blocks(path)[-2]
+        with path.open("r+b") as log:
+            log.truncate(last + 60)
+        self.newest()
+        self.assertEqual(self.diagnose()[1],
+                         [f"newest: zynlog-0002.txt, ends within the block at offset {last}" + self.advice()])
+
+    def test_an_unfinished_log_of_a_living_service_is_as_it_should_be(self):
+        path = self.newest()
+        last = self.blocks(path)[-2]
+        with path.open("r+b") as log:
+            log.truncate(last + 60)
+        self.newest()
+        self.service(os.getpid())
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, [])
+        self.assertIn(f"newest: zynlog-0002.txt, its last block at offset {last} is not finished: the service "
+                      "is writing it", lines)
+
+    def test_damage_in_the_newest_log_is_found(self):
+        path = self.newest()
+        second = self.blocks(path)[1]
+        content = bytearray(path.read_bytes())
+        content[second] = 0xFF
+        path.write_bytes(content)
+        self.newest()
+        self.assertEqual(self.diagnose()[1],
+                         [f"newest: zynlog-0002.txt, no block header at offset {second}" + self.advice()])
+
+    def test_zeros_at_the_end_of_the_newest_log_are_found(self):
+        path = self.newest()
+        size = path.stat().st_size
+        with path.open("r+b") as log:
+            log.truncate(size + 100_000)
+        self.newest()
+        self.assertEqual(self.diagnose()[1],
+                         [f"newest: zynlog-0002.txt, only zeros from offset {size}" + self.advice()])
+
+    def test_too_little_room_for_another_log_is_found(self):
+        path = self.root / "log" / "zynlog-0003.txt"
+        with path.open("r+b") as log:
+            # Longer than any disk here, and empty for the most part.
+            log.truncate(1 << 43)
+        findings = self.diagnose()[1]
+        self.assertEqual(len(findings), 2, findings)
+        self.assertRegex(findings[1], rf"^room left: \d+ bytes, too little for another log file \({1 << 43} bytes\)$")
+
+    def test_a_log_of_very_many_blocks_is_not_walked_to_its_end(self):
+        empty = b"\x0a" + struct.pack("<I", 40) + bytes(40)
+        path = self.newest()
+        path.write_bytes(path.read_bytes()[:FIRST_BLOCK] + empty * 50_001)
+        self.newest()
+        self.assertIn("newest: zynlog-0002.txt, more than 50000 blocks: its end was not looked at" +
+                      self.advice(), self.diagnose()[0])
+
+    def test_it_is_quick_with_many_logs(self):
+        log = self.root / "log"
+        for number in range(1500):
+            os.link(log / "zynlog-0001.txt", log / f"zynlog-{number:06}.txt")
+        # Processor time: how long it takes also depends on what else runs here.
+        before = resource.getrusage(resource.RUSAGE_CHILDREN)
+        self.assertEqual(self.run_doctor().returncode, 0)
+        after = resource.getrusage(resource.RUSAGE_CHILDREN)
+        self.assertLess(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime,
+                        2 if SANITIZED else 0.2)
+
+    # Run directory
+
+    @unittest.skipUnless(CAN_MOUNT, "file systems cannot be mounted here")
+    def test_too_little_room_for_a_client_is_found(self):
+        for options, finding in (("size=1000k", r"room left: \d+ bytes, too little for a client's regions "
+                                                r"\(1048088 bytes\)"),
+                                 ("size=2000k,nr_inodes=1", "room left: for no more files, whatever their size"),
+                                 ("ro", rf"{self.run_directory}/: the file system is read-only")):
+            with self.subTest(options=options):
+                script = f"mount -t tmpfs -o mode=755,{options} tmpfs {self.run_directory} && exec {DOCTOR}"
+                result = subprocess.run([*UNSHARE, "sh", "-c", script], capture_output=True, text=True, timeout=60,
+                                        env={**self.environment, "PATH": os.environ["PATH"]}, check=False)
+                findings = [line[3:] for line in result.stdout.splitlines() if line.startswith("!! ")]
+                self.assertRegex(findings[-1], f"^{finding}$")
+
+    def test_a_run_directory_that_everybody_writes_to_is_found(self):
+        self.run_directory.chmod(0o777)
+        self.assertEqual(self.diagnose()[1], [
+            f"{self.run_directory}/: writable by every user: each of them can pause tracing, remove the regions "
+            "of others or pose as the service; give it to a group"])
+
+    def test_a_sticky_run_directory_is_found_where_the_kernel_is_strict(self):
+        strict = int(Path("/proc/sys/fs/protected_regular").read_text())
+        self.run_directory.chmod(0o1777)
+        findings = self.diagnose()[1]
+        self.assertEqual(findings[1:], [
+            f"{self.run_directory}/: sticky: the kernel (fs.protected_regular) refuses senders a lock file that "
+            "another user has made"] * (strict >= 1))
+
+    @unittest.skipUnless(os.geteuid() == 0, "only root can look as somebody else")
+    def test_what_may_not_be_read_is_said(self):
+        self.root.chmod(0o755)
+        (self.root / "log").chmod(0o700)
+        nobody = {"user": 65534, "group": 65534, "extra_groups": []}
+        self.assertEqual(self.look(**nobody)[2], [f"{self.root}/log: Permission denied",
+                                                  f"{self.run_directory}/: Permission denied"])
+        self.run_directory.chmod(0o755)
+        self.assertIn(f"{self.run_directory}/: not writable by nobody; pause, resume and reload fail",
+                      self.look(**nobody)[1])
+        (self.root / "cfg").chmod(0o700)
+        (self.root / "temp").chmod(0o700)
+        self.assertEqual(self.look(**nobody)[2], [f"{self.configuration}: Permission denied", UNKNOWN,
+                                                  f"{self.run_directory}/: Permission denied"])
+        (self.root / "cfg").chmod(0o755)
+        self.configuration.chmod(0o600)
+        self.assertIn(f"{self.configuration}: Permission denied", self.look(**nobody)[2])
+
+    # Service
+
+    def test_a_living_service_is_shown(self):
+        self.service(os.getpid())
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, [])
+        self.assertTrue(any(re.fullmatch(rf"process {os.getpid()} \(.+\) lives", line) for line in lines), lines)
+
+    def test_a_pid_may_stand_behind_white_space(self):
+        self.service(f"\r\n\t     {os.getpid()} x")
+        lines, findings = self.diagnose()
+        self.assertEqual(findings, [])
+        self.assertTrue(any(line.startswith(f"process {os.getpid()} ") for line in lines), lines)
+
+    def test_a_pid_file_that_is_no_file_is_not_waited_for(self):
+        os.mkfifo(self.run_directory / "ZynService.pid")
+        self.assertEqual(self.diagnose()[1], ["ZynService.pid holds no process id: counts as not running"])
+
+    def test_regions_that_clients_cannot_use_are_found(self):
+        self.service(os.getpid())
+        (self.run_directory / "ZynServerMessageBuffer.map").write_bytes(bytes(RING_BYTES - 1))
+        (self.run_directory / "ZynRecordSequenceNumberSeed.map").write_bytes(b"")
+        failure = f"Can not open file mapping [OS call failed:{errno.EINVAL}(Invalid argument)]"
+        self.assertEqual(self.diagnose()[1],
+                         [f"ZynServerMessageBuffer.map: {failure}: clients cannot register",
+                          f"ZynRecordSequenceNumberSeed.map: {failure}: clients cannot register"])
+
+    def test_who_holds_the_lock_of_the_senders_is_told(self):
+        path = self.run_directory / "ZynServerMessageLock.lck"
+        path.touch()
+        self.assertIn("ZynServerMessageLock.lck is there; nobody holds it", self.diagnose()[0])
+        with path.open("r+b") as lock:
+            fcntl.lockf(lock, fcntl.LOCK_EX, 1)
+            findings = self.diagnose()[1]
+        self.assertEqual(len(findings), 1)
+        self.assertRegex(findings[0], rf"^ZynServerMessageLock\.lck is held by process {os.getpid()} \(.+\): all who "
+                                      "send to the service wait for it$")
+
+    def test_a_lock_of_no_process_is_told(self):
+        path = self.run_directory / "ZynServerMessageLock.lck"
+        with path.open("w+b") as lock:
+            # A lock of the open file, not of a process.
+            fcntl.fcntl(lock, fcntl.F_OFD_SETLK, struct.pack("hhqqi4x", fcntl.F_WRLCK, os.SEEK_SET, 0, 1, 0))
+            self.assertEqual(self.diagnose()[1],
+                             ["ZynServerMessageLock.lck is held by a process that cannot be told: all who send "
+                              "to the service wait for it"])
+
+    def test_a_lock_file_that_cannot_be_opened_is_said(self):
+        socket_at_path = socket.socket(socket.AF_UNIX)
+        self.addCleanup(socket_at_path.close)
+        socket_at_path.bind(str(self.run_directory / "ZynServerMessageLock.lck"))
+        self.assertEqual(self.look()[2], ["ZynServerMessageLock.lck: No such device or address"])
+
+    def test_other_files_are_no_regions_of_clients(self):
+        for name in ("ZynTraceBuffer.map", "ZynTraceBuffer1x.map", "ZynTraceBuffer99999999999.map",
+                     f"ZynTraceBuffer{DEAD}.map.old"):
+            (self.run_directory / name).touch()
+        self.assertIn("none", self.diagnose()[0])
+
+    # Messages
+
+    def journal(self, script):
+        programs = self.root / "bin"
+        programs.mkdir(exist_ok=True)
+        (programs / "journalctl").write_text("#!/bin/sh\n" + script)
+        (programs / "journalctl").chmod(0o755)
+
+    @staticmethod
+    def messages(lines):
+        return lines[lines.index("Messages in the system log") + 1:-1]
+
+    def test_without_journalctl_it_says_where_to_look(self):
+        self.assertEqual(self.messages(self.diagnose()[0]),
+                         ["there is no journalctl; look for ZYNAPI and ZynServer in the system log"])
+
+    def test_journalctl_is_asked_for_the_last_messages_of_both_identities(self):
+        self.journal('echo "$@"')
+        self.assertEqual(self.messages(self.diagnose()[0]), [" ".join([
+            "--quiet", "--no-pager", "--output=short-iso", "--lines=5", "--identifier=ZYNAPI",
+            "--identifier=ZynServer"])])
+
+    def test_a_journalctl_that_fails_is_said(self):
+        self.journal("exit 3")
+        self.assertEqual(self.messages(self.diagnose()[0]),
+                         ["journalctl ends with 3; look for ZYNAPI and ZynServer in the system log"])
+
+    def test_a_journalctl_that_cannot_be_run_is_said(self):
+        self.journal("")
+        (self.root / "bin" / "journalctl").chmod(0o600)
+        self.assertEqual(self.messages(self.diagnose()[0]),
+                         ["journalctl cannot be run; look for ZYNAPI and ZynServer in the system log"])
+
+    def test_a_journalctl_that_hangs_is_ended(self):
+        pid_file = self.root / "pid"
+        self.journal(f"echo $$ >{pid_file}; exec /bin/sleep 1000")
+        result = self.run_doctor()
+        self.assertIn(b"journalctl does not end; look for ZYNAPI and ZynServer in the system log", result.stdout)
+        self.assertFalse(Path(f"/proc/{pid_file.read_text().strip()}").exists())
+
+    @unittest.skipUnless(shutil.which("journalctl"), "journalctl is not installed")
+    def test_an_empty_journal_is_said(self):
+        self.journal(f'exec {shutil.which("journalctl")} --directory={self.root}/journal "$@"')
+        (self.root / "journal").mkdir()
+        self.assertEqual(self.messages(self.diagnose()[0]), ["none of ZYNAPI or ZynServer"])
+
+    JOURNAL_REMOTE = "/lib/systemd/systemd-journal-remote"
+
+    @unittest.skipUnless(Path(JOURNAL_REMOTE).exists(), "systemd-journal-remote is not installed")
+    def test_the_last_messages_come_from_the_journal(self):
+        entries = []
+        for number, (identity, text) in enumerate(
+                [("ZYNAPI", "too old to be shown"), ("other", "not ours")] +
+                [("ZYNAPI", "ZYN Dispatching service is not running."), ("ZynServer", "Error parsing Element.")] * 2 +
+                [("ZYNAPI", "the last")]):
+            entries.append(f"__REALTIME_TIMESTAMP={1700000000000000 + number}\n__MONOTONIC_TIMESTAMP={number + 1}\n"
+                           "_BOOT_ID=5a9b0a1c0d6e4bf6a0f7ff3d4c2e1b00\n_HOSTNAME=node-17\nPRIORITY=3\n"
+                           f"SYSLOG_IDENTIFIER={identity}\nMESSAGE={text}\n\n")
+        (self.root / "journal").mkdir()
+        subprocess.run([self.JOURNAL_REMOTE, "--output", self.root / "journal" / "system.journal", "-"],
+                       input="".join(entries).encode(), check=True, capture_output=True, timeout=60)
+        self.journal(f'exec {shutil.which("journalctl")} --directory={self.root}/journal "$@"')
+        shown = self.messages(self.diagnose()[0])
+        self.assertEqual([line.split(" ", 2)[2] for line in shown],
+                         ["ZYNAPI: ZYN Dispatching service is not running.", "ZynServer: Error parsing Element."] * 2 +
+                         ["ZYNAPI: the last"])
+
+    # Faults
+
+    def test_whatever_call_fails_it_says_what_it_could_not_look_at(self):
+        self.service(os.getpid())
+        (self.run_directory / "ZynServerMessageLock.lck").touch()
+        hits = self.root / "hits"
+        codes = set()
+        for call in ("access", "fcntl", "fstat", "lseek", "mmap", "open", "opendir", "read", "readdir", "stat"):
+            for first in range(1, 100):
+                hits.unlink(missing_ok=True)
+                result = subprocess.run(
+                    [DOCTOR, "--json"], capture_output=True, timeout=60, check=False,
+                    env={**self.environment, "LD_PRELOAD": str(FAULTS), "ZYN_FAULT_CALL": call,
+                         "ZYN_FAULT_FIRST": str(first), "ZYN_FAULT_COUNT": "1", "ZYN_FAULT_LOG": str(hits),
+                         "ZYN_FAULT_ACTION": str(errno.EIO), "ASAN_OPTIONS": "verify_asan_link_order=0"})
+                self.assertEqual(result.stderr, b"", (call, first))
+                document = json.loads(result.stdout)
+                self.assertEqual(document["status"], result.returncode, (call, first))
+                codes.update(remark["code"] for section in document["sections"] for remark in section["remarks"])
+                for section in document["sections"]:
+                    for remark in section["remarks"]:
+                        if remark["code"] == "newest-unreadable":
+                            self.assertEqual(remark["text"], "newest: zynlog-0003.txt, could not be read to its end")
+                if not hits.exists():
+                    break
+            else:
+                self.fail(f"{call}: the faults do not end")
+        self.assertGreaterEqual(codes, {"configuration-unparsed", "log-directory-unreadable", "newest-unreadable",
+                                        "log-unreadable", "regions-unreadable", "lock-unreadable",
+                                        "service-region-unusable", "run-directory-unreadable"})
+
+    # Command line
+
+    def test_help_names_what_the_manual_page_names(self):
+        result = self.run_doctor("--help")
+        self.assertEqual((result.returncode, result.stderr), (0, b""))
+        self.assertEqual(result.stdout.decode(), """\
+Usage: zyn-doctor [OPTION]...
+Look at what runtime tracing depends on in this environment: the configuration, the
+logs, the run directory, the service, and what dead processes left behind. Changes
+nothing. Lines with !! are findings, lines with ?? could not be looked at.
+
+  -j, --json      report as one JSON document
+  -h, --help      show this text and exit
+  -V, --version   show the version and exit
+
+Exit status: 0 nothing wrong found, 1 findings, 2 something could not be looked at.
+""")
+        manual = (SOURCE / "man" / "zyn-doctor.1").read_text()
+        for option in re.findall(rb"--(\w+) ", result.stdout):
+            self.assertIn(f", -{option.decode()}", manual)
+
+    def test_the_version_is_the_projects(self):
+        version = re.search(r"project\(zyntool VERSION ([\d.]+)", (SOURCE / "CMakeLists.txt").read_text())[1]
+        result = self.run_doctor("--version")
+        self.assertEqual((result.returncode, result.stdout.decode()), (0, f"zyn-doctor {version}\n"))
+        self.assertEqual(json.loads(self.run_doctor("-j").stdout)["version"], version)
+
+    def test_mistakes_are_refused(self):
+        result = self.run_doctor("--fix")
+        self.assertEqual((result.returncode, result.stdout), (2, b""))
+        self.assertTrue(result.stderr.endswith(b"Try 'zyn-doctor --help'.\n"), result.stderr)
+        result = self.run_doctor("host")
+        self.assertEqual((result.returncode, result.stderr),
+                         (2, b"zyn-doctor: nothing to be named: 'host'\nTry 'zyn-doctor --help'.\n"))
+
+    def test_a_report_that_cannot_be_written_is_no_success(self):
+        with open("/dev/full", "wb") as full:
+            result = subprocess.run([DOCTOR], env=self.environment, stdout=full, stderr=subprocess.PIPE, check=False)
+        self.assertEqual((result.returncode, result.stderr),
+                         (2, b"zyn-doctor: the report could not be written\n"))
+
+    def test_the_json_document_has_what_the_manual_page_says(self):
+        (self.run_directory / f"ZynTraceBuffer{DEAD}.map").touch()
+        (self.root / "log" / os.fsdecode(b"zynlog-\xff.txt")).write_bytes(b"")
+        document = json.loads(self.run_doctor("--json").stdout)
+        self.assertEqual(list(document), ["program", "version", "sections", "findings", "unknown", "status"])
+        self.assertEqual([section["title"] for section in document["sections"]],
+                         ["Configuration", "Log directory", "Run directory", "Service", "Lock of the senders",
+                          "Regions of clients", "Messages in the system log"])
+        found = [(remark["code"], remark["text"]) for section in document["sections"]
+                 for remark in section["remarks"] if remark["kind"] == "finding"]
+        self.assertEqual(found, [
+            ("log-too-small", "zynlog-\N{REPLACEMENT CHARACTER}.txt: 0 bytes, too small; stops an export"),
+            ("region-left", f"ZynTraceBuffer{DEAD}.map: process {DEAD} is dead; the file can be removed")])
+
+    def test_all_codes_are_in_the_manual_page(self):
+        manual = (SOURCE / "man" / "zyn-doctor.1").read_text()
+        codes = set()
+        for source in (SOURCE / "src" / "zyndoctor").glob("*.cpp"):
+            codes.update(re.findall(r'\.(?:Find|MissOut)\(\s*"([a-z-]+)"', source.read_text()))
+        self.assertGreater(len(codes), 20)
+        self.assertEqual([code for code in sorted(codes) if f".It Cm {code}\n" not in manual], [])
 
     def test_the_second_variable_is_used_when_the_first_is_empty(self):
         self.environment.update(KORVA_VANTOREL_CFG="", VTRLCFGPATH=str(self.root))
@@ -74,64 +613,15 @@ class DoctorTest(unittest.TestCase):
         self.assertEqual(findings, [])
         self.assertIn("cfg/ZynConfigLinux.xml: found", lines)
 
-    def test_a_missing_configuration_is_found(self):
-        self.configuration.unlink()
-        self.assertEqual(self.diagnose()[1], [f"{self.configuration}: no such file"])
-
-    @unittest.skipUnless(shutil.which("xmllint"), "xmllint is not installed")
-    def test_a_configuration_that_does_not_parse_is_found(self):
-        self.configuration.write_text('<ZYNConfig trace="1"><Logfile path="/x"></ZYNConfig>')
-        findings = self.diagnose()[1]
-        self.assertTrue(findings[0].startswith("does not parse: "), findings)
-
-    def test_a_configuration_without_its_end_is_found_without_xmllint(self):
-        programs = self.root / "programs"
-        programs.mkdir()
-        for name in ("awk", "bash", "cat", "env", "grep", "head", "id", "printenv", "sed", "stat", "tail",
-                     "tr"):
-            (programs / name).symlink_to(shutil.which(name))
-        self.assertIn("has its root element (install xmllint for a real check)",
-                      self.diagnose(str(programs))[0])
-        self.configuration.write_text(self.configuration.read_text().replace("</ZYNConfig>", ""))
-        self.assertEqual(self.diagnose(str(programs))[1], ["has no element ZYNConfig with an end"])
-
     def test_tracing_that_is_off_is_found(self):
         self.configuration.write_text('<ZYNConfig trace="0"><Logfile path="/x"/></ZYNConfig>')
         self.assertEqual(self.diagnose()[1],
                          ['trace is "0", not "1": tracing is off, and no log directory is read'])
 
-    def test_an_element_in_a_comment_does_not_count(self):
-        self.configuration.write_text('<ZYNConfig trace="1"><!-- <Logfile path="/x"/>\n-->'
-                                      "<Logfile size='1'\npath='$(KORVA_VANTOREL_DIR)log'/></ZYNConfig>")
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, [])
-        self.assertIn(f"$(KORVA_VANTOREL_DIR)log is {self.root}/log", lines)
-
-    def test_a_log_path_is_expanded_as_the_tool_does_it(self):
-        self.environment["PART"] = "a//b"
-        self.configuration.write_text('<ZYNConfig trace="1"><Logfile path="/x///$(PART)$(NONE)c$(d"/>'
-                                      "</ZYNConfig>")
-        self.assertEqual(self.diagnose()[1], ["/x//a/b/c: no such directory"])
-
-    def test_files_that_stop_an_export_are_found(self):
-        (self.root / "log" / "zynlog-2.txt").write_bytes(b"x" * 255)
-        (self.root / "log" / "zynlog-3.txt").mkdir()
-        (self.root / "log" / "zynlog-4.txt").write_bytes(b"x" * 256)
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, ["zynlog-2.txt: 255 bytes, too small; stops an export",
-                                    "zynlog-3.txt: not a regular file; stops an export"])
-        self.assertIn("1 files without the header of a binary log; an export leaves them out", lines)
-
     def test_a_missing_run_directory_is_found(self):
         self.run_directory.rmdir()
         self.assertEqual(self.diagnose()[1],
                          [f"{self.run_directory}/: no such directory; nothing creates it"])
-
-    def test_a_living_service_is_shown(self):
-        self.service(os.getpid())
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, [])
-        self.assertTrue(any(line.startswith(f"pid {os.getpid()} lives: ") for line in lines), lines)
 
     def test_a_living_service_without_its_regions_is_found(self):
         self.service(os.getpid())
@@ -149,12 +639,6 @@ class DoctorTest(unittest.TestCase):
         self.assertEqual(self.diagnose()[1], [f"pid {os.getpid()} lives, but ZynService.lck is missing: "
                                               "counts as not running"])
 
-    def test_a_pid_may_stand_behind_white_space(self):
-        self.service(f"\r\n\t     {os.getpid()} x")
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, [])
-        self.assertTrue(any(line.startswith(f"pid {os.getpid()} lives: ") for line in lines), lines)
-
     def test_pid_files_that_name_no_process_are_found(self):
         for text in ("", "0", "-1", "x1", " x1", " ", "99999999999", "4294967296", "\0"):
             with self.subTest(text=text):
@@ -169,15 +653,6 @@ class DoctorTest(unittest.TestCase):
         self.assertEqual(findings,
                          [f"ZynTraceBuffer{DEAD}.map: process {DEAD} is dead; the file can be removed"])
         self.assertIn(f"ZynServerMessageBuffer{os.getpid()}.map: process {os.getpid()} lives", lines)
-
-    def test_arguments_are_refused_with_the_usage(self):
-        result = subprocess.run([DOCTOR, "--fix"], text=True, capture_output=True, check=False)
-        self.assertEqual(result.returncode, 2)
-        self.assertIn("Usage: zyn-doctor", result.stdout)
-
-    def test_it_is_executable(self):
-        self.assertTrue(DOCTOR.stat().st_mode & stat.S_IXUSR)
-
 
 if __name__ == "__main__":
     unittest.main()

@@ -8,7 +8,8 @@ root of a checkout: build/release/bin is the build under test, samples/ is a cop
 goes by the name /home/op/zyntool.
 
     ...             on a line of its own in the output stands for any lines, also none
-    console times   times of day, process ids and temporary names are compared by kind only
+    console times   times of day, process ids, temporary names and the room on disks are compared by
+                    kind only
     console one     the first line is the one command; further "$ " belong to its output
 
 A block after the line "<!-- needs: PROGRAM... -->" is left out where a program is missing, and the
@@ -27,7 +28,7 @@ from pathlib import Path
 SKIPPED = 77
 COPIED = ["samples"]
 LINKED = ["CMakeLists.txt", "README.md", "completions", "doc", "integrations", "man", "packaging",
-          "scripts", "src", "tests", "tools"]
+          "scripts", "src", "tests"]
 DEADLINE_SECONDS = 300
 
 
@@ -127,6 +128,7 @@ def by_kind(line):
     line = re.sub(r"\b(pid|process|client|number)( |:)\d+", r"\1\2<pid>", line)
     line = re.sub(r"(Buffer)\d+", r"\1<pid>", line)
     line = re.sub(r"-> pid \d+", "-> pid <pid>", line)
+    line = re.sub(r"room left: \d+ of \d+ MiB", "room left: <room>", line)
     return re.sub(r"mode \d+, owner \S+, group \S+", "mode <mode>, owner <owner>", line)
 
 
