@@ -43,10 +43,15 @@ function(zyn_add_library name)
     target_link_libraries(${name} PUBLIC zyn_options ${ARG_USES})
 endfunction()
 
-# zyn_add_test(<name> SOURCES <file>... [USES <library>...])
-# One GoogleTest program; every test case in it becomes a ctest test of its own.
+# zyn_add_test(<name> SOURCES <file>... [USES <library>...] [LONG])
+# One GoogleTest program; every test case in it becomes a ctest test of its own. LONG: they go over and
+# over what others reach, for minutes, and carry the ctest label "long".
 function(zyn_add_test name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;USES" ${ARGN})
+    cmake_parse_arguments(ARG "LONG" "" "SOURCES;USES" ${ARGN})
+    set(labels)
+    if(ARG_LONG)
+        set(labels LABELS long)
+    endif()
     add_executable(${name} ${ARG_SOURCES})
     target_link_libraries(${name} PRIVATE zyn_options ${ARG_USES} GTest::gmock GTest::gtest_main)
     # Test cases are run once: optimising them costs more than it gives, and makes g++ see dangers in
@@ -56,5 +61,5 @@ function(zyn_add_test name)
         target_compile_options(${name} PRIVATE -O1)
     endif()
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/tests)
-    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120)
+    gtest_discover_tests(${name} DISCOVERY_TIMEOUT 120 PROPERTIES TIMEOUT 120 ${labels})
 endfunction()
