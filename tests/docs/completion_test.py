@@ -1,15 +1,20 @@
-"""Completions of the three shells offer the commands and options there are, and never run the programs:
-a zyntool and a zynlog-verify that tell on whoever calls them stand first in PATH."""
+"""Completions of the three shells offer the commands and options there are, and never run the programs: in
+their place stand ones that note with what they were run."""
 
 import os
 import re
+import shlex
 import shutil
-import subprocess
 import tempfile
 import unittest
 from pathlib import Path
 
+from shell_session import OPTION, Bash, Fish, Zsh
+
 SOURCE = Path(os.environ["ZYN_SOURCE"])
+COMPLETIONS = SOURCE / "completions"
+# Each program that has a completion, with the source of its usage.
+PROGRAMS = {path.name.removesuffix(".bash") for path in COMPLETIONS.glob("*.bash")}
 COMMANDS = ["clean", "export", "pause", "performance", "preservation", "reload", "resume", "test"]
 OPTIONS = {
     "clean": ["-f"],
@@ -21,130 +26,146 @@ OPTIONS = {
     "resume": [],
     "test": ["-c", "-l", "-m"],
 }
-VERIFY_OPTIONS = ["--blocks", "--help", "--json", "--quiet", "--separate", "--version",
-                  "-V", "-b", "-h", "-j", "-q", "-s"]
-# The shell's own helpers need a terminal; in their place stand ones that tell what they get. The
-# first argument is the completion, the others are the words.
-ZSH_HELPERS = r'''
-    _describe() { print -l -- ${${(P)4}%%:*} }
-    _arguments() {
-        local option
-        for option in "$@"; do
-            [[ $option == -[Ss] || $option == \** ]] && continue
-            option=${option#\(*\)}
-            print -r -- ${option%%\[*}
-        done
-    }
-    words=("$@[2,-1]") CURRENT=$(($# - 1))
-    source $1
-'''
 
 
-class CompletionTest(unittest.TestCase):
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="zyn-completion.")
-        self.addCleanup(directory.cleanup)
-        self.home = Path(directory.name) / "home"
-        self.work = Path(directory.name) / "work"
-        self.called = Path(directory.name) / "called"
-        programs = Path(directory.name) / "bin"
-        for path in (self.home, self.work, programs, self.work / "logs"):
-            path.mkdir()
-        (self.work / "zynlog-1.txt").touch()
-        (self.work / "notes.txt").touch()
-        for program in ("zyntool", "zynlog-verify"):
-            tell_tale = programs / program
-            tell_tale.write_text(f"#!/bin/sh\ntouch {self.called}\n")
-            tell_tale.chmod(0o755)
-        self.environment = {"PATH": f"{programs}:{os.environ['PATH']}", "HOME": str(self.home),
-                            "LC_ALL": "C.UTF-8", "TERM": "dumb"}
+def usage_options(program):
+    """The options that the usage of a program names, short and long."""
+    usage = {"zynlog-verify": "zynverify/VerifyOptions.cpp", "zyn-doctor": "zyndoctor/DoctorOptions.cpp"}[program]
+    pairs = re.findall(r'"  (-\w), (--[\w-]+)', (SOURCE / "src" / usage).read_text())
+    return sorted(option for pair in pairs for option in pair)
 
-    def tearDown(self):
-        self.assertFalse(self.called.exists(), "the completion ran the program")
 
-    def run_shell(self, *command):
-        result = subprocess.run(command, cwd=self.work, env=self.environment, text=True,
-                                stdin=subprocess.DEVNULL, capture_output=True, timeout=60, check=False)
-        self.assertEqual((result.returncode, result.stderr), (0, ""))
-        return result.stdout.splitlines()
-
-    def bash(self, *words, program="zyntool"):
-        script = ('source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); "_${1//-/_}"; '
-                  '((${#COMPREPLY[@]} == 0)) || printf "%s\\n" "${COMPREPLY[@]}"')
-        return sorted(self.run_shell("bash", "--norc", "-c", script,
-                                     str(SOURCE / "completions" / f"{program}.bash"), program, *words))
-
-    def fish(self, line):
-        completion = SOURCE / "completions" / f"{line.split()[0]}.fish"
-        script = f"source {completion}; complete -C '{line}'"
-        return sorted(o.split("\t")[0] for o in self.run_shell("fish", "--no-config", "-c", script))
-
-    def zsh(self, *words):
-        return sorted(self.run_shell("zsh", "-f", "-c", ZSH_HELPERS, "zsh",
-                                     str(SOURCE / "completions" / f"_{words[0]}"), *words))
-
+class ProgramsTest(unittest.TestCase):
     def test_commands_are_those_that_the_program_registers(self):
-        registered = re.findall(r'parser\.Add\("(\w+)"',
-                                (SOURCE / "src" / "zyntool" / "main.cpp").read_text())
+        registered = re.findall(r'parser\.Add\("(\w+)"', (SOURCE / "src" / "zyntool" / "main.cpp").read_text())
         self.assertEqual(sorted(registered), COMMANDS)
 
-    def test_bash_offers_all_commands(self):
-        self.assertEqual(self.bash(""), COMMANDS)
+    def test_every_program_has_a_completion_for_each_shell(self):
+        names = {path.name for path in COMPLETIONS.iterdir()}
+        self.assertEqual(names, {name for program in PROGRAMS
+                                 for name in (f"{program}.bash", f"_{program}", f"{program}.fish")})
 
-    def test_bash_offers_the_commands_with_a_prefix_in_any_case(self):
-        self.assertEqual(self.bash("PRE"), ["preservation"])
 
-    def test_bash_offers_the_options_of_each_command(self):
+class CompletionTests:
+    """The same for each shell; the session is one for all cases of a shell, which leave it at a prompt."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.directory = tempfile.TemporaryDirectory(prefix="zyn-completion.")
+        root = Path(cls.directory.name)
+        cls.work, cls.calls = root / "work", root / "calls"
+        for path in (root / "home", root / "bin", cls.work / "logs"):
+            path.mkdir(parents=True)
+        (cls.work / "zynlog-1.txt").touch()
+        (cls.work / "notes.txt").touch()
+        for program in PROGRAMS:
+            tell_tale = root / "bin" / program
+            tell_tale.write_text(f'#!/bin/sh\nfor word in {program} "$@"; do printf "%s\\n" "$word"; done >>{cls.calls}\n'
+                                 f"echo ---- >>{cls.calls}\n")
+            tell_tale.chmod(0o755)
+        environment = {"PATH": f"{root}/bin:{os.environ['PATH']}", "HOME": str(root / "home"),
+                       "LC_ALL": "C.UTF-8", "TERM": "xterm"}
+        cls.session = cls.SHELL(COMPLETIONS, sorted(PROGRAMS), environment, cls.work)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.session.close()
+        cls.directory.cleanup()
+
+    def setUp(self):
+        self.calls.unlink(missing_ok=True)
+
+    def runs(self):
+        if not self.calls.exists():
+            return []
+        return [run.splitlines() for run in self.calls.read_text().split("----\n")[:-1]]
+
+    def assert_completes(self, typed, words):
+        """The line with its tabs becomes these words; END is put behind what the last tab made."""
+        self.calls.unlink(missing_ok=True)
+        self.session.run(typed + "END")
+        self.assertEqual(self.runs(), [shlex.split(words)], repr(typed))
+
+    def assert_lists(self, line, form, expected):
+        self.assertEqual(self.session.listed(line, form, expected), sorted(expected), repr(line))
+        self.assertEqual(self.runs(), [], "the completion ran a program")
+
+    def test_all_commands_are_listed(self):
+        self.assert_lists("zyntool ", self.session.COMMAND_WORD, COMMANDS)
+
+    def test_commands_are_completed(self):
+        self.assert_completes("zyntool exp\t", "zyntool export END")
+        self.assert_completes("zyntool pres\t", "zyntool preservation END")
+
+    def test_the_options_of_each_command_are_listed(self):
         for command, options in OPTIONS.items():
-            self.assertEqual(self.bash(command, "-"), options, command)
+            if len(options) > 1:
+                for typed in (command, command.upper()):
+                    self.assert_lists(f"zyntool {typed} -", OPTION, options)
 
-    def test_bash_offers_options_after_a_finished_value(self):
-        self.assertEqual(self.bash("Export", "-d", "logs", "-s"), ["-s", "-silent"])
+    def test_the_only_option_of_a_command_is_completed(self):
+        self.assert_completes("zyntool clean -\t", "zyntool clean -f END")
+        self.assert_completes("zyntool CLEAN -\t", "zyntool CLEAN -f END")
+        self.assert_completes("zyntool performance -\t", "zyntool performance -t END")
 
-    def test_bash_offers_directories_for_directory_options(self):
-        self.assertEqual(self.bash("export", "-d", ""), ["logs"])
-        self.assertEqual(self.bash("export", "-M", ""), ["logs"])
+    def test_commands_without_options_offer_none(self):
+        for command in ("pause", "reload", "resume", "bogus"):
+            self.assert_completes(f"zyntool {command} -\t", f"zyntool {command} -END")
 
-    def test_bash_offers_logs_and_directories_for_a_source_file(self):
-        self.assertEqual(self.bash("export", "-s", ""), ["logs", "zynlog-1.txt"])
+    def test_options_are_offered_behind_a_value(self):
+        self.assert_completes("zyntool export -d logs -si\t", "zyntool export -d logs -silent END")
 
-    def test_bash_offers_files_for_the_text_file(self):
-        self.assertEqual(self.bash("export", "-f", "n"), ["notes.txt"])
+    def test_directories_are_offered_for_directory_options(self):
+        self.assert_completes("zyntool export -d l\t", "zyntool export -d logs/END")
+        self.assert_completes("zyntool export -m l\t", "zyntool export -m logs/END")
+        self.assert_completes("zyntool export -d n\t", "zyntool export -d nEND")
 
-    def test_bash_offers_nothing_for_free_values(self):
-        self.assertEqual(self.bash("export", "-l", ""), [])
-        self.assertEqual(self.bash("test", "-m", ""), [])
-        self.assertEqual(self.bash("performance", "-t", ""), [])
+    def test_logs_and_directories_are_offered_for_a_source_file(self):
+        self.assert_completes("zyntool export -s z\t", "zyntool export -s zynlog-1.txt END")
+        self.assert_completes("zyntool export -s l\t", "zyntool export -s logs/END")
 
-    def test_bash_offers_nothing_after_an_unknown_command(self):
-        self.assertEqual(self.bash("bogus", ""), [])
+    def test_files_are_offered_for_the_text_file(self):
+        self.assert_completes("zyntool export -f n\t", "zyntool export -f notes.txt END")
 
-    def test_verify_options_are_those_of_the_usage(self):
-        usage = (SOURCE / "src" / "zynverify" / "VerifyOptions.cpp").read_text()
-        named = re.findall(r'"  (-\w), (--\w+) ', usage)
-        self.assertEqual(sorted(option for pair in named for option in pair), VERIFY_OPTIONS)
+    def test_nothing_is_offered_for_free_values(self):
+        self.assert_completes("zyntool export -l n\t", "zyntool export -l nEND")
+        self.assert_completes("zyntool test -m n\t", "zyntool test -m nEND")
+        self.assert_completes("zyntool performance -t n\t", "zyntool performance -t nEND")
 
-    def test_bash_offers_the_options_of_verify(self):
-        self.assertEqual(self.bash("-", program="zynlog-verify"), VERIFY_OPTIONS)
-        self.assertEqual(self.bash("--s", program="zynlog-verify"), ["--separate"])
+    def test_options_of_the_other_programs_are_those_of_their_usage(self):
+        for program in sorted(PROGRAMS - {"zyntool"}):
+            options = usage_options(program)
+            self.assertGreater(len(options), 4)
+            self.assert_lists(f"{program} -", OPTION, options)
 
-    def test_bash_offers_logs_and_directories_to_verify(self):
-        self.assertEqual(self.bash("--json", "", program="zynlog-verify"), ["logs", "zynlog-1.txt"])
+    def test_long_options_are_completed(self):
+        self.assert_completes("zynlog-verify --se\t", "zynlog-verify --separate END")
+        self.assert_completes("zyn-doctor --j\t", "zyn-doctor --json END")
 
-    @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
-    def test_fish_offers_commands_and_options(self):
-        self.assertEqual(self.fish("zyntool "), COMMANDS)
-        for command, options in OPTIONS.items():
-            self.assertEqual(self.fish(f"zyntool {command} -"), options, command)
-        self.assertEqual(self.fish("zyntool EXPORT -d l"), ["logs/"])
-        self.assertEqual(self.fish("zynlog-verify -"), VERIFY_OPTIONS)
+    def test_logs_and_directories_are_offered_to_verify(self):
+        self.assert_completes("zynlog-verify --json z\t", "zynlog-verify --json zynlog-1.txt END")
+        self.assert_completes("zynlog-verify l\t", "zynlog-verify logs/END")
 
-    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
-    def test_zsh_offers_commands_and_options(self):
-        self.assertEqual(self.zsh("zyntool", ""), COMMANDS)
-        for command, options in OPTIONS.items():
-            self.assertEqual(self.zsh("zyntool", command.upper(), "-"), options, command)
-        self.assertEqual(self.zsh("zynlog-verify", "-"), VERIFY_OPTIONS)
+    def test_the_doctor_takes_no_names(self):
+        self.assert_completes("zyn-doctor n\t", "zyn-doctor nEND")
+
+
+class BashTest(CompletionTests, unittest.TestCase):
+    SHELL = Bash
+
+    def test_commands_are_completed_in_any_case(self):
+        self.assert_completes("zyntool PRES\t", "zyntool preservation END")
+        self.assert_completes("zyntool EXPORT -D l\t", "zyntool EXPORT -D logs/END")
+
+
+@unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+class ZshTest(CompletionTests, unittest.TestCase):
+    SHELL = Zsh
+
+
+@unittest.skipUnless(shutil.which("fish"), "fish is not installed")
+class FishTest(CompletionTests, unittest.TestCase):
+    SHELL = Fish
 
 
 if __name__ == "__main__":
