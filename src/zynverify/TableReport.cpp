@@ -7,22 +7,14 @@
 #include <string>
 #include <string_view>
 
+#include "Support/PrintableText.h"
 #include "TraceData/CalendarText.h"
 #include "zynverify/Joined.h"
 
 namespace {
 
-std::string Printable(std::string text) {
-    const auto isControl = [](char character) {
-        const auto byte = static_cast<unsigned char>(character);
-        return byte < ' ' || byte == 0x7F;
-    };
-    std::replace_if(text.begin(), text.end(), isControl, '?');
-    return text;
-}
-
 std::string BaseName(const std::string& path) {
-    return Printable(path.substr(path.rfind('/') + 1));
+    return MaskedControls(path.substr(path.rfind('/') + 1));
 }
 
 std::string TimeText(std::uint64_t milliseconds) {
@@ -37,7 +29,7 @@ std::string RangeText(const TimeRange& range) {
 }
 
 std::string WriterText(const Writer& writer) {
-    return Joined(writer.host.empty() ? "?" : Printable(writer.host), "/", writer.process);
+    return Joined(writer.host.empty() ? "?" : MaskedControls(writer.host), "/", writer.process);
 }
 
 std::string WritersText(const Writers& writers) {
@@ -74,7 +66,7 @@ void Put(std::ostream& out, const Row& row) {
 }  // namespace
 
 void TableReport::OnLogBegin(const LogReport& log) {
-    out_ << "Log " << Printable(log.name) << '\n';
+    out_ << "Log " << MaskedControls(log.name) << '\n';
     headed_ = false;
 }
 
@@ -95,7 +87,7 @@ void TableReport::OnFinding(const Finding& finding) {
     Put(out_, {finding.file.empty() ? "-" : BaseName(finding.file),
                inBlock ? std::to_string(finding.offset) : "-",
                inBlock ? std::to_string(finding.block) : "-", std::string(KindName(finding.kind)),
-               std::to_string(finding.bytes), records, Printable(finding.text)});
+               std::to_string(finding.bytes), records, MaskedControls(finding.text)});
 }
 
 void TableReport::OnBlock(const BlockReport& block) {
