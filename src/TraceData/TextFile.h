@@ -46,6 +46,9 @@ class TextFile {
     // end: just after the last byte put at the place that Prepare returned.
     void Commit(const char* end) noexcept { used_ = static_cast<std::size_t>(end - buffer_.get()); }
 
+    // Why a write has failed, as errno had it; 0: none has.
+    [[nodiscard]] int Failure() const noexcept { return failure_; }
+
     // Whether the constructor made the file, which was not there before.
     [[nodiscard]] bool IsNew() const noexcept { return new_; }
 
