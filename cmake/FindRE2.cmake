@@ -1,0 +1,13 @@
+# Finds RE2 and defines the target RE2::RE2. Not by its pkg-config file: that of the other word size
+# lies elsewhere.
+find_path(RE2_INCLUDE_DIR re2/re2.h)
+find_library(RE2_LIBRARY re2)
+include(FindPackageHandleStandardArgs)
+find_package_handle_standard_args(RE2 REQUIRED_VARS RE2_LIBRARY RE2_INCLUDE_DIR)
+if(RE2_FOUND AND NOT TARGET RE2::RE2)
+    add_library(RE2::RE2 UNKNOWN IMPORTED)
+    set_target_properties(RE2::RE2 PROPERTIES
+        IMPORTED_LOCATION ${RE2_LIBRARY}
+        INTERFACE_INCLUDE_DIRECTORIES ${RE2_INCLUDE_DIR})
+endif()
+mark_as_advanced(RE2_INCLUDE_DIR RE2_LIBRARY)

@@ -1,0 +1,59 @@
+#include "zynlogcat/RecordTail.h"
+
+RecordTail::Origin::Origin(const BlockOrigin& source) : host(source.host) {
+    const std::size_t length = host.size();
+    host.append(kReadSlack, '\0');
+    block.host = std::string_view(host).substr(0, length);
+    block.writer = source.writer;
+    block.number = source.number;
+    for (const BlockPiece& piece : source.pieces) {
+        files.emplace_back(piece.file);
+        pieces.push_back(piece);
+    }
+    for (std::size_t i = 0; i < pieces.size(); ++i) {
+        pieces[i].file = files[i];
+    }
+    block.pieces = pieces;
+}
+
+const std::shared_ptr<const RecordTail::Origin>& RecordTail::OriginOf(const TraceRecord& record) {
+    if (origin_ == nullptr || origin_->block.number != record.block->number) {
+        origin_ = std::make_shared<const Origin>(*record.block);
+    }
+    return origin_;
+}
+
+void RecordTail::Put(const TraceRecord& record) {
+    if (count_ == 0) {
+        return;
+    }
+    if (kept_.size() < count_) {
+        kept_.emplace_back();
+        next_ = kept_.size() - 1;
+    }
+    Kept& kept = kept_[next_];
+    kept.data.assign(record.data);
+    kept.data.append(kReadSlack, '\0');
+    kept.origin = OriginOf(record);
+    kept.offsetInBlock = record.offsetInBlock;
+    kept.sequence = record.sequence;
+    kept.time = record.time;
+    next_ = next_ + 1 == count_ ? 0 : next_ + 1;
+}
+
+void RecordTail::Finish() {
+    const std::size_t oldest = kept_.size() < count_ ? 0 : next_;
+    for (std::size_t i = 0; i < kept_.size(); ++i) {
+        const Kept& kept = kept_[(oldest + i) % kept_.size()];
+        TraceRecord record;
+        view_.Open(kept.data.data(), static_cast<std::uint32_t>(kept.data.size() - kReadSlack),
+                   record);
+        record.block = &kept.origin->block;
+        record.offsetInBlock = kept.offsetInBlock;
+        record.sequence = kept.sequence;
+        record.time = kept.time;
+        sink_.Put(record);
+    }
+    kept_.clear();
+    next_ = 0;
+}
