@@ -184,9 +184,10 @@ int ZynFuzzConfig(FuzzInput input) {
     const auto manager = std::make_unique<ZynFilterManager>();
     ZynClientConfigProcessor<ZynFilterManager> processor(*manager);
     for (int times = 0; times < 2; ++times) {
-        manager->BeginReload();
-        manager->Reset();
-        RequireSame(Read(processor, file.Path()), expected);
+        {
+            const FilterReload reload(*manager);
+            RequireSame(Read(processor, file.Path()), expected);
+        }
         manager->SetLoaded(expected.loaded);
         CompareSettings(*manager, model);
         listener.CompareAnswers(*manager, model);

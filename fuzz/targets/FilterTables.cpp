@@ -165,6 +165,7 @@ class Session {
                 "another label");
     }
     void SetModule(FuzzScript& script) {
+        SettleRules();
         const std::string module = Pick(kModules, script);
         const auto on = PickSetting(script);
         manager_->SetModuleStatus(module, StatusOf(on));
@@ -172,6 +173,7 @@ class Session {
         model_.Tables().SetModule(module, on);
     }
     void SetClient(FuzzScript& script) {
+        SettleRules();
         const std::string module = Pick(kModules, script);
         const std::string client = Pick(kClients, script);
         const auto on = PickSetting(script);
@@ -180,6 +182,7 @@ class Session {
         model_.Tables().SetClient(module, client, on);
     }
     void SetLabel(FuzzScript& script) {
+        SettleRules();
         const std::string module = Pick(kModules, script);
         const std::string client = Pick(kClients, script);
         const std::string label = Pick(kLabels, script);
@@ -222,20 +225,59 @@ class Session {
         Require(manager_->GetLabelKey(label) == model_.Tables().LabelKey(label),
                 "another label key");
     }
-    // As the service client does, with a few settings as the file.
+    // As the service client does, with a few settings as the file. Queries amid it are answered
+    // from what was set before.
     void Reload(FuzzScript& script) {
-        manager_->BeginReload();
+        FilterModel next = model_.Tables();
+        next.Reset();
         model_.BeginReload();
-        manager_->Reset();
-        rules_.Reset();
-        model_.Tables().Reset();
-        for (unsigned int settings = script.U8() % 8U; settings != 0; --settings) {
-            SetModule(script);
-            SetClient(script);
-            SetLabel(script);
+        {
+            const FilterReload reload(*manager_);
+            for (unsigned int settings = script.U8() % 8U; settings != 0; --settings) {
+                PrepareModule(script, next);
+                PrepareClient(script, next);
+                PrepareLabel(script, next);
+                Query(script);
+            }
         }
-        manager_->SetLoaded(true);
-        model_.SetLoaded(true);
+        rules_.TakePrepared();
+        settled_ = false;
+        model_.Tables() = next;
+        if (script.U8() % 4 != 0) {
+            manager_->SetLoaded(true);
+            model_.SetLoaded(true);
+        }
+    }
+    void PrepareModule(FuzzScript& script, FilterModel& next) {
+        const std::string module = Pick(kModules, script);
+        const auto on = PickSetting(script);
+        manager_->SetModuleStatus(module, StatusOf(on));
+        rules_.Module(module).Prepare(StatusOf(on));
+        next.SetModule(module, on);
+    }
+    void PrepareClient(FuzzScript& script, FilterModel& next) {
+        const std::string module = Pick(kModules, script);
+        const std::string client = Pick(kClients, script);
+        const auto on = PickSetting(script);
+        manager_->SetClientStatus(module, client, StatusOf(on));
+        rules_.Client(module, client).Prepare(StatusOf(on));
+        next.SetClient(module, client, on);
+    }
+    void PrepareLabel(FuzzScript& script, FilterModel& next) {
+        const std::string module = Pick(kModules, script);
+        const std::string client = Pick(kClients, script);
+        const std::string label = Pick(kLabels, script);
+        const auto on = PickSetting(script);
+        manager_->SetLabelStatus(module, client, label, StatusOf(on));
+        rules_.Label(module, client, label).Prepare(StatusOf(on));
+        next.SetLabel(module, client, label, on);
+    }
+    // Before a status is set at once.
+    void SettleRules() {
+        if (!settled_) {
+            rules_.Settle();
+            settled_ = true;
+        }
     }
     void Query(FuzzScript& script) {
         const std::uint8_t module = script.U8();
@@ -254,6 +296,7 @@ class Session {
 
     std::unique_ptr<ZynFilterManager> manager_ = std::make_unique<ZynFilterManager>();
     TraceFilterRules rules_;
+    bool settled_ = true;
     ModelManager model_;
 };
 

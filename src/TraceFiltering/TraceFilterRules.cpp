@@ -2,11 +2,6 @@
 
 namespace {
 
-template <typename Table>
-void ResetEntries(Table& table) noexcept {
-    table.ForEach([](auto& entry) noexcept { entry.State().Reset(); });
-}
-
 template <typename Table, typename Visitor>
 void ForEachKey(Table& table, Visitor visit) {
     for (std::uint32_t key = 0; key < table.Size(); ++key) {
@@ -14,7 +9,24 @@ void ForEachKey(Table& table, Visitor visit) {
     }
 }
 
+template <typename Table>
+void TakePreparedOf(Table& table) noexcept {
+    table.ForEach([](auto& entry) noexcept { entry.State().TakePrepared(); });
+}
+
 }  // namespace
+
+void SubSlaveLabels::CatchUp(std::uint32_t taken) noexcept {
+    const bool missedMore = taken - taken_ > 1;
+    taken_ = taken;
+    ForEach([missedMore](LabelEntry& label) noexcept {
+        if (missedMore) {
+            // It was prepared for a configuration that has been replaced meanwhile.
+            label.State().DropPrepared();
+        }
+        label.State().TakePrepared();
+    });
+}
 
 MultiLevelStatus<Status::Off>& TraceFilterRules::Module(std::string_view module) {
     return modules_[modules_.GetKey(module)]->State();
@@ -43,24 +55,43 @@ MultiLevelStatus<Status::Off>& TraceFilterRules::Label(std::string_view module,
     if (client.empty()) {
         return entry.Labels()[labelKey]->State();
     }
-    return entry.Clients()[clients_.GetKey(client)]->Labels()[labelKey]->State();
+    SubSlaveLabels& labels = entry.Clients()[clients_.GetKey(client)]->Labels();
+    labels.Settle(taken_);
+    return labels[labelKey]->State();
 }
 
-// Parents before children, so that each status is visited once.
 void TraceFilterRules::Reset() noexcept {
-    ForEachKey(labels_, [](auto& label) noexcept { label.State().Reset(); });
+    TakePrepared();
+    // Nothing has been prepared since.
+    TakePrepared();
+    Settle();
+}
+
+// Parents before children.
+void TraceFilterRules::TakePrepared() noexcept {
+    ForEachKey(labels_, [](auto& label) noexcept { label.State().TakePrepared(); });
     ForEachKey(clients_, [](PrimaryClientEntry& client) noexcept {
-        client.State().Reset();
-        ResetEntries(client.Labels());
+        client.State().TakePrepared();
+        TakePreparedOf(client.Labels());
     });
     ForEachKey(modules_, [](PrimaryModuleEntry& module) noexcept {
-        module.State().Reset();
-        ResetEntries(module.Labels());
-        module.Clients().ForEach([](SlaveClientEntry& client) noexcept {
-            client.State().Reset();
-            ResetEntries(client.Labels());
-        });
+        module.State().TakePrepared();
+        TakePreparedOf(module.Labels());
+        TakePreparedOf(module.Clients());
     });
+    ++taken_;
+    settled_ = false;
+}
+
+void TraceFilterRules::Settle() noexcept {
+    if (settled_) {
+        return;
+    }
+    ForEachKey(modules_, [this](PrimaryModuleEntry& module) noexcept {
+        module.Clients().ForEach(
+            [this](SlaveClientEntry& client) noexcept { client.Labels().Settle(taken_); });
+    });
+    settled_ = true;
 }
 
 bool TraceFilterRules::IsOn(std::uint32_t module, std::uint32_t label) {
@@ -85,5 +116,9 @@ bool TraceFilterRules::IsOn(std::uint32_t module, std::uint32_t client, std::uin
         return false;
     }
     SlaveClientEntry& moduleClient = *entry.Clients()[found->second];
-    return moduleClient.State().IsOn() && moduleClient.Labels()[label]->State().IsOn();
+    if (!moduleClient.State().IsOn()) {
+        return false;
+    }
+    moduleClient.Labels().Settle(taken_);
+    return moduleClient.Labels()[label]->State().IsOn();
 }

@@ -46,22 +46,25 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
 
     // Sets the own level and brings everything that inherits from it up to date.
     void SetStatus(Status status) noexcept {
-        std::uint8_t own = kNotSet;
-        if (status != Status::Inherit) {
-            own = status == Default ? kDefault : kOther;
-        }
-        Update(static_cast<std::uint8_t>((levels_ & ~kFieldMask) | own));
+        Update(static_cast<std::uint8_t>((levels_ & ~kFieldMask) | FieldOf(status)));
     }
 
     // Rebuilds the upper levels from the parents, resolves, and goes on to the children, depth
     // first.
     void ApplyParentStatus() noexcept { Update(WithParents(levels_ & kFieldMask)); }
 
-    // The unconfigured state: the default, set explicitly, without parents; not set with them. Does
-    // not go on to the children: the caller resets all statuses, parents before children.
-    void Reset() noexcept {
-        levels_ = WithParents(HasParents() ? kNotSet : kDefault);
+    // What the own level is set to by the next TakePrepared; nothing else changes.
+    void Prepare(Status status) noexcept { prepared_ = FieldOf(status); }
+    void DropPrepared() noexcept { prepared_ = kNotPrepared; }
+
+    // Sets the own level to what was prepared since the last call, else to the unconfigured state:
+    // the default, set explicitly, without parents; not set with them. Does not go on to the
+    // children: the caller goes over all statuses, parents before children.
+    void TakePrepared() noexcept {
+        const std::uint8_t unconfigured = HasParents() ? kNotSet : kDefault;
+        levels_ = WithParents(prepared_ == kNotPrepared ? unconfigured : prepared_);
         status_ = Resolve(levels_);
+        prepared_ = kNotPrepared;
     }
 
     // Makes room for one more child, so that LinkTo cannot fail. Throws std::bad_alloc.
@@ -85,18 +88,24 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
   private:
     static constexpr std::uint8_t kFieldMask = 3;
     static constexpr std::uint8_t kNotSet = 0;
+    static constexpr std::uint8_t kNotPrepared = 1;  // no field has this value
     static constexpr std::uint8_t kDefault = 2;
     static constexpr std::uint8_t kOther = 3;
     static constexpr Status kOtherStatus = Default == Status::On ? Status::Off : Status::On;
 
+    static std::uint8_t FieldOf(Status status) noexcept {
+        if (status == Status::Inherit) {
+            return kNotSet;
+        }
+        return status == Default ? kDefault : kOther;
+    }
+
     // The nearest level that says anything wins.
     static Status Resolve(std::uint8_t levels) noexcept {
-        for (unsigned int fields = levels; fields != 0; fields >>= 2U) {
-            if ((fields & 2U) != 0) {
-                return (fields & kFieldMask) == kOther ? kOtherStatus : Default;
-            }
-        }
-        return Default;
+        // The upper bit of a field says that the level is set, the lower one how.
+        const unsigned int set = levels & 0xAAU;
+        const unsigned int nearest = set & (0U - set);
+        return (levels & nearest >> 1U) != 0 ? kOtherStatus : Default;
     }
 
     // What is shifted past the top field is lost.
@@ -122,6 +131,7 @@ requires(Default != Status::Inherit) class MultiLevelStatus {
 
     std::uint8_t levels_ = 0;
     std::uint8_t parentCount_ = 0;
+    std::uint8_t prepared_ = kNotPrepared;
     Status status_ = Default;
     std::array<MultiLevelStatus*, kMaxParents> parents_{};
     std::vector<MultiLevelStatus*> children_;
@@ -297,7 +307,24 @@ using LabelEntry = EntryWithNameReference<Status::Off>;
 
 class PrimaryLabels final : public PrimaryTable<EntryWithNameStorage<Status::Off>> {};
 class SlaveLabels final : public SlaveTable<PrimaryLabels, LabelEntry> {};
-class SubSlaveLabels final : public SlaveTable<SlaveLabels, LabelEntry> {};
+
+// The labels of the clients within modules, which are by far the most entries. They take over what
+// was prepared for them when they are next looked at, and not before.
+class SubSlaveLabels final : public SlaveTable<SlaveLabels, LabelEntry> {
+  public:
+    // To be called before the entries are used. taken: how often the tables have taken over what
+    // was prepared; all levels above have done so.
+    void Settle(std::uint32_t taken) noexcept {
+        if (taken_ != taken) [[unlikely]] {
+            CatchUp(taken);
+        }
+    }
+
+  private:
+    [[gnu::noinline]] void CatchUp(std::uint32_t taken) noexcept;
+
+    std::uint32_t taken_ = 0;
+};
 
 class PrimaryClientEntry final : public EntryWithNameStorage<Status::On> {
   public:
@@ -400,8 +427,14 @@ class TraceFilterRules {
                                          std::string_view label);
 
     // Puts every status into its unconfigured state: what has no parents is set to its default,
-    // all else inherits. Entries, keys and registered clients stay.
+    // all else inherits. Entries, keys and registered clients stay. Nothing is prepared any more.
     void Reset() noexcept;
+
+    // Puts every status that something was prepared for since the last time into that state, all
+    // others into their unconfigured one. What is below the clients of modules follows when it is
+    // looked at through this class: with Settle() in front, also through a status above it.
+    void TakePrepared() noexcept;
+    void Settle() noexcept;
 
     // Whether a trace point is on, resolved with all that it inherits. Unknown keys and
     // unregistered clients are off. Creates the entries it meets, and throws as operator[] does.
@@ -413,6 +446,8 @@ class TraceFilterRules {
     PrimaryLabels labels_;
     PrimaryClients clients_;
     PrimaryModules modules_;
+    std::uint32_t taken_ = 0;  // how often TakePrepared was called
+    bool settled_ = true;
 };
 
 #endif

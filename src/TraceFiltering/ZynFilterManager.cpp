@@ -2,32 +2,59 @@
 
 #include "Support/Logging.h"
 
-namespace {
-
 // The tables for as long as both locks are held.
-template <typename Reference>
-class LockedRules {
+class ZynFilterManager::WritableRules {
   public:
-    LockedRules(ZynFilterManager& manager, TraceFilterRules& rules)
-        : outer_(manager), table_(rules.TableLock()), rules_(&rules) {}
-    TraceFilterRules* operator->() const noexcept { return rules_; }
+    explicit WritableRules(ZynFilterManager& manager)
+        : outer_(manager), table_(manager.rules_.TableLock()), manager_(&manager) {}
+    WritableRules(const WritableRules&) = delete;
+    WritableRules& operator=(const WritableRules&) = delete;
+    ~WritableRules() noexcept(false) {
+        const auto publish = [](std::atomic<std::uint32_t>& count, std::size_t size) noexcept {
+            count.store(static_cast<std::uint32_t>(size), std::memory_order_relaxed);
+        };
+        publish(manager_->moduleCount_, manager_->rules_.Modules().Size());
+        publish(manager_->labelCount_, manager_->rules_.Labels().Size());
+    }
+    TraceFilterRules* operator->() const noexcept { return &manager_->rules_; }
 
   private:
-    Reference outer_;
+    AutoWriteReference outer_;
     AutoSync<CriticalSectionSyncPolicy> table_;
-    TraceFilterRules* rules_;
+    ZynFilterManager* manager_;
 };
-
-using WritableRules = LockedRules<AutoWriteReference>;
-
-}  // namespace
 
 ZynFilterManager::ZynFilterManager() { BeginReload(); }
 
 void ZynFilterManager::Reset() {
-    const WritableRules rules(*this, rules_);
+    const WritableRules rules(*this);
+    remembered_.Clear();
     rules->Reset();
     LogDiagnostic("ZynConfig: Status reseted");
+}
+
+void ZynFilterManager::BeginReplacement() {
+    const AutoWriteReference outer(*this);
+    replacing_ = true;
+    LogDiagnostic("ZynConfig: Status reseted");
+}
+
+void ZynFilterManager::EndReplacement() {
+    const WritableRules rules(*this);
+    remembered_.Clear();
+    replacing_ = false;
+    rules->TakePrepared();
+}
+
+bool ZynFilterManager::Recall(std::uint32_t module, std::uint32_t client, std::uint32_t label) {
+    // Not remembered: the next key that is given out may be this one.
+    if (module >= moduleCount_.load(std::memory_order_relaxed) ||
+        label >= labelCount_.load(std::memory_order_relaxed)) {
+        return false;
+    }
+    const RememberedAnswers::Answer answer = remembered_.Find(module, client, label);
+    return answer != RememberedAnswers::Answer::kUnknown ? answer == RememberedAnswers::Answer::kOn
+                                                         : Resolve(module, client, label);
 }
 
 bool ZynFilterManager::Resolve(std::uint32_t module, std::uint32_t client, std::uint32_t label) {
@@ -42,22 +69,25 @@ bool ZynFilterManager::Resolve(std::uint32_t module, std::uint32_t client, std::
     if (loaded_.load(std::memory_order_relaxed)) {
         if (CachedStatus* cached = Find(module, client, label)) {
             cached->store(enabled ? kOn : kOff, std::memory_order_relaxed);
+        } else {
+            remembered_.Store(module, client, label, enabled);
         }
     }
     return enabled;
 }
 
 std::uint32_t ZynFilterManager::GetModuleKey(std::string_view name) {
-    return WritableRules(*this, rules_)->Modules().GetKey(name);
+    return WritableRules(*this)->Modules().GetKey(name);
 }
 
 std::uint32_t ZynFilterManager::GetLabelKey(std::string_view name) {
-    return WritableRules(*this, rules_)->Labels().GetKey(name);
+    return WritableRules(*this)->Labels().GetKey(name);
 }
 
 void ZynFilterManager::RegisterClient(int module, std::uint32_t client, std::string_view name) {
     const auto moduleKey = static_cast<std::uint32_t>(module);
-    const WritableRules rules(*this, rules_);
+    const WritableRules rules(*this);
+    remembered_.Forget(moduleKey, client, rules->Labels().Size());
     if (moduleKey < kCachedModules && client < kCachedClients) {
         for (std::uint32_t label = 0; label < kCachedLabels; ++label) {
             Find(moduleKey, client, label)->store(kNotResolved, std::memory_order_relaxed);
@@ -69,22 +99,43 @@ void ZynFilterManager::RegisterClient(int module, std::uint32_t client, std::str
     }
 }
 
+template <typename Selection>
+void ZynFilterManager::SetStatus(Selection select, Status status) {
+    const WritableRules rules(*this);
+    remembered_.Clear();
+    auto& state = select(*rules.operator->());
+    if (replacing_) {
+        state.Prepare(status);
+    } else {
+        rules->Settle();
+        state.SetStatus(status);
+    }
+}
+
 void ZynFilterManager::SetModuleStatus(std::string_view module, Status status) {
-    WritableRules(*this, rules_)->Module(module).SetStatus(status);
+    SetStatus(
+        [module](TraceFilterRules & rules) -> auto& { return rules.Module(module); }, status);
 }
 
 void ZynFilterManager::SetClientStatus(std::string_view module, std::string_view client,
                                        Status status) {
-    WritableRules(*this, rules_)->Client(module, client).SetStatus(status);
+    SetStatus(
+        [ module,
+          client ](TraceFilterRules & rules) -> auto& { return rules.Client(module, client); },
+        status);
 }
 
 void ZynFilterManager::SetLabelStatus(std::string_view module, std::string_view client,
                                       std::string_view label, Status status) {
-    WritableRules(*this, rules_)->Label(module, client, label).SetStatus(status);
+    SetStatus(
+        [ module, client,
+          label ](TraceFilterRules & rules) -> auto& { return rules.Label(module, client, label); },
+        status);
 }
 
 void ZynFilterManager::SetTraceEnabled(bool enabled) {
     const AutoWriteReference outer(*this);
+    remembered_.Clear();
     traceEnabled_ = enabled;
 }
 
@@ -106,6 +157,7 @@ void ZynFilterManager::BeginReload() {
     for (CachedStatus& status : clientStatuses_) {
         status.store(kNotResolved, std::memory_order_relaxed);
     }
+    remembered_.Clear();
     loaded_.store(false, std::memory_order_relaxed);
 }
 

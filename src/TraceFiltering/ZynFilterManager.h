@@ -12,20 +12,35 @@
 #include <string>
 #include <string_view>
 
+#include "Support/DropFailure.h"
 #include "Support/NoReentrantSpinLockPolicy.h"
+#include "TraceFiltering/RememberedAnswers.h"
 #include "TraceFiltering/TraceFilterRules.h"
 #include "ZynConfigFileReader/ConfigProcessors.h"
+
+// What the facility's filters have in common: that they may be destroyed through it.
+class ZynFilter {
+  public:
+    ZynFilter() = default;
+    ZynFilter(const ZynFilter&) = delete;
+    ZynFilter& operator=(const ZynFilter&) = delete;
+    virtual ~ZynFilter() = default;
+};
 
 // All functions may be called by any thread. Whatever reads or changes the tables takes the outer
 // lock, then the table lock; a lock that fails throws CheckOSCall "Unable to lock mutex" or "Unable
 // to unlock mutex". None is held while a file is read.
 //
-// A reload is BeginReload(), Reset(), the reading of the file, SetLoaded(true). Statuses go into
+// A reload is a FilterReload around the reading of the file, then SetLoaded(true). Statuses go into
 // the caches under the outer lock and only while the loaded flag is set. BeginReload() clears the
 // flag and the caches under the same lock, so no status of the old tables, or of tables half
 // changed, outlives it.
 //
-// About 150 KB: not for the stack.
+// The two caches have a place for each combination of small keys, and keep a status until it is
+// looked up anew after a reload or a registration. What is answered for larger keys is remembered
+// too, for as long as it holds: whatever changes the tables forgets it.
+//
+// About 150 KB, and up to 8 MiB for answers to queries with larger keys: not for the stack.
 class ZynFilterManager : public ReferenceCount {
   public:
     // Keys below these are cached.
@@ -42,8 +57,9 @@ class ZynFilterManager : public ReferenceCount {
     void Reset();
 
     // Whether a trace point is enabled; unknown keys are not. A negative key counts as a large one.
-    // While tracing is paused, and for a status in the cache, it neither locks nor calls the
-    // system. Otherwise it resolves from the tables and throws as they do.
+    // While tracing is paused, and for what was asked before while the configuration is loaded, it
+    // neither locks nor calls the system. Otherwise it resolves from the tables and throws as they
+    // do.
     bool IsEnabled(int module, std::uint32_t client, int label) {
         if (paused_.load(std::memory_order_relaxed)) {
             return false;
@@ -52,11 +68,13 @@ class ZynFilterManager : public ReferenceCount {
         const auto labelKey = static_cast<std::uint32_t>(label);
         // Acquire: whoever sees the flag set by a reload also sees the caches cleared by it.
         if (loaded_.load(std::memory_order_acquire)) [[likely]] {
-            if (const CachedStatus* cached = Find(moduleKey, client, labelKey)) [[likely]] {
-                const std::uint8_t status = cached->load(std::memory_order_relaxed);
-                if (status != kNotResolved) [[likely]] {
-                    return status == kOn;
-                }
+            const CachedStatus* cached = Find(moduleKey, client, labelKey);
+            if (cached == nullptr) {
+                return Recall(moduleKey, client, labelKey);
+            }
+            const std::uint8_t status = cached->load(std::memory_order_relaxed);
+            if (status != kNotResolved) [[likely]] {
+                return status == kOn;
             }
         }
         return Resolve(moduleKey, client, labelKey);
@@ -87,6 +105,11 @@ class ZynFilterManager : public ReferenceCount {
 
     // Forgets every cached status and clears the loaded flag.
     void BeginReload();
+    // From BeginReplacement on, the statuses that are set stand in for all that were set before,
+    // and take effect with EndReplacement, in one pass over the tables: until then queries are
+    // answered from the statuses of before. The former logs as Reset does, whose place it takes.
+    void BeginReplacement();
+    void EndReplacement();
     // While the flag is clear every query resolves from the tables and caches nothing.
     void SetLoaded(bool loaded);
     [[nodiscard]] bool Loaded() const noexcept { return loaded_.load(std::memory_order_acquire); }
@@ -120,8 +143,14 @@ class ZynFilterManager : public ReferenceCount {
         return client == kNoClient ? &moduleStatuses_[module * kCachedLabels + label] : nullptr;
     }
 
+    // The answer for keys outside the caches, while the configuration is loaded.
+    [[gnu::noinline]] bool Recall(std::uint32_t module, std::uint32_t client, std::uint32_t label);
     [[gnu::noinline, gnu::cold]] bool Resolve(std::uint32_t module, std::uint32_t client,
                                               std::uint32_t label);
+
+    class WritableRules;
+    template <typename Selection>
+    void SetStatus(Selection select, Status status);
 
     TraceFilterRules rules_;
     bool traceEnabled_ = false;       // under the outer lock
@@ -131,13 +160,39 @@ class ZynFilterManager : public ReferenceCount {
     std::atomic<bool> statusTrace_{false};
     std::atomic<NetworkMode> networkMode_{NetworkMode::Neither};
 
+    bool replacing_ = false;  // under the outer lock
+
     // Read by every query, hence apart from the locks' cache line. Written under the outer lock.
     alignas(64) std::atomic<bool> paused_{false};
     std::atomic<bool> loaded_{false};
+    // The keys that are known are those below.
+    std::atomic<std::uint32_t> moduleCount_{0};
+    std::atomic<std::uint32_t> labelCount_{0};
+    RememberedAnswers remembered_;
     alignas(
         64) std::array<CachedStatus, std::size_t{kCachedModules} * kCachedLabels> moduleStatuses_;
     std::array<CachedStatus, std::size_t{kCachedModules} * kCachedClients * kCachedLabels>
         clientStatuses_;
+};
+
+// A reload of the filter, around the reading of the file. What was read takes effect at the end,
+// also where the reading failed; the loaded flag stays clear. One at a time.
+class FilterReload {
+  public:
+    // Throws as BeginReload and BeginReplacement do.
+    explicit FilterReload(ZynFilterManager& manager) : manager_(&manager) {
+        manager.BeginReload();
+        manager.BeginReplacement();
+    }
+    FilterReload(const FilterReload&) = delete;
+    FilterReload& operator=(const FilterReload&) = delete;
+    // A lock that fails is dropped.
+    ~FilterReload() {
+        DropFailure([this] { manager_->EndReplacement(); });
+    }
+
+  private:
+    ZynFilterManager* manager_;
 };
 
 #endif

@@ -47,8 +47,9 @@ ZYN_API int ZynRegisterClient(int module, unsigned int client, const char* name)
 
 /* Whether the label is enabled for the client in the module, or, with ZYN_NO_CLIENT, for the module
  * as a whole: 1 or 0. 0 also while tracing is paused, for handles and numbers that nothing stands
- * for, and on a failure. Made to stand in front of every trace call: handles below 70 (modules) and
- * 30 (labels) are answered without a lock or a system call while the service runs. */
+ * for, and on a failure. Made to stand in front of every trace call: while the service runs, what
+ * was asked before is answered without a lock or a system call; modules and numbers below 70 and
+ * labels below 30 in the shortest time. The others take up to 8 MiB of memory. */
 ZYN_API int ZynTraceEnabledEx(int module, unsigned int client, int label) ZYN_API_NOEXCEPT;
 
 /* Control requests, for all clients of the service: stop and go on with tracing, read the

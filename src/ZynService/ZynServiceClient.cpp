@@ -81,12 +81,13 @@ void ZynServiceClient::MessageHandler::HandleChange(ConfigurationChange change) 
 void ZynServiceClient::MessageHandler::Reload() {
     // A first load on the connecting thread and an order on the timer thread may meet.
     const AutoSync<CriticalSectionSyncPolicy> oneAtATime(reloading_);
-    filterManager_.BeginReload();
-    filterManager_.Reset();
-    LogDiagnostic("ZYN client reload configuration.");
     ZynClientConfigProcessor<ZynFilterManager> processor(filterManager_);
     ZynConfigFileReader<ZynClientConfigProcessor<ZynFilterManager>> reader(processor);
-    reader.Read(ZynConfigPathPolicy());
+    {
+        const FilterReload reload(filterManager_);
+        LogDiagnostic("ZYN client reload configuration.");
+        reader.Read(ZynConfigPathPolicy());
+    }
     if (!reader.Loaded()) {
         std::rethrow_exception(reader.Failure());
     }

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <atomic>
 #include <cstdint>
 #include <latch>
@@ -19,6 +20,15 @@ constexpr std::uint32_t kNoClient = ZynFilterManager::kNoClient;
 constexpr int kLabels = 9;
 constexpr int kNeverOn = 7;
 constexpr int kAlwaysOn = 8;
+constexpr int kFarModule = 200;
+
+// Within the caches and past their bounds.
+struct Caller {
+    int module;
+    std::uint32_t client;
+};
+constexpr std::array<Caller, 5> kCallers{
+    {{0, kNoClient}, {0, 1}, {0, 1999}, {kFarModule, 1}, {kFarModule, kNoClient}}};
 
 std::string Label(int label) { return std::string(1, 'l') + std::to_string(label); }
 
@@ -30,9 +40,7 @@ bool IsOnIn(int configuration, int label) {
     return configuration % 2 == 0 ? label < 4 : label >= 4;
 }
 
-void Load(ZynFilterManager& manager, int configuration) {
-    manager.BeginReload();
-    manager.Reset();
+void SetRules(ZynFilterManager& manager, int configuration) {
     manager.SetTraceEnabled(true);
     for (int label = 0; label < kLabels; ++label) {
         manager.SetLabelStatus("", "", Label(label),
@@ -41,6 +49,19 @@ void Load(ZynFilterManager& manager, int configuration) {
         std::this_thread::yield();
     }
     manager.SetModuleStatus("m", Status::On);
+    manager.SetModuleStatus("far", Status::On);
+}
+
+// Most as the service client does it, some rule by rule.
+void Load(ZynFilterManager& manager, int configuration) {
+    if (configuration % 4 != 3) {
+        const FilterReload reload(manager);
+        SetRules(manager, configuration);
+    } else {
+        manager.BeginReload();
+        manager.Reset();
+        SetRules(manager, configuration);
+    }
     manager.SetLoaded(true);
 }
 
@@ -51,7 +72,15 @@ class ReloadStress : public testing::Test {
             manager_.GetLabelKey(Label(label));
         }
         manager_.GetModuleKey("m");
-        manager_.RegisterClient(0, 1, "c");
+        for (int i = 1; i < kFarModule; ++i) {
+            manager_.GetModuleKey("unused" + std::to_string(i));
+        }
+        manager_.GetModuleKey("far");
+        for (const Caller& caller : kCallers) {
+            if (caller.client != kNoClient) {
+                manager_.RegisterClient(caller.module, caller.client, "c");
+            }
+        }
         Load(manager_, 0);
     }
 
@@ -86,13 +115,13 @@ class ReloadStress : public testing::Test {
         std::vector<std::thread> threads_;
     };
 
-    // Asks for every label, with and without client, until told to stop.
+    // Asks for every label until told to stop.
     void Query() {
         while (!stop_.load(std::memory_order_relaxed)) {
             for (int label = 0; label < kLabels; ++label) {
-                for (const std::uint32_t client : {kNoClient, std::uint32_t{1}}) {
+                for (const Caller& caller : kCallers) {
                     const int before = phase_.load();
-                    const bool answer = manager_.IsEnabled(0, client, label);
+                    const bool answer = manager_.IsEnabled(caller.module, caller.client, label);
                     Judge(before, phase_.load(), label, answer);
                 }
             }
@@ -132,10 +161,12 @@ class ReloadStress : public testing::Test {
     void ExpectSettledOn(int configuration) {
         for (int round = 0; round < 2; ++round) {
             for (int label = 0; label < kLabels; ++label) {
-                ASSERT_EQ(manager_.IsEnabled(0, kNoClient, label), IsOnIn(configuration, label))
-                    << "configuration " << configuration << " label " << label;
-                ASSERT_EQ(manager_.IsEnabled(0, 1, label), IsOnIn(configuration, label))
-                    << "configuration " << configuration << " label " << label;
+                for (const Caller& caller : kCallers) {
+                    ASSERT_EQ(manager_.IsEnabled(caller.module, caller.client, label),
+                              IsOnIn(configuration, label))
+                        << "configuration " << configuration << " label " << label << " module "
+                        << caller.module << " client " << caller.client;
+                }
             }
         }
     }
@@ -179,11 +210,42 @@ TEST_F(ReloadStress, RegistrationsTakeEffectAmidQueries) {
     Queries queries(*this);
     for (int i = 0; i < 1000; ++i) {
         const bool on = i % 2 == 0;
-        manager_.RegisterClient(0, 1, on ? "c" : "off");
-        ASSERT_EQ(manager_.IsEnabled(0, 1, 0), on) << i;
-        ASSERT_EQ(manager_.IsEnabled(0, 1, 0), on) << i;
+        for (const Caller& caller : kCallers) {
+            if (caller.client != kNoClient) {
+                manager_.RegisterClient(caller.module, caller.client, on ? "c" : "off");
+                ASSERT_EQ(manager_.IsEnabled(caller.module, caller.client, 0), on) << i;
+                ASSERT_EQ(manager_.IsEnabled(caller.module, caller.client, 0), on) << i;
+            }
+        }
     }
     queries.Stop();
+    EXPECT_EQ(wrongAnswers_.load(), 0);
+}
+
+// So many keys that the tables of remembered answers grow, are emptied and filled anew meanwhile.
+TEST_F(ReloadStress, ManyLargeKeysAmidReloads) {
+    constexpr std::uint32_t kMany = 3000;
+    for (std::uint32_t client = 70; client < kMany; ++client) {
+        manager_.RegisterClient(0, client, client % 2 == 0 ? "c" : "d");
+    }
+    Queries queries(*this);
+    std::atomic<int> wrong{0};
+    const auto askAll = [this, &wrong] {
+        for (std::uint32_t client = 70; client < kMany; ++client) {
+            if (!manager_.IsEnabled(0, client, kAlwaysOn) ||
+                manager_.IsEnabled(0, client, kNeverOn)) {
+                wrong.fetch_add(1, std::memory_order_relaxed);
+            }
+        }
+    };
+    for (int configuration = 1; configuration <= 10; ++configuration) {
+        std::thread other(askAll);
+        askAll();
+        other.join();
+        Load(manager_, configuration);
+    }
+    queries.Stop();
+    EXPECT_EQ(wrong.load(), 0);
     EXPECT_EQ(wrongAnswers_.load(), 0);
 }
 
@@ -191,7 +253,7 @@ TEST_F(ReloadStress, HandlesPausesAndSettingsAmidQueries) {
     Queries queries(*this);
     for (std::uint32_t i = 0; i < 300; ++i) {
         const std::string name = std::to_string(i);
-        ASSERT_EQ(manager_.GetModuleKey(name), i + 1);
+        ASSERT_EQ(manager_.GetModuleKey(name), i + kFarModule + 1);
         ASSERT_EQ(manager_.GetLabelKey(name), i + kLabels);
         manager_.SetPaused(true);
         ASSERT_FALSE(manager_.IsEnabled(0, kNoClient, 0));

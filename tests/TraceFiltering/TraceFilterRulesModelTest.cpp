@@ -70,10 +70,19 @@ class RandomRules {
         const std::string client = kClients.at(Pick(4));
         const std::string label = kLabels.at(Pick(4));
         const Status status = std::array{Status::Off, Status::Inherit, Status::On}.at(Pick(3));
-        switch (Pick(16)) {
+        const std::size_t what = Pick(16);
+        // A status that is set at once reaches what has been looked at.
+        if (what != 0 && what != 15 && !settled_) {
+            rules_.Settle();
+            settled_ = true;
+        }
+        switch (what) {
             case 0:
                 rules_.Reset();
                 model_.Reset();
+                break;
+            case 15:
+                Replace();
                 break;
             case 1:
             case 2:
@@ -94,6 +103,29 @@ class RandomRules {
                 rules_.Label(module, client, label).SetStatus(status);
                 model_.Set({module, client, label}, status);
         }
+    }
+
+    // Some settings in place of all others.
+    void Replace() {
+        model_.Reset();
+        for (std::size_t i = Pick(8); i > 0; --i) {
+            const std::string module = kModules.at(Pick(4));
+            const std::string client = kClients.at(Pick(4));
+            const std::string label = kLabels.at(Pick(4));
+            const Status status = Pick(2) == 0 ? Status::Off : Status::On;
+            rules_.Label(module, client, label).Prepare(status);
+            model_.Set({module, client, label}, status);
+            if (!client.empty() && Pick(2) == 0) {
+                rules_.Client(module, client).Prepare(status);
+                model_.Set({module, client, ""}, status);
+            }
+            if (!module.empty()) {
+                rules_.Module(module).Prepare(status);
+                model_.Set({module, "", ""}, status);
+            }
+        }
+        rules_.TakePrepared();
+        settled_ = false;
     }
 
     // Some entries only, so that others are created later, under statuses set already.
@@ -123,6 +155,7 @@ class RandomRules {
     std::mt19937 random_;
     TraceFilterRules rules_;
     Model model_;
+    bool settled_ = true;
 };
 
 TEST(FilterRulesModel, RandomChangesAgreeWithRecomputation) {

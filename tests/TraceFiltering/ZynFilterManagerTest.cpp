@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <string>
+#include <type_traits>
+#include <vector>
 
 #include "TraceFiltering/ZynFilterManager.h"
 #include "fixtures/DiagnosticTrace.h"
@@ -109,7 +113,39 @@ TEST_F(FilterManager, RegisteringResetsTheStatusesOfItsPairOnly) {
     EXPECT_TRUE(Enabled()) << "still the cached status";
 }
 
-TEST_F(FilterManager, ClientOfSeventyAndMoreIsBoundButNeverCached) {
+TEST_F(FilterManager, TheLabelPastTheCacheHasNoPlaceInIt) {
+    // Label 30 would have the place of label 0 of the next client, or of the next module.
+    for (int i = 0; i < 31; ++i) {
+        manager_.GetLabelKey(Numbered('l', i));
+    }
+    constexpr int kFirstPast = 30;
+    const auto reload = [this](Status past, Status first) {
+        const FilterReload change(manager_);
+        manager_.SetModuleStatus("m", Status::On);
+        manager_.SetModuleStatus("next", Status::On);
+        manager_.SetLabelStatus("", "", Numbered('l', kFirstPast - 1), past);
+        manager_.SetLabelStatus("", "", "l", first);
+    };
+    const int next = static_cast<int>(manager_.GetModuleKey("next"));
+    for (const std::uint32_t client : {0U, 1U, 69U}) {
+        manager_.RegisterClient(module_, client, "c");
+        manager_.RegisterClient(next, client, "c");
+    }
+    for (const bool past : {true, false}) {
+        reload(past ? Status::On : Status::Off, past ? Status::Off : Status::On);
+        manager_.SetLoaded(true);
+        for (const std::uint32_t client : {0U, 1U, 69U, kNoClient}) {
+            EXPECT_EQ(manager_.IsEnabled(module_, client, kFirstPast), past) << client;
+        }
+        for (const int module : {module_, next}) {
+            for (const std::uint32_t client : {0U, 1U, 69U, kNoClient}) {
+                EXPECT_EQ(manager_.IsEnabled(module, client, label_), !past) << client;
+            }
+        }
+    }
+}
+
+TEST_F(FilterManager, ChangesAreSeenAtOnceByAClientOfSeventyAndMore) {
     manager_.SetLoaded(true);
     for (const std::uint32_t client : {70U, 71U, 0x7FFFFFFFU, 0x80000000U, 0xFFFFFFFEU}) {
         EXPECT_FALSE(Enabled(client)) << client;
@@ -119,6 +155,212 @@ TEST_F(FilterManager, ClientOfSeventyAndMoreIsBoundButNeverCached) {
         EXPECT_FALSE(Enabled(client)) << client;
         manager_.SetModuleStatus("m", Status::On);
     }
+}
+
+// Keys of which some are outside the caches.
+class LargeKeys : public FilterManager {
+  protected:
+    struct Key {
+        int module;
+        std::uint32_t client;
+        int label;
+    };
+    LargeKeys() {
+        for (int i = 0; i < 80; ++i) {
+            manager_.SetModuleStatus(Numbered('m', i), Status::On);
+            manager_.SetLabelStatus("", "", Numbered('l', i), Status::On);
+        }
+        const int farModule = static_cast<int>(manager_.GetModuleKey("m79"));
+        const int farLabel = static_cast<int>(manager_.GetLabelKey("l79"));
+        for (const int module : {module_, farModule}) {
+            for (const int label : {label_, farLabel}) {
+                for (const std::uint32_t client : {5U, 70U, 5000U, 0xFFFFFFFEU, kNoClient}) {
+                    const bool near = client < 70 || client == kNoClient;
+                    if (module == farModule || label == farLabel || !near) {
+                        keys_.push_back({module, client, label});
+                        manager_.RegisterClient(module, client, "c");
+                    }
+                }
+            }
+        }
+        manager_.SetLoaded(true);
+    }
+    void ExpectAll(bool enabled, const std::string& when) {
+        for (const Key& key : keys_) {
+            EXPECT_EQ(manager_.IsEnabled(key.module, key.client, key.label), enabled)
+                << when << ": " << key.module << "/" << key.client << "/" << key.label;
+        }
+    }
+    // Whether these queries end while another holds the manager's lock.
+    bool AnsweredWithoutALock(const std::vector<Key>& keys) {
+        manager_.Lock();
+        auto asked = std::async(std::launch::async, [this, &keys] {
+            for (const Key& key : keys) {
+                manager_.IsEnabled(key.module, key.client, key.label);
+            }
+        });
+        const bool done = asked.wait_for(std::chrono::seconds(5)) == std::future_status::ready;
+        manager_.Unlock();
+        return done;
+    }
+
+    std::vector<Key> keys_;
+};
+
+TEST_F(LargeKeys, WhatWasAskedBeforeIsAnsweredWithoutALock) {
+    ExpectAll(true, "first");
+    EXPECT_TRUE(AnsweredWithoutALock(keys_));
+    ExpectAll(true, "again");
+    manager_.RegisterClient(module_, 4711, "other");
+    EXPECT_TRUE(AnsweredWithoutALock(keys_)) << "after another one was registered";
+    manager_.GetLabelKey("new label");
+    manager_.GetModuleKey("new module");
+    EXPECT_TRUE(AnsweredWithoutALock(keys_)) << "after a key was given out";
+}
+
+TEST_F(LargeKeys, UnknownKeysAreAnsweredWithoutALockUntilTheyAreGivenOut) {
+    const std::vector<Key> unknown{{81, kNoClient, label_},
+                                   {81, 5, label_},
+                                   {-1, 5, label_},
+                                   {module_, 5, 81},
+                                   {module_, 5, -1}};
+    EXPECT_TRUE(AnsweredWithoutALock(unknown));
+    const int module = static_cast<int>(manager_.GetModuleKey("new"));
+    ASSERT_EQ(module, 81);
+    EXPECT_FALSE(manager_.IsEnabled(module, kNoClient, label_));
+    manager_.SetModuleStatus("new", Status::On);
+    EXPECT_TRUE(manager_.IsEnabled(module, kNoClient, label_));
+    manager_.SetLabelStatus("", "", "new label", Status::On);
+    EXPECT_TRUE(manager_.IsEnabled(module, kNoClient, 80));
+}
+
+TEST_F(LargeKeys, WhateverChangesTheAnswerIsSeenAtOnce) {
+    ExpectAll(true, "first");
+    manager_.SetTraceEnabled(false);
+    ExpectAll(false, "master switch");
+    manager_.SetTraceEnabled(true);
+    ExpectAll(true, "master switch on again");
+    manager_.SetLabelStatus("", "", "l", Status::Off);
+    manager_.SetLabelStatus("", "", "l79", Status::Off);
+    ExpectAll(false, "labels");
+    manager_.SetLabelStatus("", "", "l", Status::On);
+    manager_.SetLabelStatus("", "", "l79", Status::On);
+    ExpectAll(true, "labels on again");
+    manager_.SetModuleStatus("m", Status::Off);
+    manager_.SetModuleStatus("m79", Status::Off);
+    ExpectAll(false, "modules");
+    manager_.SetModuleStatus("m", Status::On);
+    manager_.SetModuleStatus("m79", Status::On);
+    ExpectAll(true, "modules on again");
+    manager_.Reset();
+    ExpectAll(false, "reset");
+}
+
+TEST_F(LargeKeys, RegistrationsAreSeenAtOnce) {
+    manager_.SetClientStatus("", "off", Status::Off);
+    ExpectAll(true, "first");
+    for (const Key& key : keys_) {
+        if (key.client != kNoClient) {
+            manager_.RegisterClient(key.module, key.client, "off");
+            EXPECT_FALSE(manager_.IsEnabled(key.module, key.client, key.label)) << key.client;
+            manager_.RegisterClient(key.module, key.client, "c");
+            EXPECT_TRUE(manager_.IsEnabled(key.module, key.client, key.label)) << key.client;
+        }
+    }
+    EXPECT_FALSE(manager_.IsEnabled(module_, 4711, label_));
+    manager_.RegisterClient(module_, 4711, "c");
+    EXPECT_TRUE(manager_.IsEnabled(module_, 4711, label_));
+}
+
+TEST_F(LargeKeys, PausingForgetsNothing) {
+    ExpectAll(true, "first");
+    manager_.SetPaused(true);
+    ExpectAll(false, "paused");
+    manager_.SetPaused(false);
+    EXPECT_TRUE(AnsweredWithoutALock(keys_));
+}
+
+TEST_F(FilterManager, WhatAReloadSetsTakesEffectAtItsEnd) {
+    manager_.RegisterClient(module_, 5, "c");
+    manager_.SetLabelStatus("m", "c", "k", Status::On);
+    const int other = static_cast<int>(manager_.GetLabelKey("k"));
+    manager_.SetLoaded(true);
+    {
+        const FilterReload reload(manager_);
+        EXPECT_FALSE(manager_.Loaded());
+        EXPECT_TRUE(Enabled()) << "as before";
+        EXPECT_TRUE(Enabled(5)) << "as before";
+        EXPECT_TRUE(manager_.IsEnabled(module_, 5, other)) << "as before";
+        manager_.SetModuleStatus("m", Status::On);
+        manager_.SetLabelStatus("", "", "l", Status::Off);
+        manager_.SetLabelStatus("m", "c", "l", Status::On);
+        EXPECT_TRUE(Enabled()) << "as before";
+        EXPECT_TRUE(manager_.IsEnabled(module_, 5, other)) << "as before";
+    }
+    EXPECT_FALSE(manager_.Loaded());
+    EXPECT_FALSE(Enabled());
+    EXPECT_TRUE(Enabled(5));
+    EXPECT_FALSE(manager_.IsEnabled(module_, 5, other)) << "not set by the reload";
+}
+
+TEST_F(FilterManager, SettingsOfAReloadThatNobodyAskedForAreGoneWithTheNext) {
+    manager_.RegisterClient(module_, 5, "c");
+    EXPECT_TRUE(Enabled(5));
+    for (const bool on : {false, true}) {
+        const FilterReload reload(manager_);
+        manager_.SetModuleStatus("m", Status::On);
+        manager_.SetLabelStatus("", "", "l", Status::On);
+        if (!on) {
+            manager_.SetLabelStatus("m", "c", "l", Status::Off);
+        }
+    }
+    EXPECT_TRUE(Enabled(5));
+}
+
+TEST_F(FilterManager, SettingsBetweenReloadsReachWhatHasNotBeenAskedForSince) {
+    manager_.RegisterClient(module_, 5, "c");
+    EXPECT_TRUE(Enabled(5));
+    {
+        const FilterReload reload(manager_);
+        manager_.SetModuleStatus("m", Status::On);
+        manager_.SetLabelStatus("m", "c", "l", Status::Inherit);
+    }
+    manager_.SetLabelStatus("", "", "l", Status::On);
+    EXPECT_TRUE(Enabled(5));
+    manager_.SetLabelStatus("", "", "l", Status::Off);
+    EXPECT_FALSE(Enabled(5));
+}
+
+TEST_F(FilterManager, AResetAmidAReloadDropsWhatWasReadBeforeIt) {
+    manager_.RegisterClient(module_, 5, "c");
+    EXPECT_TRUE(Enabled(5));
+    {
+        const FilterReload reload(manager_);
+        manager_.SetModuleStatus("m", Status::On);
+        manager_.SetLabelStatus("m", "c", "l", Status::On);
+        manager_.Reset();
+        EXPECT_FALSE(Enabled());
+    }
+    EXPECT_FALSE(Enabled());
+    EXPECT_FALSE(Enabled(5));
+}
+
+TEST_F(FilterManager, FilterIsDestroyedThroughItsBase) {
+    class Derived final : public ZynFilter {
+      public:
+        explicit Derived(bool& gone) : gone_(&gone) {}
+        Derived(const Derived&) = delete;
+        Derived& operator=(const Derived&) = delete;
+        ~Derived() override { *gone_ = true; }
+
+      private:
+        bool* gone_;
+    };
+    static_assert(std::has_virtual_destructor_v<ZynFilter>);
+    bool gone = false;
+    std::unique_ptr<ZynFilter> filter = std::make_unique<Derived>(gone);
+    filter.reset();
+    EXPECT_TRUE(gone);
 }
 
 TEST_F(FilterManager, RegisteringSeventyLeavesAllCachedStatuses) {
@@ -153,7 +395,7 @@ TEST_F(FilterManager, NegativeAndUnknownKeysAreOff) {
     }
 }
 
-TEST_F(FilterManager, KeysOutsideTheCacheAreResolvedEachTime) {
+TEST_F(FilterManager, ChangesAreSeenAtOnceByKeysOutsideTheCache) {
     for (int i = 0; i < 80; ++i) {
         manager_.SetModuleStatus(Numbered('m', i), Status::On);
         manager_.SetLabelStatus("", "", Numbered('l', i), Status::On);
@@ -275,6 +517,8 @@ TEST_F(FilterManager, ResetIsLogged) {
     const RunDirectory run(true);
     manager_.Reset();
     EXPECT_THAT(run.Trace(), ElementsAre("ZynConfig: Status reseted"));
+    const FilterReload reload(manager_);
+    EXPECT_THAT(run.Trace(), ElementsAre("ZynConfig: Status reseted", "ZynConfig: Status reseted"));
 }
 
 }  // namespace
