@@ -25,9 +25,15 @@ inline std::string ModuleName(std::uint32_t key) { return "module" + std::to_str
 inline std::string ClientName(std::uint32_t key) { return "client" + std::to_string(key); }
 inline std::string LabelName(std::uint32_t key) { return "label" + std::to_string(key); }
 
+// More of each than the caches hold.
+inline constexpr std::uint32_t kManyModules = 300;
+inline constexpr std::uint32_t kManyClients = 2000;
+inline constexpr std::uint32_t kManyLabels = 60;
+
 // Flat: every module names its labels and clients, 7,100 rules. Nested: every client of every
-// module names its labels too, 154,100 rules.
-enum class FileShape { Flat, Nested };
+// module names its labels too, 154,100 rules. Wide: the flat one with more labels, and with more
+// modules, which name nothing.
+enum class FileShape { Flat, Nested, Wide };
 
 // A configuration file, removed at the end of the scope.
 class ConfigFile {
@@ -43,7 +49,7 @@ class ConfigFile {
         std::ofstream out(path_);
         out << "<?xml version=\"1.0\"?>\n<ZYNConfig trace=\"1\">\n<Logfile path=\"p\" size=\"1\" "
                "maxbackups=\"1\" preserve_size=\"1\" preserve_maxbackups=\"1\"/>\n<Global>\n";
-        WriteLabels(out, "GLabel");
+        WriteLabels(out, "GLabel", shape == FileShape::Wide ? kManyLabels : kLabels);
         out << "</Global>\n";
         for (std::uint32_t module = 0; module < kModules; ++module) {
             out << Element("Module", ModuleName(module), true) << ">\n";
@@ -57,6 +63,10 @@ class ConfigFile {
             }
             out << "</Module>\n";
         }
+        for (std::uint32_t module = kModules; shape == FileShape::Wide && module < kManyModules;
+             ++module) {
+            out << Element("Module", ModuleName(module), true) << "/>\n";
+        }
         out << "</ZYNConfig>\n";
     }
     ConfigFile(const ConfigFile&) = delete;
@@ -68,8 +78,9 @@ class ConfigFile {
     static std::string Element(const std::string& kind, const std::string& name, bool enabled) {
         return "<" + kind + " name=\"" + name + "\" state=\"" + (enabled ? "1" : "0") + "\"";
     }
-    static void WriteLabels(std::ofstream& out, const std::string& kind) {
-        for (std::uint32_t label = 0; label < kLabels; ++label) {
+    static void WriteLabels(std::ofstream& out, const std::string& kind,
+                            std::uint32_t count = kLabels) {
+        for (std::uint32_t label = 0; label < count; ++label) {
             out << Element(kind, LabelName(label), label % 2 == 0) << "/>\n";
         }
     }
@@ -79,13 +90,14 @@ class ConfigFile {
 // As the service client does it.
 inline void Reload(ZynFilterManager& manager, const std::string& path) {
     using Processor = ZynClientConfigProcessor<ZynFilterManager>;
-    manager.BeginReload();
-    manager.Reset();
-    Processor processor(manager);
-    ZynConfigFileReader<Processor> reader(processor);
-    reader.Read(path);
-    if (reader.Failure()) {
-        throw std::runtime_error("the configuration could not be read");
+    {
+        const FilterReload reload(manager);
+        Processor processor(manager);
+        ZynConfigFileReader<Processor> reader(processor);
+        reader.Read(path);
+        if (reader.Failure()) {
+            throw std::runtime_error("the configuration could not be read");
+        }
     }
     manager.SetLoaded(true);
 }
