@@ -3,7 +3,6 @@
 #ifndef ZYN_MULTIFILESTREAM_MULTIFILESTREAM_H
 #define ZYN_MULTIFILESTREAM_MULTIFILESTREAM_H
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -25,7 +24,6 @@
 #include "MemoryStream/MemoryStream.h"
 #include "MultiFileStream/DescriptorBudget.h"
 #include "Support/FileDescriptor.h"
-#include "Support/FileIdentity.h"
 #include "Support/FileSystem.h"
 #include "Support/Logging.h"
 #include "Support/ValidationException.h"
@@ -177,11 +175,10 @@ MultiFileInputStream<Support, HeaderSize>::FileToBeRead::FileToBeRead(std::strin
     }
 }
 
-// Without waiting: a FIFO that somebody gave a log's name has no writer.
 template <FileOutputSupport Support, unsigned int HeaderSize>
 void MultiFileInputStream<Support, HeaderSize>::FileToBeRead::Open() {
     errno = 0;
-    file_ = FileDescriptor(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    file_ = OpenForReading(path_);
     ZYN_CHECK_OS_CALL(file_.IsOpen(), "Failed to open file for read");
     struct stat status {};
     ZYN_CHECK_OS_CALL(fstat(file_.Get(), &status) == 0, "Failed to open file for read");

@@ -1,8 +1,12 @@
 #include "Support/FileDescriptor.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+
+#include "Support/Sleep.h"
 
 void FileDescriptor::Close() noexcept {
     if (descriptor_ != -1) {
@@ -12,6 +16,8 @@ void FileDescriptor::Close() noexcept {
         descriptor_ = -1;
     }
 }
+
+bool FileDescriptor::TryClose() noexcept { return close(std::exchange(descriptor_, -1)) == 0; }
 
 std::size_t FileDescriptor::ReadFully(char* buffer, std::size_t atLeast,
                                       std::size_t atMost) noexcept {
@@ -28,4 +34,25 @@ std::size_t FileDescriptor::ReadFully(char* buffer, std::size_t atLeast,
         }
     }
     return count;
+}
+
+FileDescriptor OpenForReading(const std::string& path) {
+    while (true) {
+        FileDescriptor file(open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+        if (file.IsOpen() || !FailedForALease(path)) {
+            return file;
+        }
+        SleepMilliseconds(kAskAgainMs);
+    }
+}
+
+// The system asks the holder of a lease to give it up, and says EWOULDBLOCK meanwhile. So do
+// devices, for reasons of their own.
+bool FailedForALease(const std::string& path) noexcept {
+    const int error = errno;
+    struct stat status {};
+    const bool leased =
+        error == EWOULDBLOCK && stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    errno = error;
+    return leased;
 }

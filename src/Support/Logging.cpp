@@ -11,10 +11,10 @@
 #include <mutex>
 #include <ostream>
 
+#include "Support/Cancellation.h"
+#include "Support/FileDescriptor.h"
 #include "Support/ProcessState.h"
-#include "Support/RuntimeInfo.h"
-#include "Support/Thread.h"
-#include "Support/Umask.h"
+#include "Support/RunFile.h"
 
 std::atomic<int> Logging::s_diagnostic_mode{Logging::kDiagnosticModeUnknown};
 
@@ -56,23 +56,20 @@ void Logging::Sync() {
 }
 
 void Logging::Write(const std::string& text) {
-    const std::string path =
-        CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + "trace.txt";
-    UmaskSection openForAll;
-    const int file = ::open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
-    openForAll.Restore();
-    if (file == -1) {
+    FileDescriptor file =
+        runfile::Open(runfile::PathOf("trace.txt"), O_RDWR | O_CREAT | O_APPEND, 0666);
+    if (!file.IsOpen()) {
         const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file open");
         syslog(LOG_ERR, "Error: trace.txt file");
-    } else if (::write(file, text.data(), text.size()) == -1) {
+    } else if (::write(file.Get(), text.data(), text.size()) == -1) {
         const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file write");
         syslog(LOG_ERR, "Error: trace.txt file");
     }
     // Kept as is: the invalid descriptor of a failed open is closed too, so that operators find
     // the three lines "open", "file", "close" together.
-    if (::close(file) == -1) {
+    if (!file.TryClose()) {
         const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);
         syslog(LOG_ERR, "Error: trace.txt file close");
     }

@@ -5,8 +5,10 @@
 
 #include <cerrno>
 
-#include "Support/RuntimeInfo.h"
-#include "Support/Umask.h"
+#include "Support/ProcessState.h"
+#include "Support/RunFile.h"
+#include "Support/Sleep.h"
+#include "Support/SysLogEntry.h"
 #include "Support/ValidationException.h"
 
 namespace {
@@ -29,13 +31,17 @@ struct flock FirstByte(short type) {
 }
 
 // A signal that arrives meanwhile is no reason to fail.
-int RecordLock(int fd, int command, short type) {
-    struct flock lock = FirstByte(type);
+int RecordLock(int fd, int command, struct flock& lock) {
     int result = 0;
     do {
         result = fcntl(fd, command, &lock);
     } while (result == -1 && errno == EINTR);
     return result;
+}
+
+int RecordLock(int fd, int command, short type) {
+    struct flock lock = FirstByte(type);
+    return RecordLock(fd, command, lock);
 }
 
 }  // namespace
@@ -69,20 +75,19 @@ void CriticalSectionSyncPolicy::Unlock() {
 }
 
 InterProcessLock::InterProcessLock(const std::string& name)
-    : path_(CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + name + ".lck") {
-    UmaskSection openForAll;
-    fd_ = ::open(path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0666);
-    if (fd_ == -1) {
+    : path_(runfile::PathOf(name + ".lck")) {
+    // Any count of names: its users remove the file while others open it.
+    fd_ = runfile::Open(path_, O_RDWR | O_CREAT, 0666);
+    if (!fd_.IsOpen()) {
         // Kept as is: after a failed open the process goes on with umask 0. Ended before the check,
         // whose diagnostic line needs a section of its own.
-        openForAll.Abandon();
+        UmaskSection().Abandon();
     }
-    ZYN_CHECK_OS_CALL(fd_ != -1, "Unable to open lock file");
+    ZYN_CHECK_OS_CALL(fd_.IsOpen(), "Unable to open lock file");
 }
 
 InterProcessLock::~InterProcessLock() {
-    DropFailure([this] { ZYN_CHECK_OS_CALL(::close(fd_) == 0, "Can not close lock file"); });
-    fd_ = -1;
+    DropFailure([this] { ZYN_CHECK_OS_CALL(fd_.TryClose(), "Can not close lock file"); });
     // Kept as is: every user removes the file, also while others hold it open.
     DropFailure([this] {
         ZYN_CHECK_OS_CALL(::unlink(path_.c_str()) == 0, "Error: Can not remove lock file ");
@@ -90,9 +95,30 @@ InterProcessLock::~InterProcessLock() {
 }
 
 void InterProcessLock::Lock() {
-    ZYN_CHECK_OS_CALL(RecordLock(fd_, F_SETLKW, F_WRLCK) != -1, "Can not lock");
+    for (unsigned int asked = 0; asked < kMostAsksAgain; ++asked) {
+        const bool locked = RecordLock(fd_.Get(), F_SETLK, F_WRLCK) != -1;
+        ZYN_CHECK_OS_CALL(locked || errno == EAGAIN || errno == EACCES, "Can not lock");
+        if (locked) {
+            return;
+        }
+        SleepMilliseconds(kAskAgainMs);
+    }
+    ReportHolder();
+    ZYN_CHECK_OS_CALL(RecordLock(fd_.Get(), F_SETLKW, F_WRLCK) != -1, "Can not lock");
+}
+
+void InterProcessLock::ReportHolder() const noexcept {
+    struct flock holder = FirstByte(F_WRLCK);
+    // No number for a holder on another host, or one that shares its lock with its children.
+    const bool known = RecordLock(fd_.Get(), F_GETLK, holder) != -1 && holder.l_type != F_UNLCK &&
+                       holder.l_pid > 0;
+    DropFailure([&] {
+        SysLogEntry entry("ZYNAPI", SysLogEntry::kError);
+        entry << "Waiting for " << path_ << ", locked by "
+              << (known ? "process " + std::to_string(holder.l_pid) : "another process");
+    });
 }
 
 void InterProcessLock::Unlock() {
-    ZYN_CHECK_OS_CALL(RecordLock(fd_, F_SETLK, F_UNLCK) != -1, "Can not unlock");
+    ZYN_CHECK_OS_CALL(RecordLock(fd_.Get(), F_SETLK, F_UNLCK) != -1, "Can not unlock");
 }

@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "Support/DropFailure.h"
+#include "Support/FileDescriptor.h"
 
 // What a guard can hold.
 template <typename T>
@@ -48,22 +49,26 @@ class CriticalSectionSyncPolicy {
 // next user creates it again.
 class InterProcessLock {
   public:
-    // Creates the file, open to everyone, when it is not there. Throws CheckOSCall "Unable to open
-    // lock file".
+    // Creates the file, open to everyone, when it is not there; a link or anything but a file is
+    // refused. Throws CheckOSCall "Unable to open lock file".
     explicit InterProcessLock(const std::string& name);
     InterProcessLock(const InterProcessLock&) = delete;
     InterProcessLock& operator=(const InterProcessLock&) = delete;
     // Removes the file. Failures are dropped.
     ~InterProcessLock();
 
-    // Waits as long as another process holds the lock. Throws CheckOSCall "Can not lock".
+    // Waits as long as another process holds the lock; after 2 s the system log says so once, under
+    // "ZYNAPI", with the holder's process id where it can be known. Throws CheckOSCall "Can not
+    // lock".
     void Lock();
     // Throws CheckOSCall "Can not unlock".
     void Unlock();
 
   private:
+    void ReportHolder() const noexcept;
+
+    FileDescriptor fd_;
     std::string path_;
-    int fd_;
 };
 
 // Holds a lock for its own life.

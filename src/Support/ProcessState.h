@@ -5,6 +5,8 @@
 #ifndef ZYN_SUPPORT_PROCESSSTATE_H
 #define ZYN_SUPPORT_PROCESSSTATE_H
 
+#include <sys/types.h>
+
 #include <mutex>
 
 namespace processstate {
@@ -22,5 +24,24 @@ class Hold {
 };
 
 }  // namespace processstate
+
+// Sets the umask to 0 so that a file shared between processes gets exactly the permission bits
+// asked for, and puts the old mask back: every change of the umask is made in a section like this.
+// Sections of all threads exclude each other. Not reentrant.
+class UmaskSection {
+  public:
+    UmaskSection();
+    UmaskSection(const UmaskSection&) = delete;
+    UmaskSection& operator=(const UmaskSection&) = delete;
+    // Does not touch errno.
+    ~UmaskSection();
+
+    // Ends the section and leaves the mask at 0. Does not touch errno.
+    void Abandon() noexcept;
+
+  private:
+    std::unique_lock<std::mutex> lock_;
+    mode_t previous_;
+};
 
 #endif

@@ -11,17 +11,14 @@
 
 #include "Support/DropFailure.h"
 #include "Support/LostPages.h"
-#include "Support/RuntimeInfo.h"
-#include "Support/Umask.h"
+#include "Support/RunFile.h"
 #include "Support/ValidationException.h"
 
 namespace {
 
 constexpr mode_t kReadWriteForAll = 0666;
 
-std::string PathOf(const std::string& name) {
-    return CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + name + ".map";
-}
+std::string PathOf(const std::string& name) { return runfile::PathOf(name + ".map"); }
 
 // The read and write bits of the product directory. The default serves here only: paths expand an
 // unset variable to nothing.
@@ -34,17 +31,9 @@ mode_t PermissionBits() {
     return status.st_mode & kReadWriteForAll;
 }
 
-// Does not touch errno after the open.
-int OpenWithExactMode(const std::string& path, int flags) {
-    const mode_t mode = PermissionBits();
-    UmaskSection exactBits;
-    const int fd = ::open(path.c_str(), flags | O_CLOEXEC | O_NOCTTY, mode);
-    exactBits.Restore();
-    return fd;
-}
-
 // A file that is only as long as asked for has no blocks yet, and a page that finds none on a full
-// disk ends the process. So the room is claimed now, where the file system can do that.
+// disk ends the process. So the room is claimed now, where the file system can do that; only for
+// what is touched, because run directories may have little.
 int ClaimRoom(int fd, off_t size) {
     int result = 0;
     do {
@@ -59,48 +48,13 @@ char* Map(int fd, std::size_t size) {
 
 }  // namespace
 
-SharedMemory::SharedMemory(const std::string& name) : path_(PathOf(name)), owner_(false) {
-    fd_ = OpenWithExactMode(path_, O_RDWR);
-    ZYN_CHECK_OS_CALL(fd_ != -1, "Can not open file");
-    try {
-        MapExisting();
-    } catch (...) {
-        Close();
-        throw;
-    }
-}
-
-SharedMemory::SharedMemory(const std::string& name, int size) : path_(PathOf(name)), owner_(true) {
-    fd_ = OpenWithExactMode(path_, O_RDWR | O_CREAT | O_TRUNC);
-    ZYN_CHECK_OS_CALL(fd_ != -1, "Can not create for shared memory");
-    try {
-        const int resized = ::ftruncate(fd_, size);
-        ZYN_CHECK_OS_CALL(resized != -1, "Can not adjust file size");
-        size_ = static_cast<unsigned int>(size);
-        MapCreated();
-    } catch (...) {
-        Close();
-        Remove();
-        throw;
-    }
-}
-
-SharedMemory::~SharedMemory() {
-    lostpages::Forget(address_);
-    DropFailure(
-        [this] { ZYN_CHECK_OS_CALL(::munmap(address_, size_) != -1, "Can not unmap memory"); });
-    address_ = nullptr;
-    Close();
-    if (owner_) {
-        Remove();
-    }
-}
-
-void SharedMemory::MapExisting() {
-    const off_t end = ::lseek(fd_, 0, SEEK_END);
+SharedMemory::SharedMemory(const std::string& name) : file_(PathOf(name), false) {
+    file_.fd = runfile::Open(file_.path, O_RDWR);
+    ZYN_CHECK_OS_CALL(file_.fd.IsOpen(), "Can not open file");
+    const off_t end = ::lseek(file_.fd.Get(), 0, SEEK_END);
     ZYN_CHECK_OS_CALL(end != -1, "Can not seek to the end of file");
     const bool countable = end <= std::numeric_limits<unsigned int>::max();
-    char* address = countable ? Map(fd_, static_cast<std::size_t>(end)) : nullptr;
+    char* address = countable ? Map(file_.fd.Get(), static_cast<std::size_t>(end)) : nullptr;
     if (!countable) {
         errno = EFBIG;
     }
@@ -110,22 +64,39 @@ void SharedMemory::MapExisting() {
     lostpages::Watch(address_, size_);
 }
 
-void SharedMemory::MapCreated() {
-    const int claimed = ClaimRoom(fd_, static_cast<off_t>(size_));
+SharedMemory::SharedMemory(const std::string& name, int size) : SharedMemory(name, size, size) {}
+
+SharedMemory::SharedMemory(const std::string& name, int size, int touchedBytes)
+    : file_(PathOf(name), true) {
+    file_.fd = runfile::Open(file_.path, O_RDWR | O_CREAT | O_TRUNC, PermissionBits());
+    ZYN_CHECK_OS_CALL(file_.fd.IsOpen(), "Can not create for shared memory");
+    const int resized = ::ftruncate(file_.fd.Get(), size);
+    ZYN_CHECK_OS_CALL(resized != -1, "Can not adjust file size");
+    const int claimed = ClaimRoom(file_.fd.Get(), touchedBytes);
     ZYN_CHECK_OS_CALL(claimed != -1, "Can not adjust file size");
-    char* address = Map(fd_, size_);
+    char* address = Map(file_.fd.Get(), static_cast<std::size_t>(size));
     ZYN_CHECK_OS_CALL(address != MAP_FAILED, "Can not map memory");
+    size_ = static_cast<unsigned int>(size);
     address_ = address;
     lostpages::Watch(address_, size_);
 }
 
-void SharedMemory::Close() noexcept {
-    DropFailure([this] { ZYN_CHECK_OS_CALL(::close(fd_) == 0, "Can not close file"); });
-    fd_ = -1;
+SharedMemory::~SharedMemory() {
+    lostpages::Forget(address_);
+    DropFailure(
+        [this] { ZYN_CHECK_OS_CALL(::munmap(address_, size_) != -1, "Can not unmap memory"); });
+    address_ = nullptr;
 }
 
-void SharedMemory::Remove() noexcept {
-    DropFailure([this] { ZYN_CHECK_OS_CALL(::unlink(path_.c_str()) == 0, "can not remove file"); });
+SharedMemory::BackingFile::~BackingFile() {
+    if (!fd.IsOpen()) {
+        return;
+    }
+    DropFailure([this] { ZYN_CHECK_OS_CALL(fd.TryClose(), "Can not close file"); });
+    if (owner) {
+        DropFailure(
+            [this] { ZYN_CHECK_OS_CALL(::unlink(path.c_str()) == 0, "can not remove file"); });
+    }
 }
 
 void SharedMemory::Require(std::size_t bytes) const {
@@ -137,5 +108,5 @@ void SharedMemory::Require(std::size_t bytes) const {
 
 bool SharedMemory::IsBacked() const noexcept {
     struct stat status {};
-    return ::fstat(fd_, &status) == 0 && status.st_size >= static_cast<off_t>(size_);
+    return ::fstat(file_.fd.Get(), &status) == 0 && status.st_size >= static_cast<off_t>(size_);
 }

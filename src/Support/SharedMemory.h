@@ -6,6 +6,9 @@
 
 #include <cstddef>
 #include <string>
+#include <utility>
+
+#include "Support/FileDescriptor.h"
 
 // One mapping, for reading and writing. The creator owns the file and removes it at the end; its
 // size is the creator's, and an opener takes it from the file. The run directory must exist. The
@@ -22,11 +25,15 @@ class SharedMemory {
     // seek to the end of file" or, also for an empty file, "Can not open file mapping".
     explicit SharedMemory(const std::string& name);
 
-    // Creates a region of size zero bytes; a file of that name is truncated first. The file gets
-    // the read and write permissions of the product directory. Throws CheckOSCall "Can not create
-    // for shared memory", "Can not adjust file size" (also when the disk has no room for it) or
-    // "Can not map memory"; no file stays behind then.
+    // Creates a region of size zero bytes; a file of that name is emptied first, unless it is not a
+    // plain file with this name alone. The file gets the read and write permissions of the product
+    // directory. Throws CheckOSCall "Can not create for shared memory", "Can not adjust file size"
+    // (also when the disk has no room for it) or "Can not map memory"; no file stays behind then.
     SharedMemory(const std::string& name, int size);
+
+    // The same for a region of which this process touches only the first touchedBytes: the disk
+    // needs room for no more. What the others touch is theirs to find room for.
+    SharedMemory(const std::string& name, int size, int touchedBytes);
 
     SharedMemory(const SharedMemory&) = delete;
     SharedMemory& operator=(const SharedMemory&) = delete;
@@ -45,16 +52,22 @@ class SharedMemory {
     [[nodiscard]] bool IsBacked() const noexcept;
 
   private:
-    void MapExisting();
-    void MapCreated();
-    void Close() noexcept;
-    void Remove() noexcept;
+    // The open file. At its end it is closed, and the creator's is removed; failures are dropped.
+    struct BackingFile {
+        BackingFile(std::string filePath, bool isOwner)
+            : path(std::move(filePath)), owner(isOwner) {}
+        BackingFile(const BackingFile&) = delete;
+        BackingFile& operator=(const BackingFile&) = delete;
+        ~BackingFile();
+
+        FileDescriptor fd;
+        std::string path;
+        bool owner;
+    };
 
     unsigned int size_ = 0;
     char* address_ = nullptr;
-    int fd_ = -1;
-    std::string path_;
-    bool owner_;
+    BackingFile file_;
 };
 
 #endif

@@ -7,8 +7,8 @@
 #include <mutex>
 #include <utility>
 
+#include "Support/Cancellation.h"
 #include "Support/ProcessState.h"
-#include "Support/Thread.h"
 
 namespace {
 

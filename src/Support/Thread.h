@@ -17,30 +17,13 @@
 
 #include "Support/DropFailure.h"
 #include "Support/Logging.h"
+#include "Support/Sleep.h"
 #include "Support/ValidationException.h"
-
-// Sleeps for the whole time, also when signals arrive meanwhile.
-void SleepMilliseconds(unsigned int milliseconds);
 
 // Makes sure that pthread_exit can end a thread: it unwinds the stack with a library that it loads
 // on its first use, and ends the process when there is no memory left for that then. Throws
 // CheckOSCall "Failed to create worker thread".
 void PrepareThreadExit();
-
-// Puts off the cancellation of the calling thread for its own life. A cancelled thread unwinds by
-// an exception that must not be caught: where code of the library catches everything, or throws
-// nothing, it would end the process. Stands around what sleeps or touches files on the threads of
-// an application.
-class CancellationOff {
-  public:
-    CancellationOff() noexcept { pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before_); }
-    CancellationOff(const CancellationOff&) = delete;
-    CancellationOff& operator=(const CancellationOff&) = delete;
-    ~CancellationOff() { pthread_setcancelstate(before_, nullptr); }
-
-  private:
-    int before_ = PTHREAD_CANCEL_ENABLE;
-};
 
 // What a thread can run. Worker() returns soon after its owner has set the object's stop flag.
 template <typename T>

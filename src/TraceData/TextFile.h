@@ -10,7 +10,6 @@
 #include <string_view>
 
 #include "Support/FileDescriptor.h"
-#include "Support/FileIdentity.h"
 
 // One thread. Bytes reach the file when the buffer is full
 // and at Close(); a failed write is an error for good: every later Prepare, Write and Close raises

@@ -18,7 +18,7 @@
 #include "Support/Logging.h"
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/SharedMemory.h"
-#include "Support/Thread.h"
+#include "Support/Sleep.h"
 #include "Support/ValidationException.h"
 #include "TraceService/MessageRecords.h"
 #include "TraceService/MessageRing.h"

@@ -1,6 +1,5 @@
 #include "ZynConfigFileReader/ConfigDocument.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -18,8 +17,7 @@ constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
 // Null when the text has been read, else why not.
 const char* ReadWholeFile(const std::string& path, std::string& text) {
-    // Non-blocking: opening a FIFO must not wait for a writer.
-    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    FileDescriptor file = OpenForReading(path);
     struct stat status {};
     if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         return kCanNotOpen;

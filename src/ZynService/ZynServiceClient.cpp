@@ -7,6 +7,7 @@
 #include "Support/ConfigPath.h"
 #include "Support/DropFailure.h"
 #include "Support/Logging.h"
+#include "Support/Sleep.h"
 #include "Support/ValidationException.h"
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
@@ -23,7 +24,9 @@ MessageRing EmptyTraceRing(SharedMemory& region) {
 
 ClientTraceBuffer::Parts::Parts(std::uint32_t processId)
     : region("ZynTraceBuffer" + std::to_string(processId),
-             MessageRing::RegionBytes(MessageRing::kTraceCapacity)),
+             MessageRing::RegionBytes(MessageRing::kTraceCapacity),
+             // Nothing is written into the ring by this side.
+             MessageRing::kHeaderBytes),
       ring(EmptyTraceRing(region)),
       seedRegion("ZynRecordSequenceNumberSeed"),
       seed(reinterpret_cast<std::uint32_t*>(seedRegion.Address())) {

@@ -15,27 +15,24 @@
 #include <optional>
 #include <string_view>
 
+#include "Support/Cancellation.h"
 #include "Support/DropFailure.h"
+#include "Support/FileDescriptor.h"
 #include "Support/Logging.h"
-#include "Support/RuntimeInfo.h"
+#include "Support/ProcessState.h"
+#include "Support/RunFile.h"
+#include "Support/Sleep.h"
 #include "Support/ValidationException.h"
 
 namespace {
 
-// The first bytes of a file; empty when there is nothing to read. Never waits, whatever the path
-// names.
+// The first bytes of a file in the run directory; empty when there is nothing to read.
 std::string ReadStart(const std::string& path) {
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY);
-    if (fd == -1) {
-        return {};
-    }
+    FileDescriptor file = runfile::Open(path, O_RDONLY);
     std::array<char, 256> bytes{};
-    ssize_t count = 0;
-    do {
-        count = ::read(fd, bytes.data(), bytes.size());
-    } while (count == -1 && errno == EINTR);
-    ::close(fd);
-    return count > 0 ? std::string(bytes.data(), static_cast<std::size_t>(count)) : std::string();
+    const std::size_t count =
+        file.IsOpen() ? file.ReadFully(bytes.data(), bytes.size(), bytes.size()) : 0;
+    return {bytes.data(), count};
 }
 
 // The number at the start of a pid file, which may stand behind white space; nothing when there is
@@ -67,8 +64,7 @@ std::optional<unsigned int> WatchServiceStartUsingPIDFile::ReadPid(const std::st
 }
 
 void WatchServiceStartUsingPIDFile::Check(const std::string& name) {
-    const std::string files =
-        CRuntimeInfo::FormatEnvironmentVariables(CRuntimeInfo::kRunDirectory) + name;
+    const std::string files = runfile::PathOf(name);
     if (::access((files + ".lck").c_str(), F_OK) != 0) {
         return;
     }

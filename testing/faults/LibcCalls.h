@@ -29,6 +29,7 @@ enum class Call : std::size_t {
     kGethostname,
     kGetrlimit,
     kLseek,
+    kLstat,
     kMalloc,  // aligned allocations too
     kMmap,
     kMunmap,
@@ -54,12 +55,12 @@ enum class Call : std::size_t {
 
 // As the functions are called, in the order above.
 inline constexpr const char* kNames[] = {
-    "access",       "calloc",       "clock_gettime", "close",   "closedir",      "fallocate",
-    "fcntl",        "fstat",        "ftruncate",     "fwrite",  "gethostname",   "getrlimit",
-    "lseek",        "malloc",       "mmap",          "munmap",  "mutex_destroy", "mutex_init",
-    "mutex_lock",   "mutex_unlock", "new",           "open",    "opendir",       "pthread_create",
-    "pthread_join", "read",         "readdir",       "realloc", "setrlimit",     "stat",
-    "unlink",       "usleep",       "write",
+    "access",         "calloc",       "clock_gettime", "close",   "closedir",    "fallocate",
+    "fcntl",          "fstat",        "ftruncate",     "fwrite",  "gethostname", "getrlimit",
+    "lseek",          "lstat",        "malloc",        "mmap",    "munmap",      "mutex_destroy",
+    "mutex_init",     "mutex_lock",   "mutex_unlock",  "new",     "open",        "opendir",
+    "pthread_create", "pthread_join", "read",          "readdir", "realloc",     "setrlimit",
+    "stat",           "unlink",       "usleep",        "write",
 };
 static_assert(std::size(kNames) == static_cast<std::size_t>(Call::kCount));
 

@@ -26,6 +26,7 @@ using libccalls::Real;
 // What the headers make of the calls with 64-bit offsets and times.
 constexpr bool kNarrow = sizeof(long) == 4;
 constexpr const char* kFstat = kNarrow ? "__fstat64_time64" : "fstat64";
+constexpr const char* kLstat = kNarrow ? "__lstat64_time64" : "lstat64";
 constexpr const char* kStat = kNarrow ? "__stat64_time64" : "stat64";
 constexpr const char* kFcntl = kNarrow ? "__fcntl_time64" : "fcntl64";
 constexpr const char* kClockGettime = kNarrow ? "__clock_gettime64" : "clock_gettime";
@@ -105,6 +106,11 @@ off_t lseek(int file, off_t offset, int whence) noexcept {
 int stat(const char* path, struct stat* status) noexcept {
     static constinit Real<int(const char*, struct stat*)> real(kStat);
     return FailsWithErrno(Call::kStat) ? -1 : real()(path, status);
+}
+
+int lstat(const char* path, struct stat* status) noexcept {
+    static constinit Real<int(const char*, struct stat*)> real(kLstat);
+    return FailsWithErrno(Call::kLstat) ? -1 : real()(path, status);
 }
 
 int fstat(int file, struct stat* status) noexcept {

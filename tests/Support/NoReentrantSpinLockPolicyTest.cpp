@@ -3,21 +3,27 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <filesystem>
 #include <memory>
 #include <string>
+#include <system_error>
 #include <thread>
 #include <type_traits>
+#include <vector>
 
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/ValidationException.h"
 #include "fixtures/DiagnosticTrace.h"
 #include "fixtures/RaisedFailure.h"
 #include "testing/faults/LibcFaults.h"
+#include "testing/faults/SyslogCapture.h"
+#include "testing/process/FileLock.h"
 
 namespace {
 
@@ -25,14 +31,15 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Mutex = CriticalSectionSyncPolicy;
 
-// Whether another process could take the record lock of the file now.
-bool IsFree(const std::string& path) {
+// Whether another process could take the record lock of a byte of the file now.
+bool IsFree(const std::string& path, off_t byte = 0) {
     const pid_t child = ::fork();
     if (child == 0) {
         const int fd = ::open(path.c_str(), O_RDWR);
         struct flock lock {};
         lock.l_type = F_WRLCK;
         lock.l_whence = SEEK_SET;
+        lock.l_start = byte;
         lock.l_len = 1;
         ::_exit(fd != -1 && ::fcntl(fd, F_SETLK, &lock) == 0 ? 0 : 1);
     }
@@ -221,6 +228,115 @@ TEST(InterProcessLock, GuardKeepsOtherProcessesOutUntilItGoes) {
         EXPECT_FALSE(IsFree(run / "Name.lck"));
     }
     EXPECT_TRUE(IsFree(run / "Name.lck"));
+}
+
+TEST(InterProcessLock, LinkIsRefusedAndNothingIsMadeWhereItPoints) {
+    const RunDirectory run;
+    ASSERT_EQ(::symlink("elsewhere", (run / "Name.lck").c_str()), 0);
+    const mode_t before = ::umask(022);
+    EXPECT_EQ(FailureTextOf([] { const InterProcessLock lock("Name"); }),
+              "Unable to open lock file [OS call failed:40(Too many levels of symbolic links)]");
+    ::umask(before);
+    EXPECT_THAT(run.Files(), ElementsAre("Name.lck"));
+}
+
+TEST(InterProcessLock, FileMayHaveOtherNames) {
+    const RunDirectory run;
+    WriteFile(run / "other", "");
+    ASSERT_EQ(::link((run / "other").c_str(), (run / "Name.lck").c_str()), 0);
+    EXPECT_EQ(FailureTextOf([] { const InterProcessLock lock("Name"); }), kNoFailure);
+}
+
+// Of this process, by their targets.
+int DescriptorFlagsOf(const std::string& path) {
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code ignored;
+        if (std::filesystem::read_symlink(entry.path(), ignored) == path) {
+            return ::fcntl(std::stoi(entry.path().filename()), F_GETFD);
+        }
+    }
+    return -1;
+}
+
+TEST(InterProcessLock, FileIsNotInheritedByPrograms) {
+    const RunDirectory run;
+    const InterProcessLock lock("Name");
+    const std::string path = std::filesystem::canonical(run / "Name.lck");
+    EXPECT_EQ(DescriptorFlagsOf(path), FD_CLOEXEC)
+        << "a program started meanwhile would hold the file open";
+}
+
+TEST(InterProcessLock, OnlyTheFirstByteIsLocked) {
+    const RunDirectory run;
+    InterProcessLock lock("Name");
+    const AutoSync<InterProcessLock> guard(lock);
+    EXPECT_FALSE(IsFree(run / "Name.lck", 0));
+    EXPECT_TRUE(IsFree(run / "Name.lck", 1)) << "services may use the bytes behind it";
+}
+
+TEST(InterProcessLock, IsAskedForEveryTenMilliseconds) {
+    const RunDirectory run;
+    const SyslogCapture syslog;
+    InterProcessLock lock("Name");
+    FileLock holder(run / "Name.lck");
+    const SleepScript script([&](int call) {
+        if (call == 199) {
+            holder.Release();
+        }
+    });
+    lock.Lock();
+    EXPECT_EQ(script.Calls(), 199);
+    EXPECT_EQ(script.Microseconds(), 10'000U);
+    EXPECT_TRUE(SyslogCapture::Take().empty());
+    EXPECT_FALSE(IsFree(run / "Name.lck"));
+}
+
+TEST(InterProcessLock, AfterTwoSecondsTheSystemLogNamesTheHolderOnceAndTheWaitGoesOn) {
+    const RunDirectory run;
+    const SyslogCapture syslog;
+    InterProcessLock lock("Name");
+    FileLock holder(run / "Name.lck");
+    const SleepScript script;
+    // 200 times F_SETLK, F_GETLK, then the wait, during which the holder goes.
+    const LibcFault wait(
+        LibcCall::kFcntl, [&] { holder.Release(); }, 202);
+    lock.Lock();
+    EXPECT_TRUE(wait.Happened());
+    EXPECT_EQ(script.Calls(), 200);
+    const std::vector<SyslogRecord> records = SyslogCapture::Take();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].ident, "ZYNAPI");
+    EXPECT_EQ(records[0].priority, LOG_ERR);
+    EXPECT_EQ(records[0].text, "Waiting for " + (run / "Name.lck") + ", locked by process " +
+                                   std::to_string(holder.Pid()));
+    EXPECT_FALSE(IsFree(run / "Name.lck"));
+}
+
+TEST(InterProcessLock, HolderThatCannotBeKnownIsAnotherProcess) {
+    const RunDirectory run;
+    const SyslogCapture syslog;
+    InterProcessLock lock("Name");
+    FileLock holder(run / "Name.lck");
+    const SleepScript script([&](int call) {
+        if (call == 200) {
+            holder.Release();
+        }
+    });
+    lock.Lock();
+    const std::vector<SyslogRecord> records = SyslogCapture::Take();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].text, "Waiting for " + (run / "Name.lck") + ", locked by another process");
+}
+
+TEST(InterProcessLock, FailureOfTheLongWaitSaysSo) {
+    const RunDirectory run;
+    const SyslogCapture syslog;
+    InterProcessLock lock("Name");
+    const FileLock holder(run / "Name.lck");
+    const SleepScript script;
+    const LibcFault fault(LibcCall::kFcntl, EDEADLK, 202);
+    EXPECT_EQ(FailureTextOf([&] { lock.Lock(); }),
+              "Can not lock [OS call failed:35(Resource deadlock avoided)]");
 }
 
 TEST(InterProcessLock, SecondProcessWaitsForTheFirst) {

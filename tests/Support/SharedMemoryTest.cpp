@@ -97,10 +97,10 @@ TEST(SharedMemory, OpeningADirectorySaysSo) {
     EXPECT_EQ(OpenFailure(), "Can not open file [OS call failed:21(Is a directory)]");
 }
 
-TEST(SharedMemory, OpeningAFifoSaysThatItHasNoEnd) {
+TEST(SharedMemory, OpeningAFifoIsRefused) {
     const RunDirectory run;
     ASSERT_EQ(::mkfifo((run / "Region.map").c_str(), 0666), 0);
-    EXPECT_EQ(OpenFailure(), "Can not seek to the end of file [OS call failed:29(Illegal seek)]");
+    EXPECT_EQ(OpenFailure(), "Can not open file [OS call failed:22(Invalid argument)]");
 }
 
 TEST(SharedMemory, OpeningAnEmptyFileSaysSo) {
@@ -156,6 +156,53 @@ TEST(SharedMemory, CreatingWithANegativeSizeSaysSoAndLeavesNoFile) {
     const RunDirectory run;
     EXPECT_EQ(CreateFailure(-1), "Can not adjust file size [OS call failed:22(Invalid argument)]");
     EXPECT_THAT(run.Files(), IsEmpty());
+}
+
+TEST(SharedMemory, FailureToEmptyIsTheFailureToCreateAndLeavesTheFile) {
+    const RunDirectory run;
+    WriteFile(run / "Region.map", "1234");
+    const LibcFault fault(LibcCall::kFtruncate, EPERM);
+    EXPECT_EQ(CreateFailure(),
+              "Can not create for shared memory [OS call failed:1(Operation not permitted)]");
+    EXPECT_EQ(ReadFile(run / "Region.map"), "1234");
+}
+
+TEST(SharedMemory, CreatingOverALinkOrASecondNameSaysSoAndLeavesTheFile) {
+    const RunDirectory run;
+    WriteFile(run / "victim", "1234");
+    ASSERT_EQ(::symlink("victim", (run / "Region.map").c_str()), 0);
+    EXPECT_EQ(
+        CreateFailure(),
+        "Can not create for shared memory [OS call failed:40(Too many levels of symbolic links)]");
+    std::filesystem::remove(run / "Region.map");
+    ASSERT_EQ(::link((run / "victim").c_str(), (run / "Region.map").c_str()), 0);
+    EXPECT_EQ(CreateFailure(),
+              "Can not create for shared memory [OS call failed:31(Too many links)]");
+    EXPECT_EQ(ReadFile(run / "Region.map"), "1234");
+}
+
+TEST(SharedMemory, OpeningALinkSaysSo) {
+    const RunDirectory run;
+    WriteFile(run / "victim", "1234");
+    ASSERT_EQ(::symlink("victim", (run / "Region.map").c_str()), 0);
+    EXPECT_EQ(OpenFailure(),
+              "Can not open file [OS call failed:40(Too many levels of symbolic links)]");
+}
+
+TEST(SharedMemory, RoomIsClaimedForTheTouchedBytesOnly) {
+    const RunDirectory run;
+    const auto blocksOf = [&run](int touchedBytes) {
+        const SharedMemory region("Region", 1 << 20, touchedBytes);
+        EXPECT_EQ(region.Size(), 1U << 20U);
+        struct stat status {};
+        EXPECT_EQ(::stat((run / "Region.map").c_str(), &status), 0);
+        EXPECT_EQ(status.st_size, 1 << 20);
+        return status.st_blocks * 512;
+    };
+    const auto some = blocksOf(12);
+    EXPECT_GE(some, 512);
+    EXPECT_LE(some, 1 << 16);
+    EXPECT_GE(blocksOf(1 << 20), 1 << 20);
 }
 
 TEST(SharedMemory, FailureToResizeSaysSoAndLeavesNoFile) {

@@ -26,6 +26,7 @@ ERRORS = {
     "lseek": [errno.EIO],
     "stat": [errno.ENOENT, errno.EACCES],
     "fstat": [errno.EIO],
+    "lstat": [errno.EACCES],
     "access": [errno.ENOENT, errno.EACCES],
     "ftruncate": [errno.EIO],
     "fallocate": [errno.ENOSPC, errno.EOPNOTSUPP, errno.EINTR],

@@ -6,10 +6,10 @@
 
 #include <exception>
 
+#include "Support/Cancellation.h"
 #include "Support/DropFailure.h"
 #include "Support/NoReentrantSpinLockPolicy.h"
 #include "Support/SysLogEntry.h"
-#include "Support/Thread.h"
 #include "Support/ValidationException.h"
 #include "TraceService/MessageRecords.h"
 #include "ZynService/ZynServiceMonitor.h"

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "Support/Umask.h"
+#include "Support/ProcessState.h"
 
 namespace {
 
@@ -16,18 +16,18 @@ mode_t CurrentMask() {
     return mask;
 }
 
-class UmaskTest : public testing::Test {
+class UmaskSectionTest : public testing::Test {
   protected:
-    UmaskTest() : before_(umask(027)) {}
-    ~UmaskTest() override { umask(before_); }
-    UmaskTest(const UmaskTest&) = delete;
-    UmaskTest& operator=(const UmaskTest&) = delete;
+    UmaskSectionTest() : before_(umask(027)) {}
+    ~UmaskSectionTest() override { umask(before_); }
+    UmaskSectionTest(const UmaskSectionTest&) = delete;
+    UmaskSectionTest& operator=(const UmaskSectionTest&) = delete;
 
   private:
     mode_t before_;
 };
 
-TEST_F(UmaskTest, SectionSetsZeroAndPutsTheMaskBack) {
+TEST_F(UmaskSectionTest, SectionSetsZeroAndPutsTheMaskBack) {
     {
         const UmaskSection section;
         EXPECT_EQ(CurrentMask(), 0U);
@@ -35,18 +35,7 @@ TEST_F(UmaskTest, SectionSetsZeroAndPutsTheMaskBack) {
     EXPECT_EQ(CurrentMask(), 027U);
 }
 
-TEST_F(UmaskTest, RestoreEndsTheSectionEarlyAndOnce) {
-    {
-        UmaskSection section;
-        section.Restore();
-        EXPECT_EQ(CurrentMask(), 027U);
-        umask(077);
-        section.Restore();
-    }
-    EXPECT_EQ(CurrentMask(), 077U);
-}
-
-TEST_F(UmaskTest, AbandonEndsTheSectionAndLeavesZero) {
+TEST_F(UmaskSectionTest, AbandonEndsTheSectionAndLeavesZero) {
     {
         UmaskSection section;
         section.Abandon();
@@ -58,12 +47,9 @@ TEST_F(UmaskTest, AbandonEndsTheSectionAndLeavesZero) {
     EXPECT_EQ(CurrentMask(), 0U) << "the section is over for others too";
 }
 
-TEST_F(UmaskTest, ErrnoIsNotTouched) {
+TEST_F(UmaskSectionTest, ErrnoIsNotTouched) {
     errno = ENOENT;
-    {
-        UmaskSection section;
-        section.Restore();
-    }
+    { const UmaskSection section; }
     {
         UmaskSection section;
         section.Abandon();
@@ -71,7 +57,7 @@ TEST_F(UmaskTest, ErrnoIsNotTouched) {
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(UmaskTest, SectionsOfThreadsExcludeEachOther) {
+TEST_F(UmaskSectionTest, SectionsOfThreadsExcludeEachOther) {
     std::atomic<int> inside{0};
     std::atomic<int> together{0};
     std::vector<std::thread> threads;
