@@ -3,6 +3,7 @@ format and the systemd-tmpfiles snippet."""
 
 import json
 import os
+import random
 import re
 import shutil
 import subprocess
@@ -103,8 +104,40 @@ class LnavTest(unittest.TestCase):
                                "11/14/2023 10:00:00.001    12       1170 a            b          Info         three")
         self.assertEqual([message["log_level"] for message in messages], ["error", "info"])
 
+    def times(self, lines):
+        """The times that lnav gives to lines."""
+        (self.directory / "text.log").write_text("\n".join(lines) + "\n")
+        query = ";SELECT log_time, log_body FROM zyntool_log"
+        shown = json.loads(self.lnav("-n", "text.log", "-c", query, "-c", ":write-json-to -").stdout)
+        return {message["log_body"]: message["log_time"] for message in shown}
+
+    def test_times_of_writers_that_overlap_are_their_own(self):
+        seed = random.SystemRandom().randrange(1 << 32)
+        choose = random.Random(seed)
+        expected, blocks = {}, []
+        for writer in range(3):
+            now = 0
+            for block in range(6):
+                lines = []
+                for _ in range(choose.randint(1, 9)):
+                    now += choose.randint(1, 200)
+                    stamp, body = f"10:00:{now // 1000:02}.{now % 1000:03}", f"record {writer}-{now}"
+                    lines.append(f"11/14/2023 {stamp} {writer:5}       1170 NetEngine    rx         Info         {body}")
+                    expected[body] = f"2023-11-14 {stamp}"
+                blocks.append((now + choose.randint(0, 500), lines))
+        # As a service writes them: a block when it is full, with records older than those written before.
+        lines = [line for _, block in sorted(blocks) for line in block]
+        self.assertEqual(self.times(lines), expected, f"seed {seed}")
+
+    def test_times_of_the_hour_that_comes_twice_are_those_of_the_text(self):
+        stamps = [f"02:{minute:02}:00.000" for minute in (0, 30, 59, 0, 30, 59)] + ["03:00:00.000"]
+        lines = [f"10/29/2023 {stamp}    12       1170 NetEngine    rx         Info         record {number}"
+                 for number, stamp in enumerate(stamps)]
+        self.assertEqual(self.times(lines), {f"record {number}": f"2023-10-29 {stamp}"
+                                             for number, stamp in enumerate(stamps)})
+
     def test_separated_fields(self):
-        for separator in ";,|\t":
+        for separator in (";", ",", "|", "\t", " | ", "::", "\x1f", ", ", " -> ", "x", " ======= "):
             with self.subTest(separator=separator):
                 line = separator.join(["11/14/2023 10:00:00.000", "   12", "      1170", "my module", "",
                                        "Error", f"a{separator}b"])
