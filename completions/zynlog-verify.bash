@@ -6,7 +6,7 @@ _zynlog_verify() {
     COMPREPLY=()
     if [[ $word == -* ]]; then
         mapfile -t COMPREPLY < <(compgen -W \
-            '-b --blocks -j --json -q --quiet -s --separate -h --help -V --version' -- "$word")
+            '-b --blocks -j --json -l --live -q --quiet -s --separate -h --help -V --version' -- "$word")
         return
     fi
     compopt -o filenames 2>/dev/null

@@ -6,6 +6,7 @@
 
 #include "CommandProcess/CmdProcess.h"
 #include "Support/LostPages.h"
+#include "Support/WantOfMemory.h"
 #include "zyntool/CleanCommandProcessor.h"
 #include "zyntool/ControlCommandProcessors.h"
 #include "zyntool/ExportCommandProcessor.h"
@@ -20,6 +21,7 @@ int main(int argc, char** argv) {
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     // So is a shared region that another program cuts: the command fails when nobody answers.
     lostpages::Replace();
+    EndWithoutMemory("Operation failed.\nError description:std::bad_alloc\n", 255);
     PrintBanner(std::cerr);
     ExportCommandProcessor exportProcessor;
     PreservationCommandProcessor preservationProcessor;

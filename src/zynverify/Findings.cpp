@@ -26,6 +26,12 @@ std::string_view KindName(FindingKind kind) noexcept {
             return "order";
         case FindingKind::kStray:
             return "stray";
+        case FindingKind::kZeros:
+            return "zeros";
+        case FindingKind::kUnfinished:
+            return "unfinished";
+        case FindingKind::kNoFiles:
+            return "no-files";
         case FindingKind::kRestart:
             break;
     }
@@ -38,10 +44,13 @@ std::string_view ExportEffect(FindingKind kind) noexcept {
         case FindingKind::kSmallFile:
             return "fails";
         case FindingKind::kForeignFile:
+        case FindingKind::kNoFiles:
             return "omits";
         case FindingKind::kBlockHeader:
         case FindingKind::kBlockCut:
         case FindingKind::kPacket:
+        case FindingKind::kUnfinished:
+        case FindingKind::kZeros:
             return "stops";
         case FindingKind::kRecord:
             return "drops";

@@ -24,6 +24,9 @@ enum class FindingKind : std::uint8_t {
     kOrder,        // records more than 1,000 places out of order: an export leaves them there
     kStray,        // a number far from all around it
     kRestart,      // the numbering begins anew: no damage
+    kZeros,        // the log ends in zeros where a block should begin: an export stops
+    kUnfinished,   // the last file is being written, up to the middle of a block: no damage
+    kNoFiles,      // there is nothing to be verified
 };
 
 // The word for it in reports.
@@ -31,7 +34,8 @@ enum class FindingKind : std::uint8_t {
 // What an export does there: "fails", "omits", "stops", "drops" or "keeps".
 [[nodiscard]] std::string_view ExportEffect(FindingKind kind) noexcept;
 [[nodiscard]] constexpr bool IsDamage(FindingKind kind) noexcept {
-    return kind != FindingKind::kRestart && kind != FindingKind::kUnreadable;
+    return kind != FindingKind::kRestart && kind != FindingKind::kUnreadable &&
+           kind != FindingKind::kUnfinished && kind != FindingKind::kNoFiles;
 }
 
 struct Finding {

@@ -131,4 +131,6 @@ void JsonReport::OnLogEnd(const LogReport& log) {
     out_ << "]," << SumsText(log) << '}';
 }
 
-void JsonReport::Finish(int status) { out_ << "],\n\"status\":" << status << "}\n" << std::flush; }
+void JsonReport::Finish(const std::vector<std::string>& errors, int status) {
+    out_ << "],\n\"errors\":" << Text(errors) << ",\n\"status\":" << status << "}\n" << std::flush;
+}

@@ -6,13 +6,14 @@
 #include <cstdint>
 #include <iosfwd>
 #include <string>
+#include <vector>
 
 #include "zynverify/Findings.h"
 #include "zynverify/ProgressLine.h"
 
-// {"program", "version", "logs": [{"log", "items": [...], "files": [...], sums}], "status"}; the
-// manual page names all members. Bytes of names that are not UTF-8 are replaced. The stream and the
-// progress line outlive it.
+// {"program", "version", "logs": [{"log", "items": [...], "files": [...], sums}], "errors",
+// "status"}; the manual page names all members. Bytes of names that are not UTF-8 are replaced. The
+// stream and the progress line outlive it.
 class JsonReport final : public VerifyListener {
   public:
     // blocks: an item for each block too.
@@ -26,8 +27,8 @@ class JsonReport final : public VerifyListener {
     }
     void OnLogEnd(const LogReport& log) override;
 
-    // Ends the document.
-    void Finish(int status);
+    // Ends the document. errors: what could not even be begun.
+    void Finish(const std::vector<std::string>& errors, int status);
 
   private:
     void PutItem(const std::string& json);

@@ -25,11 +25,12 @@ void LogObserver::ReportFile(FindingKind kind, const std::string& path, std::uin
     finding.bytes = bytes;
     finding.text = std::move(text);
     // An export of the log does not even begin.
-    if (kind == FindingKind::kSmallFile || kind == FindingKind::kUnreadable) {
+    if (kind == FindingKind::kSmallFile || kind == FindingKind::kUnreadable ||
+        kind == FindingKind::kUnfinished) {
         exported_ = 0;
     }
     report_.damaged |= IsDamage(kind);
-    report_.unreadable |= kind == FindingKind::kUnreadable;
+    report_.unreadable |= kind == FindingKind::kUnreadable || kind == FindingKind::kNoFiles;
     ++report_.findings;
     listener_.OnFinding(finding);
 }

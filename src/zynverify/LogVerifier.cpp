@@ -1,19 +1,15 @@
 #include "zynverify/LogVerifier.h"
 
-#include <sys/stat.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
-#include <map>
 #include <memory>
 #include <optional>
 #include <stdexcept>
-#include <system_error>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "LogReading/LogFiles.h"
 #include "TraceData/BlockCursor.h"
@@ -26,31 +22,60 @@
 
 namespace {
 
+// What a file of the log is called in the report.
+std::string ShownPath(const LogToVerify& log, const std::string& path) {
+    return log.shown.empty() ? path : log.shown;
+}
+
 // Opens the files that can be opened, and reports the others and those that an export leaves out.
-void OpenFiles(const LogToVerify& log, LogStream& stream, LogObserver& observer) {
+std::vector<std::string> UsableFiles(const LogToVerify& log, LogObserver& observer) {
     std::vector<std::string> usable;
     for (const std::string& name : log.files) {
         const std::string path = log.directory + "/" + name;
+        const auto report = [&](FindingKind kind, std::uint64_t bytes, std::string text) {
+            observer.ReportFile(kind, ShownPath(log, path), bytes, std::move(text));
+        };
         try {
             const LogStream::FileToBeRead file(path);
             if (file.HasHeader()) {
                 usable.push_back(name);
             } else {
-                observer.ReportFile(FindingKind::kForeignFile, path, file.DataSize(),
-                                    "does not begin with the header of a log file");
+                report(FindingKind::kForeignFile, file.DataSize(),
+                       "does not begin with the header of a log file");
             }
         } catch (const std::logic_error&) {
-            observer.ReportFile(FindingKind::kSmallFile, path, 0,
-                                "is smaller than the header of a log file");
+            const bool begun = log.growing && name == log.files.back();
+            report(begun ? FindingKind::kUnfinished : FindingKind::kSmallFile, 0,
+                   "is smaller than the header of a log file");
         } catch (const std::exception& failure) {
-            observer.ReportFile(FindingKind::kUnreadable, path, 0, failure.what());
+            report(FindingKind::kUnreadable, 0, failure.what());
         }
     }
-    stream.OpenLogFiles(log.directory, usable, kLogFormat);
-    observer.SetFiles(stream.Extents());
+    return usable;
 }
 
-constexpr const char* kNothingBehind = "; from here on nothing can be found";
+// The files as they lie in the stream.
+std::vector<LogFileExtent> OpenFiles(const LogToVerify& log, LogStream& stream,
+                                     LogObserver& observer) {
+    std::vector<LogFileExtent> files;
+    if (log.files.empty()) {
+        observer.ReportFile(FindingKind::kNoFiles, log.directory, 0, "there are no log files");
+    }
+    const std::vector<std::string> usable = UsableFiles(log, observer);
+    try {
+        stream.OpenLogFiles(log.directory, usable, kLogFormat);
+        files = stream.Extents();
+    } catch (const std::exception& failure) {
+        // One has gone, or become another, since it was looked at.
+        observer.ReportFile(FindingKind::kUnreadable, log.directory, 0, failure.what());
+        stream.OpenLogFiles(log.directory, {}, kLogFormat);
+    }
+    for (LogFileExtent& file : files) {
+        file.path = ShownPath(log, file.path);
+    }
+    observer.SetFiles(files);
+    return files;
+}
 
 // What is wrong with a block whose header cannot be read.
 Finding LostHeader(Damage damage) {
@@ -61,25 +86,83 @@ Finding LostHeader(Damage damage) {
     return {.kind = FindingKind::kBlockCut, .text = "the log ends within a block header"};
 }
 
+// Room that was set aside and not written, or that the machine lost with its power.
+Finding Zeros(std::uint64_t count, bool atLogEnd) {
+    if (atLogEnd) {
+        return {.kind = FindingKind::kZeros,
+                .text = Joined("the log ends in ", count,
+                               " zeros; an export fails there, but nothing is lost")};
+    }
+    return {.kind = FindingKind::kBlockHeader,
+            .text = Joined("the file ends in ", count, " zeros")};
+}
+
 Finding LostData(std::uint32_t size) {
     return {.kind = FindingKind::kBlockCut,
             .text = Joined("the block says that ", size,
                            " bytes of data follow, which is more than the log has")};
 }
 
+// The stream of a block's header, which sees whether there is anything in it.
+class HeaderStream {
+  public:
+    explicit HeaderStream(LogStream& stream) noexcept : stream_(stream) {}
+
+    const char* View(std::uint32_t count) {
+        const char* const bytes = stream_.View(count);
+        zeros_ = zeros_ && bytes != nullptr && AreZeros(bytes, count);
+        return bytes;
+    }
+    void read(char* buffer, std::uint32_t count) {
+        stream_.read(buffer, count);
+        zeros_ = zeros_ && AreZeros(buffer, count);
+    }
+    [[nodiscard]] std::uint64_t BytesRead() const noexcept { return stream_.BytesRead(); }
+    [[nodiscard]] std::uint64_t TotalBytes() const noexcept { return stream_.TotalBytes(); }
+
+    // Whether nothing but zeros lies from where it began up to a position of the stream.
+    bool AllZerosTo(std::uint64_t position) {
+        constexpr std::uint64_t kPiece = std::uint64_t{64} * 1024;
+        while (zeros_ && BytesRead() < position) {
+            View(static_cast<std::uint32_t>(std::min(kPiece, position - BytesRead())));
+        }
+        return zeros_;
+    }
+
+  private:
+    static bool AreZeros(const char* bytes, std::uint32_t count) noexcept {
+        return std::all_of(bytes, bytes + count, [](char byte) { return byte == 0; });
+    }
+
+    LogStream& stream_;
+    bool zeros_ = true;
+};
+
 // Reads a log block by block, as far as each one's size leads to the next.
 class LogPass {
   public:
-    LogPass(LogStream& stream, LogObserver& observer) : stream_(stream), observer_(observer) {}
+    LogPass(const LogToVerify& log, LogStream& stream, LogObserver& observer)
+        : stream_(stream), observer_(observer) {
+        for (const LogFileExtent& file : OpenFiles(log, stream_, observer_)) {
+            const std::uint64_t begin = ends_.empty() ? 0 : ends_.back();
+            ends_.push_back(begin + file.dataBytes);
+            growing_ =
+                log.growing && file.path == ShownPath(log, log.directory + "/" + log.files.back());
+        }
+    }
 
     void ReadAll() {
         while (stream_.Remaining() != 0) {
             const std::uint64_t begin = stream_.BytesRead();
             const std::uint64_t left = stream_.Remaining();
             observer_.BeginBlock(begin);
-            if (std::optional<Finding> lost = ReadBlock()) {
+            if (std::optional<Finding> lost = ReadBlock(begin)) {
                 lost->bytes = left;
-                lost->text += kNothingBehind;
+                if (lost->kind == FindingKind::kBlockCut && IsBeingWritten(begin)) {
+                    lost->kind = FindingKind::kUnfinished;
+                } else if (lost->kind != FindingKind::kZeros) {
+                    lost->text += "; from here on nothing can be found";
+                }
                 observer_.Report(std::move(*lost), begin);
                 return;
             }
@@ -88,19 +171,34 @@ class LogPass {
     }
 
   private:
+    // The file that has the byte at a position. There is one.
+    [[nodiscard]] std::size_t FileAt(std::uint64_t position) const {
+        const auto file = std::upper_bound(ends_.begin(), ends_.end(), position);
+        return static_cast<std::size_t>(file - ends_.begin());
+    }
+    [[nodiscard]] bool IsBeingWritten(std::uint64_t position) const {
+        return growing_ && FileAt(position) + 1 == ends_.size();
+    }
+
+    Finding LostAt(std::uint64_t begin, HeaderStream& header, Damage damage) const {
+        const std::uint64_t end = ends_[FileAt(begin)];
+        return header.AllZerosTo(end) ? Zeros(end - begin, end == ends_.back())
+                                      : LostHeader(damage);
+    }
+
     // The finding behind which there is nothing more.
-    std::optional<Finding> ReadBlock() {
+    std::optional<Finding> ReadBlock(std::uint64_t begin) {
         try {
-            if (const Damage damage = blocks_.ReadHeader(stream_); damage != Damage::kNone) {
-                return LostHeader(damage);
+            HeaderStream header(stream_);
+            if (const Damage damage = blocks_.ReadHeader(header); damage != Damage::kNone) {
+                return LostAt(begin, header, damage);
             }
-            const BlockHeader& header = blocks_.Header();
-            observer_.OnBlockHeader(header);
-            if (header.dataSize == 0) {
+            observer_.OnBlockHeader(blocks_.Header());
+            if (blocks_.Header().dataSize == 0) {
                 return std::nullopt;
             }
             if (blocks_.ReadData(stream_) != Damage::kNone) {
-                return LostData(header.dataSize);
+                return LostData(blocks_.Header().dataSize);
             }
         } catch (const std::exception& failure) {
             return Finding{.kind = FindingKind::kUnreadable, .text = failure.what()};
@@ -129,71 +227,18 @@ class LogPass {
 
     LogStream& stream_;
     LogObserver& observer_;
+    bool growing_ = false;             // the last of the files
+    std::vector<std::uint64_t> ends_;  // of the files, in the stream
     BlockCursor blocks_;
     OrderedRecords<kReorderLimit> records_;
     RecordDecoder decoder_;
 };
 
-[[noreturn]] void FailFor(const std::string& path) {
-    throw std::system_error(errno, std::generic_category(), path);
-}
-
-LogToVerify DirectoryLog(const std::string& path) {
-    if (access(path.c_str(), R_OK | X_OK) != 0) {
-        FailFor(path);
-    }
-    return {path, path, LogFileNames(path)};
-}
-
 }  // namespace
-
-std::vector<LogToVerify> FindLogs(const std::vector<std::string>& paths, bool separate) {
-    std::vector<LogToVerify> logs;
-    std::map<std::string, std::size_t> logOfDirectory;
-    for (const std::string& path : paths) {
-        struct stat status {};
-        if (stat(path.c_str(), &status) != 0) {
-            FailFor(path);
-        }
-        const std::size_t slash = path.rfind('/');
-        std::vector<LogToVerify> found;
-        if (S_ISDIR(status.st_mode)) {
-            found.push_back(DirectoryLog(path));
-        } else if (slash == std::string::npos) {
-            found.push_back({path, ".", {path}});
-        } else {
-            found.push_back({path, path.substr(0, slash), {path.substr(slash + 1)}});
-        }
-        if (separate && S_ISDIR(status.st_mode)) {
-            const LogToVerify whole = std::move(found.front());
-            found.clear();
-            for (const std::string& name : whole.files) {
-                found.push_back({whole.directory + "/" + name, whole.directory, {name}});
-            }
-        }
-        for (LogToVerify& log : found) {
-            const bool joins = !separate && !S_ISDIR(status.st_mode);
-            const auto [place, fresh] = joins ? logOfDirectory.emplace(log.directory, logs.size())
-                                              : std::pair(logOfDirectory.end(), true);
-            if (fresh) {
-                logs.push_back(std::move(log));
-            } else {
-                LogToVerify& joined = logs[place->second];
-                joined.name = joined.directory;
-                joined.files.push_back(std::move(log.files.front()));
-            }
-        }
-    }
-    for (LogToVerify& log : logs) {
-        std::sort(log.files.begin(), log.files.end());
-    }
-    return logs;
-}
 
 LogReport VerifyLog(const LogToVerify& log, VerifyListener& listener) {
     LogObserver observer(log.name, listener);
     LogStream stream;
-    OpenFiles(log, stream, observer);
-    std::make_unique<LogPass>(stream, observer)->ReadAll();
+    std::make_unique<LogPass>(log, stream, observer)->ReadAll();
     return observer.Finish();
 }

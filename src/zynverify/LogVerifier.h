@@ -3,23 +3,8 @@
 #ifndef ZYN_ZYNVERIFY_LOGVERIFIER_H
 #define ZYN_ZYNVERIFY_LOGVERIFIER_H
 
-#include <string>
-#include <vector>
-
 #include "zynverify/Findings.h"
-
-// Files of one directory that are read as one stream, in the bytewise order of their names.
-struct LogToVerify {
-    std::string name;  // as the user knows it
-    std::string directory;
-    std::vector<std::string> files;
-};
-
-// Splits what the user named into logs: a directory is one, with its files "zynlog-...txt"; files
-// of the same directory are one together, or one each with `separate`. Throws std::system_error for
-// a path that does not exist or cannot be looked into.
-[[nodiscard]] std::vector<LogToVerify> FindLogs(const std::vector<std::string>& paths,
-                                                bool separate);
+#include "zynverify/LogOperands.h"
 
 // Verifies one log. Damage within a block costs the rest of it, a damaged packet its record: it
 // goes on with the next block, or record. Behind a damaged block header nothing can be found any

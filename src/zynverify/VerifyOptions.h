@@ -8,11 +8,12 @@
 struct VerifyOptions {
     bool json = false;
     bool blocks = false;
+    bool live = false;
     bool separate = false;
     bool quiet = false;
     bool help = false;
     bool version = false;
-    bool mistaken = false;  // told on standard error
+    std::string mistake;  // what is wrong with the command line; empty: nothing
     std::vector<std::string> paths;
 };
 

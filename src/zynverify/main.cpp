@@ -1,12 +1,20 @@
 // The entry point of zynlog-verify.
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <new>
+#include <string>
+#include <string_view>
 #include <vector>
 
+#include "Support/PrintableText.h"
+#include "Support/WantOfMemory.h"
 #include "zynverify/JsonReport.h"
 #include "zynverify/LogVerifier.h"
 #include "zynverify/ProgressLine.h"
@@ -39,24 +47,47 @@ int Verify(const std::vector<LogToVerify>& logs, VerifyListener& listener) {
     return status;
 }
 
-int Run(const VerifyOptions& options) {
-    const std::vector<LogToVerify> logs = FindLogs(options.paths, options.separate);
-    ProgressLine progress(!options.quiet && isatty(STDERR_FILENO) == 1 ? &std::cerr : nullptr);
+// Of the terminal that the report goes to.
+std::size_t ReportWidth() {
+    winsize size{};
+    if (isatty(STDOUT_FILENO) != 1 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||
+        size.ws_col == 0) {
+        return TableReport::kUsualWidth;
+    }
+    return size.ws_col;
+}
+
+// What is repeated of names and arguments must not give orders to a terminal.
+void Complain(std::string_view text) {
+    std::cerr << "zynlog-verify: " << MaskedControls(text) << '\n';
+}
+
+int Report(const FoundLogs& found, const VerifyOptions& options) {
+    const int atLeast = found.errors.empty() ? kClean : kUnreadable;
     if (options.quiet) {
         NoReport report;
-        return Verify(logs, report);
+        return std::max(atLeast, Verify(found.logs, report));
     }
-    int status = kClean;
-    if (options.json) {
-        JsonReport report(std::cout, options.blocks, progress);
-        status = Verify(logs, report);
-        report.Finish(status);
-    } else {
-        TableReport report(std::cout, options.blocks, progress);
-        status = Verify(logs, report);
+    ProgressLine progress(isatty(STDERR_FILENO) == 1 ? &std::cerr : nullptr);
+    if (!options.json) {
+        TableReport report(std::cout, options.blocks, progress, ReportWidth());
+        return std::max(atLeast, Verify(found.logs, report));
     }
+    JsonReport report(std::cout, options.blocks, progress);
+    const int status = std::max(atLeast, Verify(found.logs, report));
+    report.Finish(found.errors, status);
+    return status;
+}
+
+int Run(const VerifyOptions& options) {
+    const FoundLogs found =
+        FindLogs(options.paths, {.separate = options.separate, .live = options.live});
+    for (const std::string& error : found.errors) {
+        Complain(error);
+    }
+    const int status = Report(found, options);
     if (!std::cout.flush()) {
-        std::cerr << "zynlog-verify: the report could not be written\n";
+        Complain("the report could not be written");
         return kUnreadable;
     }
     return status;
@@ -65,11 +96,11 @@ int Run(const VerifyOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // Many lines are written, none of them by C functions.
-    std::ios::sync_with_stdio(false);
+    EndWithoutMemory("zynlog-verify: std::bad_alloc\n", kUnreadable);
     try {
         const VerifyOptions options = ParseVerifyOptions(argc, argv);
-        if (options.mistaken) {
+        if (!options.mistake.empty()) {
+            Complain(options.mistake);
             std::cerr << "Try 'zynlog-verify --help'.\n";
             return kUnreadable;
         }
@@ -81,8 +112,11 @@ int main(int argc, char** argv) {
             return Run(options);
         }
         return std::cout.flush() ? kClean : kUnreadable;
-    } catch (const std::exception& failure) {
+    } catch (const std::bad_alloc& failure) {
+        // Without a copy of the text.
         std::cerr << "zynlog-verify: " << failure.what() << '\n';
-        return kUnreadable;
+    } catch (const std::exception& failure) {
+        Complain(failure.what());
     }
+    return kUnreadable;
 }

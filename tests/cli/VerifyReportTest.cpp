@@ -24,19 +24,20 @@ TEST_F(VerifyReportTest, TableOfFilesThatAnExportDoesNotTake) {
     Write("zynlog-3.txt", "cut");
     const ProgramResult result = Verify({"."});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(
-        result.output,
-        "Log .\n"
-        "FILE                       OFFSET    BLOCK  KIND              BYTES  RECORDS  WHAT\n"
-        "zynlog-2.txt                    -        -  foreign-file        300        -  does not "
-        "begin with the header of a log file\n"
-        "zynlog-3.txt                    -        -  small-file            0        -  is smaller "
-        "than the header of a log file\n"
-        "\n"
-        "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
-        "zynlog-1.txt                   45        1          0        0  no times, testhost/1\n"
-        "1 file, 1 block, 0 records; an export writes 0 of them\n"
-        "damaged\n");
+    EXPECT_EQ(result.output,
+              "Log .\n"
+              "FILE          OFFSET  BLOCK  KIND          BYTES  RECORDS  WHAT\n"
+              "zynlog-2.txt       -      -  foreign-file    300        -  does not begin with the "
+              "header of a log\n"
+              "                                                           file\n"
+              "zynlog-3.txt       -      -  small-file        0        -  is smaller than the "
+              "header of a log file\n"
+              "\n"
+              "FILE          BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
+              "zynlog-1.txt     45       1        0         0  no times, testhost/1\n"
+              "an export loses what was in 300 damaged bytes\n"
+              "1 file, 1 block, 0 records that can be read; an export writes 0 of them\n"
+              "damaged\n");
 }
 
 TEST_F(VerifyReportTest, TableOfBlocksUpToTheOneThatIsCut) {
@@ -49,23 +50,27 @@ TEST_F(VerifyReportTest, TableOfBlocksUpToTheOneThatIsCut) {
               .File());
     const ProgramResult result = Verify({"-b", "."});
     EXPECT_EQ(result.status, 1);
-    EXPECT_EQ(
-        result.output,
-        "Log .\n"
-        "FILE                       OFFSET    BLOCK  KIND              BYTES  RECORDS  WHAT\n"
-        "zynlog-1.txt                  256        1  block                88        2  alpha/31, "
-        "numbers 1-2, 11/14/2023 22:13:21.005 to 11/14/2023 22:13:22.005\n"
-        "zynlog-1.txt                  389        2  block                 0        0  testhost/1\n"
-        "zynlog-1.txt                  434        3  block-cut            88        ?  the block "
-        "says that 44 bytes of data follow, which is more than the log has; from here on nothing "
-        "can be found\n"
-        "\n"
-        "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
-        "zynlog-1.txt                  266        2          2        1  11/14/2023 22:13:21.005 "
-        "to 11/14/2023 22:13:22.005, alpha/31 testhost/1\n"
-        "1 file, 2 blocks, 2 records; an export writes 2 of them\n"
-        "178 of 266 bytes verified\n"
-        "damaged\n");
+    EXPECT_EQ(result.output,
+              "Log .\n"
+              "FILE          OFFSET  BLOCK  KIND       BYTES  RECORDS  WHAT\n"
+              "zynlog-1.txt     256      1  block         88        2  alpha/31, numbers 1-2,\n"
+              "                                                        11/14/2023 22:13:21.005 to "
+              "22:13:22.005\n"
+              "zynlog-1.txt     389      2  block          0        0  testhost/1\n"
+              "zynlog-1.txt     434      3  block-cut     88        ?  the block says that 44 "
+              "bytes of data follow,\n"
+              "                                                        which is more than the log "
+              "has; from here on\n"
+              "                                                        nothing can be found\n"
+              "\n"
+              "FILE          BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
+              "zynlog-1.txt    266       2        2         1  11/14/2023 22:13:21.005 to "
+              "22:13:22.005, alpha/31\n"
+              "                                                testhost/1\n"
+              "an export loses what was in 88 damaged bytes\n"
+              "178 of 266 bytes verified\n"
+              "1 file, 2 blocks, 2 records that can be read; an export writes all of them\n"
+              "damaged\n");
 }
 
 TEST_F(VerifyReportTest, BytesThatAreNoBlockHeader) {
@@ -74,14 +79,17 @@ TEST_F(VerifyReportTest, BytesThatAreNoBlockHeader) {
     EXPECT_EQ(result.status, 1);
     EXPECT_EQ(result.output,
               "Log zynlog-1.txt\n"
-              "FILE                       OFFSET    BLOCK  KIND              BYTES  RECORDS  WHAT\n"
-              "zynlog-1.txt                  256        1  block-header        100        ?  there "
-              "is no block header where one should be; from here on nothing can be found\n"
+              "FILE          OFFSET  BLOCK  KIND          BYTES  RECORDS  WHAT\n"
+              "zynlog-1.txt     256      1  block-header    100        ?  there is no block header "
+              "where one should\n"
+              "                                                           be; from here on nothing "
+              "can be found\n"
               "\n"
-              "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
-              "zynlog-1.txt                  100        0          0        1  no times\n"
-              "1 file, 0 blocks, 0 records; an export writes 0 of them\n"
+              "FILE          BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
+              "zynlog-1.txt    100       0        0         1  no times\n"
+              "an export loses what was in 100 damaged bytes\n"
               "0 of 100 bytes verified\n"
+              "1 file, 0 blocks, 0 records that can be read; an export writes 0 of them\n"
               "damaged\n");
 }
 
@@ -130,6 +138,8 @@ TEST_F(VerifyReportTest, JsonDocumentOfALog) {
               R"({"host":"beta","process":32}],"more_writers":false,"damaged":true,)"
               R"("unreadable":false}],)"
               "\n"
+              R"("errors":[],)"
+              "\n"
               R"("status":1})"
               "\n");
 }
@@ -144,7 +154,8 @@ TEST_F(VerifyReportTest, TableOfManyWritersAndOfOneWithoutAName) {
         Write("zynlog-1.txt", log.File());
         const ProgramResult result = Verify({"."});
         EXPECT_EQ(result.status, 0);
-        EXPECT_NE(result.output.find(", ?/0 a?/1 a?/2 a?/3 a?/4 a?/5 a?/6 a?/7 ...\n"),
+        EXPECT_NE(result.output.find(", ?/0 a?/1\n" + std::string(48, ' ') +
+                                     "a?/2 a?/3 a?/4 a?/5 a?/6 a?/7 ...\n"),
                   std::string::npos)
             << result.output;
     }
@@ -163,8 +174,7 @@ TEST_F(VerifyReportTest, GapsBeyondThoseWhosePlacesAreRememberedHaveNone) {
                                R"("text":"missing: 8198"}],)"),
               std::string::npos);
     EXPECT_NE(Verify({"."}).output.find(
-                  "-                               -        -  gap                   "
-                  "0        1  missing: 8198\n"),
+                  "\n-                  -      -  gap       0        1  missing: 8198\n"),
               std::string::npos);
 }
 
@@ -187,12 +197,14 @@ TEST_F(VerifyReportTest, JsonDocumentOfTwoLogsAndTwoFiles) {
 }
 
 TEST_F(VerifyReportTest, JsonDocumentOfNothing) {
-    const ProgramResult result = Verify({"--json", "--separate", "."});
-    EXPECT_EQ(result.status, 0);
+    const ProgramResult result = Verify({"--json", "none"});
+    EXPECT_EQ(result.status, 2);
     EXPECT_EQ(result.output,
               R"({"program":"zynlog-verify","version":")" ZYN_VERSION R"(","logs":[],)"
               "\n"
-              R"("status":0})"
+              R"("errors":["none: No such file or directory"],)"
+              "\n"
+              R"("status":2})"
               "\n");
 }
 

@@ -2,12 +2,16 @@
 // really does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <csignal>
 #include <cstdlib>
 #include <nlohmann/json.hpp>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -20,6 +24,17 @@
 namespace {
 
 using Json = nlohmann::json;
+
+// What a terminal was given, in pieces, until nobody has its other side open; closes this one.
+std::string ReadTerminal(int terminal) {
+    std::string shown;
+    std::array<char, 256> piece{};
+    for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
+        shown.append(piece.data(), static_cast<std::size_t>(count));
+    }
+    close(terminal);
+    return shown;
+}
 
 class VerifyTest : public VerifyFixture {
   protected:
@@ -46,10 +61,10 @@ TEST_F(VerifyTest, ACleanLogIsStatus0AndATable) {
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(result.output,
               "Log .\n"
-              "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
-              "zynlog-0001.txt               354        2          6        0  "
-              "11/14/2023 22:13:21.005 to 11/14/2023 22:13:26.005, alpha/31\n"
-              "1 file, 2 blocks, 6 records; an export writes 6 of them\n"
+              "FILE             BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
+              "zynlog-0001.txt    354       2        6         0  11/14/2023 22:13:21.005 to "
+              "22:13:26.005, alpha/31\n"
+              "1 file, 2 blocks, 6 records; an export writes all of them\n"
               "clean\n");
 }
 
@@ -62,17 +77,19 @@ TEST_F(VerifyTest, DamageIsStatus1AndALineEach) {
     EXPECT_EQ(result.error, "");
     EXPECT_EQ(result.output,
               "Log .\n"
-              "FILE                       OFFSET    BLOCK  KIND              BYTES  RECORDS  WHAT\n"
-              "zynlog-0001.txt               345        1  record               44        ?  "
-              "there is no record header where one should be; the rest of the block is lost\n"
-              "zynlog-0001.txt               389        2  gap                   0        1  "
-              "missing: 2\n"
+              "FILE             OFFSET  BLOCK  KIND    BYTES  RECORDS  WHAT\n"
+              "zynlog-0001.txt     345      1  record     44        ?  there is no record header "
+              "where one should\n"
+              "                                                        be; the rest of the block "
+              "is lost\n"
+              "zynlog-0001.txt     389      2  gap         0        1  missing: 2\n"
               "\n"
-              "FILE                        BYTES   BLOCKS    RECORDS FINDINGS  TIMES, WRITERS\n"
-              "zynlog-0001.txt               266        2          3        2  "
-              "11/14/2023 22:13:21.005 to 11/14/2023 22:13:24.005, alpha/31\n"
-              "1 file, 2 blocks, 3 records; an export writes 3 of them\n"
+              "FILE             BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
+              "zynlog-0001.txt    266       2        3         2  11/14/2023 22:13:21.005 to "
+              "22:13:24.005, alpha/31\n"
+              "an export loses what was in 44 damaged bytes\n"
               "sequence numbers: 1 missing, 0 twice, 0 more than 1000 places out of order\n"
+              "1 file, 2 blocks, 3 records that can be read; an export writes all of them\n"
               "damaged\n");
 }
 
@@ -142,7 +159,9 @@ TEST_F(VerifyTest, WhatCannotBeReadIsStatus2AndTheRestIsVerified) {
     const ProgramResult result = Verify({"."});
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.output.find("unreadable"), std::string::npos);
-    EXPECT_NE(result.output.find(" 6 records; an export writes 0 of them\ncould not be read\n"),
+    EXPECT_NE(result.output.find(
+                  "an export loses 6 of 6 records that can be read\n1 file, 2 blocks, 6 records; "
+                  "an export writes 0 of them\ncould not be read\n"),
               std::string::npos);
 }
 
@@ -169,17 +188,35 @@ TEST_F(VerifyTest, ATerminalGetsProgressThatIsWipedInTheEnd) {
     ProgramRun run;
     run.errorPath = ptsname(terminal);
     const ProgramResult result = Verify({"."}, run);
-    // In pieces, until nobody has the other side open and all is read.
-    std::string drawn;
-    std::array<char, 256> piece{};
-    for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
-        drawn.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    close(terminal);
+    const std::string drawn = ReadTerminal(terminal);
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(result.output.ends_with("\nclean\n"));
     EXPECT_NE(drawn.find("**********  [100%]"), std::string::npos);
     EXPECT_TRUE(drawn.ends_with(std::string(18, ' ') + std::string(18, '\b')));
+}
+
+TEST_F(VerifyTest, TheTableFitsTheTerminal) {
+    Write(LogWriter()
+              .Block(LogBlock(Block(1, 1)).Record(Record(2).HeaderLength(9)))
+              .Block(Block(3, 2)));
+    for (const unsigned columns : {60U, 80U, 100U, 200U, 0U}) {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        ASSERT_NE(terminal, -1);
+        ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
+        winsize size{};
+        size.ws_col = static_cast<unsigned short>(columns);
+        ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+        ProgramRun run;
+        run.outputPath = ptsname(terminal);
+        EXPECT_EQ(Verify({"--blocks", "."}, run).status, 1);
+        std::istringstream lines(ReadTerminal(terminal));
+        std::size_t longest = 0;
+        for (std::string line; std::getline(lines, line);) {
+            longest = std::max(longest, line.size() - 1);  // a terminal adds a carriage return
+        }
+        EXPECT_LE(longest, columns == 0 ? 100U : columns) << lines.str();
+        EXPECT_GT(longest, columns == 200 ? 105U : 50U) << lines.str();
+    }
 }
 
 TEST_F(VerifyTest, HelpAndVersion) {
@@ -190,10 +227,11 @@ TEST_F(VerifyTest, HelpAndVersion) {
               "Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"
               "Tell what in binary trace logs an export would drop, stop at or leave in disorder.\n"
               "The log files of a directory are verified as one log, and so are the files that\n"
-              "are named, per directory.\n"
+              "are named, per directory. The FILE - is the standard input.\n"
               "\n"
               "  -b, --blocks    report every block, not only the damaged ones\n"
               "  -j, --json      report as one JSON document\n"
+              "  -l, --live      the newest file may end within a block: it is being written\n"
               "  -q, --quiet     report nothing, only exit\n"
               "  -s, --separate  verify each file as a log of its own\n"
               "  -h, --help      show this text and exit\n"
@@ -209,12 +247,147 @@ TEST_F(VerifyTest, HelpAndVersion) {
 TEST_F(VerifyTest, AMistakeInTheOptionsIsStatus2) {
     const ProgramResult unknown = Verify({"--colour", "."});
     EXPECT_EQ(unknown.status, 2);
-    EXPECT_TRUE(unknown.error.ends_with("Try 'zynlog-verify --help'.\n"));
+    EXPECT_EQ(unknown.error,
+              "zynlog-verify: unrecognized option '--colour'\nTry 'zynlog-verify --help'.\n");
     EXPECT_EQ(Verify({"--colour"}).error, unknown.error) << "one mistake is told of two";
     const ProgramResult nothing = Verify({});
     EXPECT_EQ(nothing.status, 2);
     EXPECT_EQ(nothing.error,
               "zynlog-verify: no directory or file given\nTry 'zynlog-verify --help'.\n");
+}
+
+TEST_F(VerifyTest, WhatIsWrongWithAnOptionIsSaid) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"-x", "invalid option -- 'x'"},
+        {"-bx", "invalid option -- 'x'"},
+        {"--json=3", "option '--json=3' takes no value"},
+        {"--s-", "unrecognized option '--s-'"},
+    };
+    for (const auto& [option, text] : cases) {
+        const ProgramResult result = Verify({option, "."});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_EQ(result.error, "zynlog-verify: " + text + "\nTry 'zynlog-verify --help'.\n");
+    }
+}
+
+// What is repeated of the command line gives no orders to a terminal.
+TEST_F(VerifyTest, ControlCharactersOfArgumentsAreMasked) {
+    for (const std::string argument : {"--\x1B[31m", "-\x1B", "-\x9B", "no\x1B]0;t\x07",
+                                       "no\x9B"
+                                       "31m",
+                                       "no\xC2\x9B"
+                                       "1m",
+                                       "no\n\x7F", "\x1B/none"}) {
+        const ProgramResult result = Verify({argument});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_NE(result.error.find('?'), std::string::npos);
+        const std::string line = result.error.substr(0, result.error.find('\n'));
+        EXPECT_TRUE(std::none_of(line.begin(), line.end(), [](char character) {
+            const auto byte = static_cast<unsigned char>(character);
+            return byte < ' ' || (byte >= 0x7F && byte <= 0x9F);
+        })) << result.error;
+    }
+    EXPECT_EQ(Verify({"n\xC3\xB6 n\xC3\x9C.\xF0\x9F\x98\x80"}).error,
+              "zynlog-verify: n\xC3\xB6 n\xC3\x9C.\xF0\x9F\x98\x80: No such file or directory\n")
+        << "other letters stay";
+}
+
+TEST_F(VerifyTest, OneMissingOperandDoesNotSuppressTheReportOfTheOthers) {
+    Write(CleanLog());
+    const ProgramResult result = Verify({"none", ".", "gone/log"});
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(result.error,
+              "zynlog-verify: none: No such file or directory\n"
+              "zynlog-verify: gone/log: No such file or directory\n");
+    EXPECT_TRUE(result.output.starts_with("Log .\n"));
+    EXPECT_TRUE(result.output.ends_with("\nclean\n"));
+    const Json json = Json::parse(Verify({"-j", "none", "."}).output);
+    EXPECT_EQ(json["status"], 2);
+    EXPECT_EQ(json["errors"], Json({"none: No such file or directory"}));
+    EXPECT_EQ(json["logs"].size(), 1U);
+    EXPECT_EQ(Verify({"-q", "none", "."}).output, "");
+}
+
+TEST_F(VerifyTest, ADirectoryWithoutLogsIsSaidAndStatus2) {
+    for (const char* separate : {"-b", "-s"}) {
+        const ProgramResult result = Verify({separate, "."});
+        EXPECT_EQ(result.status, 2);
+        EXPECT_NE(result.output.find("there are no log files\n"), std::string::npos);
+        EXPECT_TRUE(result.output.ends_with("\ncould not be read\n"));
+    }
+    EXPECT_EQ(Verify({"-q", "."}).status, 2);
+    const Json json = Json::parse(Verify({"-j", "."}).output);
+    EXPECT_EQ(json["logs"][0]["items"][0]["kind"], "no-files");
+    EXPECT_EQ(json["logs"][0]["unreadable"], true);
+}
+
+TEST_F(VerifyTest, StandardInputIsALogFile) {
+    const std::string bytes = CleanLog().File();
+    ProgramRun piped;
+    piped.input = bytes;
+    const ProgramResult clean = Verify({"-"}, piped);
+    EXPECT_EQ(clean.status, 0) << clean.error;
+    EXPECT_TRUE(clean.output.starts_with("Log -\nFILE  BYTES")) << clean.output;
+    EXPECT_NE(clean.output.find("\n-       354       2        6         0"), std::string::npos)
+        << clean.output;
+    piped.input = bytes.substr(0, bytes.size() - 1);
+    EXPECT_EQ(Verify({"-"}, piped).status, 1);
+    EXPECT_EQ(Verify({"--live", "-"}, piped).status, 0);
+    EXPECT_EQ(Json::parse(Verify({"-j", "-"}, piped).output)["logs"][0]["items"][0]["file"], "-");
+    // A file, of which a part has been read.
+    Write(CleanLog());
+    const ProgramResult file =
+        Run("/bin/sh", {"-c", "{ head -c 100 >&2; exec \"$0\" -; } <zynlog-0001.txt", ZYN_VERIFY});
+    EXPECT_EQ(file.status, 0);
+    EXPECT_EQ(Verify({"-"}).status, 1) << "no log in /dev/null";
+    ProgramRun closed;
+    closed.closedInput = true;
+    EXPECT_EQ(Verify({"-"}, closed).error, "zynlog-verify: standard input: Bad file descriptor\n");
+    EXPECT_EQ(Verify({"./-"}).error, "zynlog-verify: ./-: No such file or directory\n");
+}
+
+TEST_F(VerifyTest, ALogThatIsBeingWrittenIsNotDamaged) {
+    const std::string bytes = CleanLog().File();
+    WriteBytes(bytes.substr(0, bytes.size() - 5));
+    EXPECT_EQ(Verify({"."}).status, 1);
+    for (const char* option : {"--live", "-l"}) {
+        const ProgramResult result = Verify({option, "."});
+        EXPECT_EQ(result.status, 0);
+        EXPECT_NE(result.output.find("  unfinished  "), std::string::npos);
+        EXPECT_TRUE(result.output.ends_with(
+            "1 file, 1 block, 3 records; an export writes all of them\nclean\n"));
+    }
+    WriteFile(directory_ / "zynlog-0002.txt", bytes);
+    EXPECT_EQ(Verify({"--live", "."}).status, 1) << "no longer the newest";
+}
+
+// However little memory there is beyond what the loader needs: a message, and the status.
+TEST_F(VerifyTest, WantOfMemoryIsStatus2) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    constexpr bool kLimited = false;
+#else
+    constexpr bool kLimited = true;
+#endif
+    Write(CleanLog());
+    unsigned failures = 0;
+    unsigned successes = 0;
+    for (rlim_t kiB = 2000; kLimited && successes < 3 && kiB < 40000; kiB += 50) {
+        ProgramRun run;
+        run.limits = {{RLIMIT_AS, kiB * 1024}, {RLIMIT_CORE, 0}};
+        const ProgramResult result = Verify({"."}, run);
+        if (result.status == 127 || (result.signal == SIGSEGV && failures == 0)) {
+            continue;  // the loader's
+        }
+        EXPECT_EQ(result.signal, 0) << kiB;
+        if (result.status == 0) {
+            ++successes;
+            continue;
+        }
+        ++failures;
+        EXPECT_EQ(result.status, 2) << kiB;
+        EXPECT_FALSE(result.error.empty()) << kiB;
+    }
+    EXPECT_EQ(failures != 0, kLimited);
 }
 
 TEST_F(VerifyTest, LongOptionsMayFollowOperandsAndBeShortened) {

@@ -59,7 +59,7 @@ class LogVerifierTest : public testing::Test {
         return VerifyDirectory();
     }
     LogReport VerifyDirectory() {
-        return VerifyLog(FindLogs({directory_.Path()}, false).at(0), heard_);
+        return VerifyLog(FindLogs({directory_.Path()}, {}).logs.at(0), heard_);
     }
     const Finding& Only() {
         EXPECT_EQ(heard_.findings.size(), 1U);
@@ -197,12 +197,6 @@ TEST_F(LogVerifierTest, ABlockHeaderOfAnotherLengthEndsTheLog) {
               "there is no block header where one should be; from here on nothing can be found");
     EXPECT_EQ(report.exported, 2U);
     EXPECT_EQ(report.verifiedBytes, first.Bytes().size());
-}
-
-TEST_F(LogVerifierTest, ZerosBehindTheLastBlockAreNoBlockHeader) {
-    Verify(LogWriter().Block(Block(1, 2)).Raw(std::string(100, '\0')));
-    EXPECT_EQ(Only().kind, FindingKind::kBlockHeader);
-    EXPECT_EQ(Only().bytes, 100U);
 }
 
 TEST_F(LogVerifierTest, ALogThatEndsWithinABlockSaysSo) {
@@ -363,7 +357,7 @@ TEST_F(LogVerifierTest, WritersAreListedUpToALimit) {
 
 TEST_F(LogVerifierTest, FilesOfOneDirectoryAreOneLogInTheOrderOfTheirNames) {
     const auto paths = LogWriter().Block(Block(1, 4)).WriteFiles(directory_.Path(), {70});
-    const auto logs = FindLogs({paths[1], paths[0]}, false);
+    const auto logs = FindLogs({paths[1], paths[0]}, {}).logs;
     ASSERT_EQ(logs.size(), 1U);
     EXPECT_EQ(logs[0].name, directory_.Path());
     EXPECT_THAT(logs[0].files, ElementsAre("zynlog-0001.txt", "zynlog-0002.txt"));
@@ -372,31 +366,130 @@ TEST_F(LogVerifierTest, FilesOfOneDirectoryAreOneLogInTheOrderOfTheirNames) {
 
 TEST_F(LogVerifierTest, SeparateFilesAreLogsOfTheirOwn) {
     const auto paths = LogWriter().Block(Block(1, 4)).WriteFiles(directory_.Path(), {70});
-    EXPECT_EQ(FindLogs({paths[1], paths[0]}, true).size(), 2U);
-    const auto logs = FindLogs({directory_.Path()}, true);
+    EXPECT_EQ(FindLogs({paths[1], paths[0]}, {.separate = true}).logs.size(), 2U);
+    const auto logs = FindLogs({directory_.Path()}, {.separate = true}).logs;
     ASSERT_EQ(logs.size(), 2U);
     EXPECT_EQ(logs[1].name, paths[1]);
 }
 
-TEST_F(LogVerifierTest, APathThatDoesNotExistCannotBeVerified) {
-    EXPECT_THROW(static_cast<void>(FindLogs({directory_ / "none"}, false)), std::system_error);
+TEST_F(LogVerifierTest, APathThatDoesNotExistIsSaidAndTheOthersAreVerified) {
+    const FoundLogs found = FindLogs({directory_ / "none", directory_.Path()}, {});
+    EXPECT_THAT(found.errors, ElementsAre(directory_ / "none: No such file or directory"));
+    ASSERT_EQ(found.logs.size(), 1U);
+    EXPECT_EQ(found.logs[0].name, directory_.Path());
 }
 
 TEST_F(LogVerifierTest, ADirectoryThatMayNotBeListedCannotBeVerified) {
     const LibcFault fault(LibcCall::kAccess, EACCES);
-    try {
-        static_cast<void>(FindLogs({directory_.Path()}, false));
-        FAIL() << "it was listed";
-    } catch (const std::system_error& failure) {
-        EXPECT_EQ(failure.code().value(), EACCES);
-        EXPECT_EQ(failure.what(), directory_.Path() + ": Permission denied");
+    const FoundLogs found = FindLogs({directory_.Path()}, {});
+    EXPECT_THAT(found.errors, ElementsAre(directory_.Path() + ": Permission denied"));
+    EXPECT_TRUE(found.logs.empty());
+}
+
+TEST_F(LogVerifierTest, ADirectoryWithoutLogFilesCannotBeVerified) {
+    WriteFile(directory_ / "zynlog-1.bin", "no log by its name");
+    for (const bool separate : {false, true}) {
+        Heard heard;
+        const FoundLogs found = FindLogs({directory_.Path()}, {.separate = separate});
+        const LogReport report = VerifyLog(found.logs.at(0), heard);
+        ASSERT_EQ(heard.findings.size(), 1U);
+        EXPECT_EQ(heard.findings[0].kind, FindingKind::kNoFiles);
+        EXPECT_EQ(heard.findings[0].text, "there are no log files");
+        EXPECT_TRUE(report.unreadable);
+        EXPECT_FALSE(report.damaged);
     }
+}
+
+TEST_F(LogVerifierTest, AFileThatGoesAfterItWasLookedAtIsUnreadable) {
+    LogWriter().Block(Block(1, 4)).WriteFiles(directory_.Path(), {70});
+    const auto logs = FindLogs({directory_.Path()}, {}).logs;
+    // Each of two files is opened to be looked at, then to be read.
+    const LibcFault fault(LibcCall::kOpen, ENOENT, 4);
+    const LogReport report = VerifyLog(logs.at(0), heard_);
+    EXPECT_EQ(Only().kind, FindingKind::kUnreadable);
+    EXPECT_TRUE(report.unreadable);
+    EXPECT_EQ(report.blocks, 0U);
+}
+
+// What a file ends in where a block should begin.
+TEST_F(LogVerifierTest, ATailOfZerosIsNamed) {
+    for (const std::size_t zeros : {1U, 4U, 5U, 44U, 45U, 46U, 70000U, 300000U}) {
+        const std::string tail(zeros, '\0');
+        WriteFile(directory_ / "zynlog-1.txt", LogWriter().Block(Block(1, 3)).Raw(tail).File());
+        heard_.findings.clear();
+        const LogReport report = VerifyDirectory();
+        EXPECT_EQ(Only().kind, FindingKind::kZeros) << zeros;
+        EXPECT_EQ(Only().bytes, zeros);
+        EXPECT_EQ(Only().text, "the log ends in " + std::to_string(zeros) +
+                                   " zeros; an export fails there, but nothing is lost");
+        EXPECT_TRUE(report.damaged);
+        EXPECT_EQ(report.exported, 3U);
+        WriteFile(directory_ / "zynlog-1.txt",
+                  LogWriter().Block(Block(1, 3)).Raw(tail).Raw("x").File());
+        heard_.findings.clear();
+        VerifyDirectory();
+        EXPECT_NE(Only().kind, FindingKind::kZeros) << zeros;
+    }
+}
+
+TEST_F(LogVerifierTest, ATailOfZerosBeforeAnotherFileIsNamed) {
+    WriteFile(directory_ / "zynlog-1.txt",
+              LogWriter().Block(Block(1, 3)).Raw(std::string(100, '\0')).File());
+    WriteFile(directory_ / "zynlog-2.txt", LogWriter().Block(Block(4, 3)).File());
+    const LogReport report = VerifyDirectory();
+    EXPECT_EQ(Only().kind, FindingKind::kBlockHeader);
+    EXPECT_EQ(Only().text, "the file ends in 100 zeros; from here on nothing can be found");
+    EXPECT_EQ(Only().bytes, report.totalBytes - report.verifiedBytes);
+}
+
+TEST_F(LogVerifierTest, AnUnfinishedBlockOfTheNewestFileIsNoDamageWhileItIsWritten) {
+    const std::string whole = LogWriter().Block(Block(1, 3)).Block(Block(4, 3)).File();
+    const std::size_t begin = LogWriter().Block(Block(1, 3)).File().size();
+    for (std::size_t size = begin + 1; size < whole.size(); size += 7) {
+        WriteFile(directory_ / "zynlog-2.txt", whole.substr(0, size));
+        heard_.findings.clear();
+        const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
+        const LogReport report = VerifyLog(logs.at(0), heard_);
+        EXPECT_EQ(Only().kind, FindingKind::kUnfinished) << size;
+        EXPECT_EQ(Only().bytes, size - begin);
+        EXPECT_FALSE(report.damaged);
+        EXPECT_EQ(report.exported, 3U);
+        heard_.findings.clear();
+        EXPECT_TRUE(VerifyDirectory().damaged) << "nobody says that it is being written";
+    }
+}
+
+TEST_F(LogVerifierTest, OnlyTheNewestFileIsBeingWritten) {
+    const std::string whole = LogWriter().Block(Block(1, 3)).File();
+    const std::string cut = whole.substr(0, whole.size() - 1);
+    WriteFile(directory_ / "zynlog-1.txt", cut);
+    WriteFile(directory_ / "zynlog-2.txt", LogWriter().File());
+    for (const bool separate : {false, true}) {
+        const auto logs = FindLogs({directory_.Path()}, {.separate = separate, .live = true}).logs;
+        EXPECT_TRUE(VerifyLog(logs.at(0), heard_).damaged) << separate;
+    }
+    WriteFile(directory_ / "zynlog-1.txt", whole);
+    WriteFile(directory_ / "zynlog-2.txt", cut);
+    const auto logs = FindLogs({directory_.Path()}, {.separate = true, .live = true}).logs;
+    EXPECT_FALSE(VerifyLog(logs.at(1), heard_).damaged);
+}
+
+TEST_F(LogVerifierTest, ANewestFileOfWhichNotEvenTheHeaderIsThereIsBeingWritten) {
+    WriteFile(directory_ / "zynlog-1.txt", LogWriter().Block(Block(1, 3)).File());
+    WriteFile(directory_ / "zynlog-2.txt", "-----");
+    const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
+    const LogReport report = VerifyLog(logs.at(0), heard_);
+    EXPECT_EQ(Only().kind, FindingKind::kUnfinished);
+    EXPECT_FALSE(report.damaged);
+    EXPECT_EQ(report.exported, 0U) << "an export does not begin";
+    EXPECT_EQ(report.records, 3U);
+    EXPECT_TRUE(VerifyDirectory().damaged);
 }
 
 TEST_F(LogVerifierTest, AFileThatCannotBeReadToItsEndEndsTheLog) {
     // More than the stream reads ahead, so that a read is left for the second block.
     LogWriter().Block(Block(1, 4000)).Block(Block(4001, 4000)).WriteFiles(directory_.Path());
-    const auto logs = FindLogs({directory_.Path()}, false);
+    const auto logs = FindLogs({directory_.Path()}, {}).logs;
     // Two reads for the header, when the file is looked at and when it is opened; one for the first
     // block.
     const LibcFault fault(LibcCall::kRead, EIO, 4, LibcFault::kAlways);
@@ -418,7 +511,7 @@ TEST_F(LogVerifierTest, AnyDamagedByteIsSurvived) {
     for (std::size_t offset = kFileHeader; offset < bytes.size(); ++offset) {
         WriteFile(directory_ / "zynlog-0001.txt", WithBitFlipped(bytes, offset, 7));
         Heard heard;
-        const LogReport report = VerifyLog(FindLogs({directory_.Path()}, false).at(0), heard);
+        const LogReport report = VerifyLog(FindLogs({directory_.Path()}, {}).logs.at(0), heard);
         EXPECT_LE(report.exported, report.records) << "offset " << offset;
         EXPECT_LE(report.records, 6U) << "offset " << offset;
         EXPECT_FALSE(report.unreadable) << "offset " << offset;
