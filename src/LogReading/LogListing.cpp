@@ -1,0 +1,37 @@
+#include "LogReading/LogListing.h"
+
+#include <algorithm>
+#include <array>
+#include <tuple>
+#include <utility>
+
+#include "LogReading/LogFiles.h"
+
+std::string_view PlainName(std::string_view name) noexcept {
+    constexpr std::array<std::string_view, 2> kEndings{".gz", ".zst"};
+    for (const std::string_view ending : kEndings) {
+        if (name.ends_with(ending)) {
+            return name.substr(0, name.size() - ending.size());
+        }
+    }
+    return name;
+}
+
+std::vector<std::string> ListLogFiles(const std::string& directory, InputListener& listener) {
+    std::vector<std::string> names = LogFileNames(directory);
+    // The plain name is the shortest, so it comes before the others.
+    std::sort(names.begin(), names.end(), [](const std::string& left, const std::string& right) {
+        return std::tuple(PlainName(left), std::string_view(left)) <
+               std::tuple(PlainName(right), std::string_view(right));
+    });
+    std::vector<std::string> listed;
+    for (std::string& name : names) {
+        if (listed.empty() || PlainName(listed.back()) != PlainName(name)) {
+            listed.push_back(std::move(name));
+        } else {
+            listener.OnIssue({InputIssueKind::kTwin, directory + "/" + name,
+                              "is left out: " + listed.back() + " is read"});
+        }
+    }
+    return listed;
+}
