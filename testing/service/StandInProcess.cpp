@@ -99,7 +99,7 @@ void StandInProcess::CloseCommands() { commands_ = Descriptor(); }
 bool StandInProcess::ReadMore(Clock::time_point deadline) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
     pollfd ready{lines_.Get(), POLLIN, 0};
-    if (left.count() <= 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) {
+    if (left.count() < 0 || ::poll(&ready, 1, static_cast<int>(left.count())) <= 0) {
         return false;
     }
     std::array<char, 4096> buffer{};
@@ -112,6 +112,8 @@ bool StandInProcess::ReadMore(Clock::time_point deadline) {
 }
 
 std::vector<std::string> StandInProcess::Lines() {
+    while (ReadMore(Clock::now())) {
+    }
     constexpr std::size_t kStampBytes = std::string_view("HH:MM:SS.mmm ").size();
     std::vector<std::string> lines;
     std::size_t start = 0;

@@ -40,7 +40,8 @@ class StandInProcess {
     // when the program has ended or patience has, before that.
     [[nodiscard]] bool WaitForLine(const std::string& text, std::size_t count = 1);
 
-    // All lines so far, each without its time stamp "HH:MM:SS.mmm ".
+    // All lines so far, each without its time stamp "HH:MM:SS.mmm ". Does not wait; but a program
+    // whose lines nobody takes ends up waiting itself.
     [[nodiscard]] std::vector<std::string> Lines();
     // The same as they were printed.
     [[nodiscard]] const std::string& Output() const { return output_; }
