@@ -2,9 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "ZynService/ZynServiceClient.h"
@@ -227,6 +231,80 @@ TEST_F(ZynServiceClientTest, ReloadOrderReadsTheFileAnewAndForgetsCachedStatuses
     EXPECT_TRUE(Enabled());
 }
 
+TEST_F(ZynServiceClientTest, HandleTakenBeforeAReloadFollowsItsLabel) {
+    const std::string labels = R"(<GLabel name="L" state="1"/><GLabel name="K" state="0"/>)";
+    std::string config = kConfig;
+    config.replace(config.find("<GLabel"), std::string(R"(<GLabel name="L" state="1"/>)").size(),
+                   labels);
+    WriteConfig(config);
+    Connect();
+    const int module = static_cast<int>(filter_->GetModuleKey("M"));
+    const int on = static_cast<int>(filter_->GetLabelKey("L"));
+    const int off = static_cast<int>(filter_->GetLabelKey("K"));
+    const auto enabled = [&](int label) {
+        return filter_->IsEnabled(module, ZynFilterManager::kNoClient, label);
+    };
+    EXPECT_TRUE(enabled(on));
+    EXPECT_FALSE(enabled(off));
+    // Other states, in another order, behind a module and a label that were not there.
+    config.replace(config.find(labels), labels.size(),
+                   R"(<GLabel name="A" state="0"/><GLabel name="K" state="1"/>)"
+                   R"(<GLabel name="L" state="0"/>)");
+    config.replace(config.find("<Module"), 0, R"(<Module name="A" state="0"/>)");
+    WriteConfig(config);
+    service_.Deliver(service_.Order(0));
+    EXPECT_FALSE(enabled(on));
+    EXPECT_TRUE(enabled(off));
+}
+
+// What the constructor does between opening the configuration file and the end of its first load.
+class ZynServiceClientFirstLoadTest : public ZynServiceClientTest {
+  protected:
+    void ConnectAnd(const std::function<void()>& amidFirstLoad) {
+        WriteConfig(kConfig);
+        LoggingTestAccess::SetMode(Logging::kDiagnosticModeOff);
+        const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
+        // The first file that is opened once the thread is there.
+        std::optional<LibcFault> open;
+        const LibcFault thread(LibcCall::kPthreadCreate,
+                               [&] { open.emplace(LibcCall::kOpen, amidFirstLoad); });
+        client_ = std::make_unique<ZynServiceClient>(4711, *filter_);
+        EXPECT_TRUE(open && open->Happened());
+    }
+};
+
+TEST_F(ZynServiceClientFirstLoadTest, PauseIsCarriedOutAndStays) {
+    ConnectAnd([this] {
+        service_.Deliver(service_.Order(1));
+        EXPECT_TRUE(filter_->Paused());
+        EXPECT_FALSE(filter_->Loaded());
+    });
+    EXPECT_TRUE(filter_->Paused());
+    EXPECT_TRUE(filter_->Loaded());
+    EXPECT_FALSE(Enabled());
+    service_.Deliver(service_.Order(2));
+    EXPECT_TRUE(Enabled());
+}
+
+TEST_F(ZynServiceClientFirstLoadTest, ReloadWaitsForItsEndAndReadsAnew) {
+    ConnectAnd([this] {
+        const RegionFile ring(service_.ClientRegion());
+        service_.Put(service_.Order(0) + service_.Ping());
+        const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+        while (std::chrono::steady_clock::now() < end) {
+            // The ping behind it is not reached before the reload is done.
+            ASSERT_NE(ring.Word(RegionFile::kRead), ring.Word(RegionFile::kWrite));
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        std::string off = kConfig;
+        off.replace(off.find(R"(name="M" state="1")"), 18, R"(name="M" state="0")");
+        WriteConfig(off);
+    });
+    service_.Deliver("");
+    EXPECT_TRUE(filter_->Loaded());
+    EXPECT_FALSE(Enabled()) << "the order's reload reads what the file holds by then";
+}
+
 TEST_F(ZynServiceClientTest, ReloadOfAnUnreadableFileLeavesDefaultsAndTheFlagClear) {
     WriteConfig(kConfig);
     Connect();
@@ -372,6 +450,24 @@ TEST_F(ZynServiceClientTest, DestructorOfASilentServicesClientGivesUpAfterTwenty
     EXPECT_EQ(silence.Calls(), 20);
     EXPECT_EQ(run_.Trace().back(), "Exception happened during service client destruction");
     EXPECT_FALSE(service_.ClientFilesExist());
+}
+
+TEST_F(ZynServiceClientTest, DestructorWaitsForNoMoreThanTheFrameBeingHandled) {
+    Connect();
+    // The thread is held up in the middle of the first order.
+    std::optional<AutoWriteReference> filter(*filter_);
+    service_.Put(service_.Order(1) + service_.Order(2));
+    const RegionFile ring(service_.ClientRegion());
+    const std::uint32_t start = ring.Word(RegionFile::kRead);
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    while (ring.Word(RegionFile::kRead) == start) {
+        ASSERT_LT(std::chrono::steady_clock::now(), end);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    const LibcFault join(LibcCall::kPthreadJoin, [&] { filter.reset(); });
+    Disconnect();
+    EXPECT_TRUE(join.Happened());
+    EXPECT_TRUE(filter_->Paused()) << "the order behind it is not begun any more";
 }
 
 TEST_F(ZynServiceClientTest, DestructorDropsAFailedJoinAndAFailedMutex) {
