@@ -92,7 +92,7 @@ class Application {
         static_cast<void>(service_->Terminate());
         std::filesystem::remove_all(path_);
     }
-    static ZynFilterManager& Filter() { return ZynServiceMonitorProxy::Get().FilterManager(); }
+    static ZynFilterManager& Filter() { return ZynServiceMonitorProxy::Get()->FilterManager(); }
     [[nodiscard]] const std::string& ConfigPath() const { return file_.Path(); }
 
   private:

@@ -16,12 +16,9 @@ extern std::mutex umaskMutex;
 extern std::mutex systemLogMutex;
 extern std::mutex timeZoneMutex;
 
-// Holds them all for its own life.
-class Hold {
-  private:
-    std::scoped_lock<std::mutex, std::mutex, std::mutex> locks_{umaskMutex, systemLogMutex,
-                                                                timeZoneMutex};
-};
+// All of them, for the thread that forks, which releases them on either side.
+void HoldAll();
+void ReleaseAll() noexcept;
 
 }  // namespace processstate
 

@@ -1,17 +1,28 @@
 /* The client programming interface of the tracing facility: names to handles, whether a trace point
  * is enabled, and control requests to the tracing service. For C and C++; needs no other header.
  *
- * The first call of a process connects to the service if it runs: it then takes as long as the
- * service needs to confirm, 2 seconds at most. From then on a thread of the library keeps the
+ * The first call of a process connects to the service if it runs. It then takes as long as the
+ * service needs to confirm, about 2 seconds at most. Calls of other threads that come meanwhile wait
+ * for the same attempt and share its outcome. From then on a thread of the library keeps the
  * connection in step with the service. When the service runs and does not confirm, or no thread can
- * be started, the call does nothing more and tells a failure, whatever it was for, and the next one
- * tries again; a service that starts later and does not confirm is not looked for again. The
- * connection is closed before a fork, for parent and child, and stays closed; and it is closed when
- * the process ends.
+ * be started, these calls do nothing more and tell a failure, whatever they were for, and the next
+ * call tries again; a service that starts later and does not confirm is not looked for again.
+ *
+ * The connection is closed before a fork, for parent and child, and stays closed; and it is closed
+ * when the process ends. Fork and exit wait for an attempt to connect that is under way, or for the
+ * request that was sent, and then for the service to confirm the end of the connection: each of
+ * the two takes about 2 seconds at most. Requests that wait behind that one are not sent; they fail
+ * at once. Fork handlers of the application that run between the library's preparation and its end
+ * of the fork (those registered before the library was loaded) get the failure value from every
+ * call, at once and without a report.
+ *
+ * What is said here of 2 seconds is said of the service; a process that holds the lock of the
+ * senders in the run directory, or a file system that does not answer, is waited for as long as it
+ * takes.
  *
  * Every function may be called by any thread. None raises a C++ exception; what went wrong is
- * written to the system log under "ZYNAPI". A thread that is cancelled meanwhile finishes its call
- * first. */
+ * written to the system log under "ZYNAPI", by each call that failed. A thread that is cancelled
+ * meanwhile finishes its call first. */
 #ifndef ZYN_ZYNANSIAPI_ZYNANSIAPI_H
 #define ZYN_ZYNANSIAPI_ZYNANSIAPI_H
 
@@ -53,9 +64,10 @@ ZYN_API int ZynRegisterClient(int module, unsigned int client, const char* name)
 ZYN_API int ZynTraceEnabledEx(int module, unsigned int client, int label) ZYN_API_NOEXCEPT;
 
 /* Control requests, for all clients of the service: stop and go on with tracing, read the
- * configuration file anew, turn preservation of log files on and off. Each waits 2 seconds at most
- * for the service's confirmation. Returns 0 once confirmed, 1 when the service does not run, does
- * not confirm, or on any failure. */
+ * configuration file anew, turn preservation of log files on and off. Requests of a process are sent
+ * one after another: each waits for those before it, then about 2 seconds at most for the service's
+ * confirmation of its own. Returns 0 once confirmed, 1 when the service does not run, does not
+ * confirm, or on any failure. */
 ZYN_API int ZynPause(void) ZYN_API_NOEXCEPT;
 ZYN_API int ZynResume(void) ZYN_API_NOEXCEPT;
 ZYN_API int ZynReloadConfig(void) ZYN_API_NOEXCEPT;

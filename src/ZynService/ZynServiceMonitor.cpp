@@ -10,9 +10,11 @@
 #include <cerrno>
 #include <charconv>
 #include <cstddef>
+#include <exception>
 #include <mutex>
 #include <new>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 
 #include "Support/Cancellation.h"
@@ -55,7 +57,11 @@ struct ShutdownAtExit {
     ~ShutdownAtExit() { ZynServiceMonitorProxy::Shutdown(); }
 };
 
+// Guards the creation of the proxy, and is held throughout a fork.
 constinit std::mutex singletonMutex;
+
+// Written once, when the library is loaded.
+constinit bool forksHandled = false;
 
 }  // namespace
 
@@ -148,22 +154,26 @@ MultiThreadedZynServiceMonitor::~MultiThreadedZynServiceMonitor() noexcept(false
 }
 
 std::atomic<ZynServiceMonitorProxy*> ZynServiceMonitorProxy::s_Singleton{nullptr};
+constinit thread_local bool ZynServiceMonitorProxy::s_forking = false;
 
-ZynServiceMonitorProxy& ZynServiceMonitorProxy::Create() {
+void ZynServiceMonitorProxy::HandleForks() noexcept {
+    forksHandled =
+        pthread_atfork(&ZynServiceMonitorProxy::BeforeFork, &ZynServiceMonitorProxy::AfterFork,
+                       &ZynServiceMonitorProxy::AfterFork) == 0;
+}
+
+ZynServiceMonitorProxy* ZynServiceMonitorProxy::Create() {
     const std::lock_guard<std::mutex> lock(singletonMutex);
     ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_relaxed);
     if (proxy == nullptr) {
-        proxy = new (std::nothrow) ZynServiceMonitorProxy();
+        if (forksHandled) {
+            proxy = new (std::nothrow) ZynServiceMonitorProxy();
+        }
         ZYN_CHECK_MEMORY_ALLOCATION(proxy != nullptr, "Can not create ZynServiceMonitorProxy");
         s_Singleton.store(proxy, std::memory_order_release);
-        // The handlers that prepare a fork run in the reverse order: closed first, then locked.
-        pthread_atfork(&ZynServiceMonitorProxy::HoldLocks, &ZynServiceMonitorProxy::ReleaseLocks,
-                       &ZynServiceMonitorProxy::ReleaseLocks);
-        // A child has none of the threads and must not answer for its parent's registration.
-        pthread_atfork(&ZynServiceMonitorProxy::Shutdown, nullptr, nullptr);
         static const ShutdownAtExit shutdownAtExit;
     }
-    return *proxy;
+    return proxy;
 }
 
 void ZynServiceMonitorProxy::Shutdown() noexcept {
@@ -172,28 +182,73 @@ void ZynServiceMonitorProxy::Shutdown() noexcept {
     }
 }
 
-void ZynServiceMonitorProxy::HoldLocks() noexcept {
-    ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
-    DropFailure([proxy] {
-        // Another thread that forks waits here until this one has forked.
-        proxy->closing_.Lock();
+void ZynServiceMonitorProxy::BeforeFork() noexcept {
+    s_forking = true;
+    // Another thread that forks, or creates the proxy, waits here until this one has forked.
+    singletonMutex.lock();
+    if (ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_relaxed)) {
+        // A child has none of the threads and must not answer for its parent's registration.
+        proxy->Close();
         DropFailure([proxy] { proxy->forkLocks_.emplace(*proxy); });
-    });
+    }
+    processstate::HoldAll();
 }
 
-void ZynServiceMonitorProxy::ReleaseLocks() noexcept {
-    ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
-    DropFailure([proxy] { proxy->forkLocks_.reset(); });
-    DropFailure([proxy] { proxy->closing_.Unlock(); });
+void ZynServiceMonitorProxy::AfterFork() noexcept {
+    processstate::ReleaseAll();
+    if (ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_relaxed)) {
+        proxy->forkLocks_.reset();
+    }
+    singletonMutex.unlock();
+    s_forking = false;
 }
 
 ZynServiceMonitorProxy::~ZynServiceMonitorProxy() { Close(); }
 
 void ZynServiceMonitorProxy::CreateMonitor() {
     const CancellationOff whole;
+    {
+        std::unique_lock<std::mutex> lock(waiting_);
+        if (attemptRuns_) {
+            changed_.wait(
+                lock, [this, mine = attemptsEnded_] { return attemptsEnded_ != mine || Closed(); });
+            if (!Closed() && failure_) {
+                failure_->empty() ? throw std::bad_alloc() : throw std::runtime_error(*failure_);
+            }
+            return;
+        }
+        if (settled_.load(std::memory_order_relaxed)) {
+            return;
+        }
+        attemptRuns_ = true;
+    }
+    try {
+        StartMonitor();
+    } catch (const std::exception& failure) {
+        EndAttempt(failure.what());
+        throw;
+    }
+    EndAttempt(nullptr);
+}
+
+void ZynServiceMonitorProxy::EndAttempt(const char* failure) noexcept {
+    {
+        const std::lock_guard<std::mutex> lock(waiting_);
+        failure_.reset();
+        if (failure != nullptr) {
+            failure_.emplace();
+            DropFailure([this, failure] { failure_->assign(failure); });
+        }
+        attemptRuns_ = false;
+        ++attemptsEnded_;
+    }
+    changed_.notify_all();
+}
+
+void ZynServiceMonitorProxy::StartMonitor() {
     AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor(monitor_);
     // Looked at under the lock: Close() sets it before it takes the lock to delete.
-    if (closed_.load(std::memory_order_relaxed) || monitor) {
+    if (Closed()) {
         return;
     }
     auto* created = new (std::nothrow) MultiThreadedZynServiceMonitor(filterManager_, client_);
@@ -202,12 +257,36 @@ void ZynServiceMonitorProxy::CreateMonitor() {
     settled_.store(true, std::memory_order_release);
 }
 
+ZynServiceMonitorProxy::Turn::Turn(ZynServiceMonitorProxy& proxy) : proxy_(proxy) {
+    std::unique_lock<std::mutex> lock(proxy_.waiting_);
+    proxy_.changed_.wait(lock, [this] { return !proxy_.requestRuns_ || proxy_.Closed(); });
+    granted_ = !proxy_.Closed();
+    if (granted_) {
+        proxy_.requestRuns_ = true;
+    }
+}
+
+ZynServiceMonitorProxy::Turn::~Turn() {
+    if (!granted_) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(proxy_.waiting_);
+        proxy_.requestRuns_ = false;
+    }
+    proxy_.changed_.notify_all();
+}
+
 void ZynServiceMonitorProxy::Close() noexcept {
     const CancellationOff whole;
     DropFailure([this] {
         const AutoSync<CriticalSectionSyncPolicy> once(closing_);
-        closed_.store(true, std::memory_order_relaxed);
-        settled_.store(true, std::memory_order_release);
+        if (!closed_.exchange(true, std::memory_order_relaxed)) {
+            settled_.store(true, std::memory_order_release);
+            // Under the lock nobody stands between his look at the flag and his sleep.
+            DropFailure([this] { const std::lock_guard<std::mutex> lock(waiting_); });
+            changed_.notify_all();
+        }
         DropFailure([this] {
             AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor(monitor_);
             monitor.Delete();

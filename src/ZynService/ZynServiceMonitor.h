@@ -4,12 +4,13 @@
 #define ZYN_ZYNSERVICE_ZYNSERVICEMONITOR_H
 
 #include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "Support/NoReentrantSpinLockPolicy.h"
-#include "Support/ProcessState.h"
 #include "Support/Thread.h"
 #include "TraceFiltering/ZynFilterManager.h"
 #include "ZynService/ZynServiceClient.h"
@@ -104,71 +105,126 @@ class MultiThreadedZynServiceMonitor {
 };
 
 // The process's one connection to the tracing service, with the filter that the service controls.
-// Any thread may use it.
+// Any thread may use it, but for one that is forking (see IsForking).
+//
+// A fork closes the connection, for parent and child. The thread that forks then holds all locks of
+// the facility until it has forked: a thread that the child does not have must not hold one in it
+// for ever. The handlers for this are registered when the library is loaded, before anything else
+// can take a lock, and have little to do in a process without a proxy.
 class ZynServiceMonitorProxy {
   public:
     // Creates the proxy on first use. It is closed before a fork and when the process ends, but its
     // memory stays: threads of the application may still be inside a query then. Throws
-    // CheckMemoryAllocation "Can not create ZynServiceMonitorProxy".
-    static ZynServiceMonitorProxy& Get() {
+    // CheckMemoryAllocation "Can not create ZynServiceMonitorProxy", also when a fork could not be
+    // handled for want of memory.
+    static ZynServiceMonitorProxy* Get() {
         ZynServiceMonitorProxy* proxy = s_Singleton.load(std::memory_order_acquire);
-        return proxy != nullptr ? *proxy : Create();
+        return proxy != nullptr ? proxy : Create();
     }
 
     // Closes the process's proxy.
     static void Shutdown() noexcept;
+
+    // Whether this thread forks just now and so holds every lock: an application's own fork handler
+    // runs then, and may not use the proxy.
+    [[nodiscard]] static bool IsForking() noexcept { return s_forking; }
 
     ZynServiceMonitorProxy() = default;
     ZynServiceMonitorProxy(const ZynServiceMonitorProxy&) = delete;
     ZynServiceMonitorProxy& operator=(const ZynServiceMonitorProxy&) = delete;
     ~ZynServiceMonitorProxy();
 
-    // Starts the monitor unless it runs or the proxy is closed: one atomic load then. Throws
-    // CheckMemoryAllocation "Unable to create MultiThreadedZyn" and what the monitor's constructor
-    // does; the next call tries again.
+    // Starts the monitor unless it runs or the proxy is closed: one atomic load then. A call that
+    // comes while another thread is about it waits for that attempt, or for the closing, and shares
+    // its outcome. Throws CheckMemoryAllocation "Unable to create MultiThreadedZyn" and what the
+    // monitor's constructor does (callers that share a failure: a std::runtime_error of the same
+    // text); the next call tries again.
     void CreateMonitorOnDemand() {
         if (!settled_.load(std::memory_order_acquire)) [[unlikely]] {
             CreateMonitor();
         }
     }
 
-    // Ends the monitor, then the client, which un-registers; no monitor is started any more.
-    // Failures are dropped.
+    // Ends the monitor, then the client, which un-registers; no monitor is started any more. Waits
+    // for an attempt to start the monitor that is under way, or for the request whose turn it is,
+    // at most; those that wait behind them end at once. Failures are dropped.
     void Close() noexcept;
+    // Whether closing has begun.
+    [[nodiscard]] bool Closed() const noexcept { return closed_.load(std::memory_order_relaxed); }
+
+    // Requests go to the service one after another: a request holds its turn from before it locks
+    // the client until it is confirmed.
+    class Turn {
+      public:
+        // Waits for the requests before it, unless the proxy is closed, or is being closed
+        // meanwhile.
+        explicit Turn(ZynServiceMonitorProxy& proxy);
+        Turn(const Turn&) = delete;
+        Turn& operator=(const Turn&) = delete;
+        ~Turn();
+
+        // False when the proxy was closed first: nothing may be sent.
+        [[nodiscard]] bool Granted() const noexcept { return granted_; }
+
+      private:
+        ZynServiceMonitorProxy& proxy_;
+        bool granted_ = false;
+    };
 
     [[nodiscard]] ZynFilterManager& FilterManager() noexcept { return filterManager_; }
     // Empty while the service does not run.
     [[nodiscard]] LockablePointer<ZynServiceClient>& Client() noexcept { return client_; }
 
   private:
-    [[gnu::cold]] static ZynServiceMonitorProxy& Create();
+    [[gnu::cold]] static ZynServiceMonitorProxy* Create();
     [[gnu::cold]] void CreateMonitor();
+    void StartMonitor();
+    void EndAttempt(const char* failure) noexcept;
 
-    // All that a query or a request locks, and the report of its failure, in the order of the
-    // locks.
+    // All that a query or a request locks, in the order of the locks.
     struct Locks {
         explicit Locks(ZynServiceMonitorProxy& proxy)
-            : monitor(proxy.monitor_), client(proxy.client_), filter(proxy.filterManager_) {}
+            : closing(proxy.closing_),
+              monitor(proxy.monitor_),
+              client(proxy.client_),
+              filter(proxy.filterManager_),
+              waiting(proxy.waiting_) {}
+        AutoSync<CriticalSectionSyncPolicy> closing;
         AutoLockingPointer<MultiThreadedZynServiceMonitor> monitor;
         AutoLockingPointer<ZynServiceClient> client;
         AutoWriteReference filter;
-        processstate::Hold processState;
+        std::unique_lock<std::mutex> waiting;
     };
-    // Around a fork: a thread that the child does not have must not hold a lock in it for ever.
-    static void HoldLocks() noexcept;
-    static void ReleaseLocks() noexcept;
+    // Before all other constructors of the program, some of which may use the interface.
+    [[gnu::constructor(101)]] static void HandleForks() noexcept;
+    static void BeforeFork() noexcept;
+    static void AfterFork() noexcept;
 
     static std::atomic<ZynServiceMonitorProxy*> s_Singleton;
+    // Looked at by every call of the interface, so not worth the call by which a shared library
+    // otherwise finds a variable of the thread.
+    [[gnu::tls_model("initial-exec")]] static constinit thread_local bool s_forking;
 
     ZynFilterManager filterManager_;
-    CriticalSectionSyncPolicy closing_;
     // Locked in this order where both are; the monitor's thread takes the client's lock alone.
     LockablePointer<MultiThreadedZynServiceMonitor> monitor_;
     LockablePointer<ZynServiceClient> client_;
+    std::atomic<bool> closed_{false};
+    CriticalSectionSyncPolicy closing_;
     // Whether a call of CreateMonitorOnDemand has nothing to do.
     std::atomic<bool> settled_{false};
-    std::atomic<bool> closed_{false};
-    // Of the thread that forks, which holds closing_ too.
+
+    // Guards what follows, and is held for no longer than it takes to look at it.
+    std::mutex waiting_;
+    // Tells that an attempt or a request has ended, or that the closing has begun.
+    std::condition_variable changed_;
+    bool attemptRuns_ = false;
+    unsigned int attemptsEnded_ = 0;
+    // What the last attempt threw, if it did; empty when there was no memory for the text.
+    std::optional<std::string> failure_;
+    bool requestRuns_ = false;
+
+    // Of the thread that forks.
     std::optional<Locks> forkLocks_;
 };
 

@@ -43,7 +43,7 @@ int Label(const char* name) {
     return handle;
 }
 
-ZynFilterManager& Filter() { return ZynServiceMonitorProxy::Get().FilterManager(); }
+ZynFilterManager& Filter() { return ZynServiceMonitorProxy::Get()->FilterManager(); }
 
 void Enable(const char* module, const char* label) {
     Filter().SetTraceEnabled(true);
@@ -153,7 +153,7 @@ TEST(ControlRequests, AllFailAtOnceAndSayThatNoServiceRuns) {
 
 TEST(ControlRequests, ReleaseTheClientWhenTheyFail) {
     EXPECT_EQ(ZynPause(), 1);
-    const AutoLockingPointer<ZynServiceClient> free(ZynServiceMonitorProxy::Get().Client());
+    const AutoLockingPointer<ZynServiceClient> free(ZynServiceMonitorProxy::Get()->Client());
     EXPECT_EQ(free.Get(), nullptr);
 }
 
@@ -171,7 +171,7 @@ TEST(Failures, ArePlacedInTheInterfacesHeader) {
 
 TEST(Proxy, IsTheSameForTheWholeProcessAndItsMonitorIsStartedOnce) {
     EXPECT_EQ(ZynPause(), 1);
-    EXPECT_EQ(&ZynServiceMonitorProxy::Get(), &ZynServiceMonitorProxy::Get());
+    EXPECT_EQ(ZynServiceMonitorProxy::Get(), ZynServiceMonitorProxy::Get());
     std::vector<std::string> trace = WithoutService::run->Trace();
     EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 1U);
 }

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -9,16 +8,12 @@
 #include <csignal>
 #include <filesystem>
 #include <memory>
-#include <mutex>
-#include <semaphore>
 #include <string>
-#include <thread>
 #include <vector>
 
-#include "Support/ProcessState.h"
 #include "ZynService/ZynServiceMonitor.h"
 #include "fixtures/RaisedFailure.h"
-#include "fixtures/ScriptedService.h"
+#include "fixtures/ServiceTest.h"
 #include "testing/faults/LibcFaults.h"
 
 namespace {
@@ -26,10 +21,6 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr const char* kTimeout = "Bad logic:Timeout waiting registration confirmation";
-constexpr const char* kNoThread =
-    "Failed to create worker thread [OS call failed:11(Resource temporarily unavailable)]";
 
 // A process that does nothing until it is ended.
 class IdleProcess {
@@ -200,20 +191,6 @@ TEST(WatchServiceStopUsingPID, TellsWhenTheProcessIsGone) {
     EXPECT_EQ(watch.Stopped(), 1);
 }
 
-// One service, played by the test, for monitors and proxies of the test.
-class ServiceTest : public ::testing::Test {
-  protected:
-    // Confirms at every sleep of this thread.
-    class Confirming : public SleepScript {
-      public:
-        explicit Confirming(const ScriptedService& service)
-            : SleepScript([&service](int) { service.Put(service.Confirmation()); }) {}
-    };
-
-    RunDirectory run_{true};
-    ScriptedService service_{run_};
-};
-
 class ZynServiceMonitorTest : public ServiceTest {
   protected:
     [[nodiscard]] bool HasClient() {
@@ -331,226 +308,6 @@ TEST_F(ZynServiceMonitorTest, FailedRegistrationEndsTheWorker) {
     });
     EXPECT_EQ(FailureTextOf([this] { monitor_.Worker(); }), kTimeout);
     EXPECT_EQ(silence.Calls(), 21);
-}
-
-class ZynServiceMonitorProxyTest : public ServiceTest {
-  protected:
-    [[nodiscard]] bool HasClient() {
-        return AutoLockingPointer<ZynServiceClient>(proxy_->Client()).Get() != nullptr;
-    }
-    void TearDown() override {
-        const Confirming confirming(service_);
-        proxy_.reset();
-    }
-    [[nodiscard]] std::string Start() {
-        return FailureTextOf([this] { proxy_->CreateMonitorOnDemand(); });
-    }
-
-    std::unique_ptr<ZynServiceMonitorProxy> proxy_ = std::make_unique<ZynServiceMonitorProxy>();
-};
-
-TEST_F(ZynServiceMonitorProxyTest, FirstCallConnectsBeforeItReturns) {
-    service_.Announce(std::to_string(::getpid()));
-    const Confirming confirming(service_);
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_TRUE(HasClient());
-    EXPECT_EQ(run_.Trace().front(), "ZYnServiceMonitor created");
-}
-
-TEST_F(ZynServiceMonitorProxyTest, WithoutAServiceTheMonitorRunsAllTheSame) {
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_FALSE(HasClient());
-    EXPECT_THAT(run_.Trace(),
-                Contains(::testing::MatchesRegex("Thread: Thread [0-9]+ created\\.")));
-}
-
-TEST_F(ZynServiceMonitorProxyTest, CallDuringTheFirstOneWaitsForItAndStartsNoMonitorOfItsOwn) {
-    service_.Announce(std::to_string(::getpid()));
-    std::binary_semaphore arrived{0};
-    std::string second;
-    std::thread other;
-    {
-        const SleepScript registering([&](int call) {
-            if (call == 1) {
-                // The first call holds the lock now, and the other thread is about to wait for it.
-                other = std::thread([&] {
-                    const LibcFault lock(LibcCall::kMutexLock, [&] { arrived.release(); });
-                    second = Start();
-                });
-                arrived.acquire();
-            }
-            service_.Put(service_.Confirmation());
-        });
-        EXPECT_EQ(Start(), kNoFailure);
-        other.join();
-    }
-    EXPECT_EQ(second, kNoFailure);
-    std::vector<std::string> trace = run_.Trace();
-    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 1U);
-}
-
-TEST_F(ZynServiceMonitorProxyTest, CallThatAClosingOvertakesStartsNoMonitor) {
-    service_.Announce(std::to_string(::getpid()));
-    // As another thread would, when the call has looked and is about to lock.
-    const LibcFault lock(LibcCall::kMutexLock, [this] { proxy_->Close(); });
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_TRUE(lock.Happened());
-    EXPECT_FALSE(HasClient());
-    EXPECT_THAT(run_.Trace(), IsEmpty());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, LaterCallsTakeNoLock) {
-    EXPECT_EQ(Start(), kNoFailure);
-    const LibcFault fault(LibcCall::kMutexLock, EDEADLK);
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_FALSE(fault.Happened());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, FailedRegistrationReachesTheCallerAndTheNextCallTriesAgain) {
-    service_.Announce(std::to_string(::getpid()));
-    for (int attempt = 0; attempt < 2; ++attempt) {
-        const SleepScript silence;
-        EXPECT_EQ(Start(), kTimeout);
-        EXPECT_EQ(silence.Calls(), 20);
-    }
-    EXPECT_FALSE(service_.ClientFilesExist());
-    std::vector<std::string> trace = run_.Trace();
-    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor created"), 2U);
-    EXPECT_EQ(std::erase(trace, "ZYnServiceMonitor deleted"), 2U);
-    const Confirming confirming(service_);
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_TRUE(HasClient());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedDeletesTheMonitor) {
-    {
-        const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
-        EXPECT_EQ(Start(), kNoThread);
-    }
-    EXPECT_EQ(run_.Trace().back(), "ZYnServiceMonitor deleted");
-    EXPECT_EQ(Start(), kNoFailure);
-}
-
-TEST_F(ZynServiceMonitorProxyTest, MonitorWithoutMemoryReachesTheCallerAndTheNextCallTriesAgain) {
-    {
-        const LibcFault fault(LibcCall::kNew, ENOMEM);
-        EXPECT_EQ(Start(), "Memory allocation failed:Unable to create MultiThreadedZyn");
-    }
-    EXPECT_THAT(run_.Trace(), ::testing::Not(Contains("ZYnServiceMonitor created")));
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_THAT(run_.Trace(), Contains("ZYnServiceMonitor created"));
-}
-
-TEST_F(ZynServiceMonitorProxyTest, ThreadThatCannotBeStartedLeavesNoClientBehind) {
-    service_.Announce(std::to_string(::getpid()));
-    const Confirming confirming(service_);
-    {
-        // The first thread is the client's.
-        const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN, 2);
-        EXPECT_EQ(Start(), kNoThread);
-    }
-    EXPECT_FALSE(HasClient());
-    EXPECT_EQ(service_.Sent(), service_.Unregistration());
-    EXPECT_FALSE(service_.ClientFilesExist());
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_TRUE(HasClient());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, CloseEndsTheThreadAndUnregisters) {
-    service_.Announce(std::to_string(::getpid()));
-    const Confirming confirming(service_);
-    EXPECT_EQ(Start(), kNoFailure);
-    proxy_->Close();
-    EXPECT_FALSE(HasClient());
-    EXPECT_EQ(service_.Sent(), service_.Unregistration());
-    EXPECT_FALSE(service_.ClientFilesExist());
-    std::vector<std::string> trace = run_.Trace();
-    std::erase_if(trace, [](const std::string& line) {
-        return line.find(" returns:0") == std::string::npos;
-    });
-    EXPECT_EQ(trace.size(), 2U) << "both threads have ended";
-}
-
-TEST_F(ZynServiceMonitorProxyTest, ClosedProxyStartsNoMonitorAndCanBeClosedAgain) {
-    service_.Announce(std::to_string(::getpid()));
-    const SleepScript script;
-    proxy_->Close();
-    EXPECT_EQ(Start(), kNoFailure);
-    EXPECT_FALSE(HasClient());
-    proxy_->Close();
-    EXPECT_THAT(run_.Trace(), IsEmpty());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, CloseSwallowsAFailedJoin) {
-    EXPECT_EQ(Start(), kNoFailure);
-    const LibcFault fault(LibcCall::kPthreadJoin, ESRCH);
-    proxy_->Close();
-    EXPECT_TRUE(fault.Happened());
-}
-
-TEST_F(ZynServiceMonitorProxyTest, DestructorCloses) {
-    service_.Announce(std::to_string(::getpid()));
-    const Confirming confirming(service_);
-    EXPECT_EQ(Start(), kNoFailure);
-    proxy_.reset();
-    EXPECT_EQ(service_.Sent(), service_.Unregistration());
-    EXPECT_FALSE(service_.ClientFilesExist());
-}
-
-int FreeLocks() {
-    int free = 0;
-    for (std::mutex* mutex :
-         {&processstate::umaskMutex, &processstate::systemLogMutex, &processstate::timeZoneMutex}) {
-        if (mutex->try_lock()) {
-            ++free;
-            mutex->unlock();
-        }
-    }
-    return free;
-}
-
-// For another thread, at the end of the preparations for a fork.
-int freeAmidFork = -1;
-
-void LookAmidFork() {
-    std::thread([] { freeAmidFork = FreeLocks(); }).join();
-}
-
-// The last test of this program, and the only one that asks for the process's own proxy.
-TEST_F(ZynServiceMonitorProxyTest, ProcessHasOneProxyOnceItHasTheMemory) {
-    // Handlers that prepare a fork run in the reverse order, so this one behind the proxy's.
-    ASSERT_EQ(::pthread_atfork(LookAmidFork, nullptr, nullptr), 0);
-    {
-        const LibcFault fault(LibcCall::kNew, ENOMEM);
-        EXPECT_EQ(FailureTextOf([] { ZynServiceMonitorProxy::Get(); }),
-                  "Memory allocation failed:Can not create ZynServiceMonitorProxy");
-        ZynServiceMonitorProxy::Shutdown();
-        EXPECT_THAT(run_.Trace(), ::testing::SizeIs(1)) << "the failure alone";
-    }
-    std::binary_semaphore arrived{0};
-    const ZynServiceMonitorProxy* second = nullptr;
-    std::thread other;
-    const LibcFault creation(LibcCall::kNew, [&] {
-        // This thread holds the lock, and the other one is about to wait for it.
-        other = std::thread([&] {
-            const LibcFault lock(LibcCall::kMutexLock, [&] { arrived.release(); });
-            second = &ZynServiceMonitorProxy::Get();
-        });
-        arrived.acquire();
-    });
-    const ZynServiceMonitorProxy* const first = &ZynServiceMonitorProxy::Get();
-    other.join();
-    EXPECT_EQ(first, second);
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::_exit(FreeLocks());
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(freeAmidFork, 0) << "the child would find one taken for ever";
-    EXPECT_EQ(status, 3 << 8) << "in the child they must be free";
-    EXPECT_EQ(FreeLocks(), 3);
-    ZynServiceMonitorProxy::Shutdown();
 }
 
 }  // namespace

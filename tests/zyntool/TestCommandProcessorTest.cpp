@@ -25,7 +25,7 @@ std::string StatusLine() {
 
 TEST(TestCommandProcessor, ReportsDisabledWhileTracingIsPaused) {
     const std::string line = "ZYN tracing status with module \"module\" and label \"label\" is ";
-    ZynFilterManager& filter = ZynServiceMonitorProxy::Get().FilterManager();
+    ZynFilterManager& filter = ZynServiceMonitorProxy::Get()->FilterManager();
     filter.SetTraceEnabled(true);
     filter.SetModuleStatus("module", Status::On);
     filter.SetLabelStatus("", "", "label", Status::On);

@@ -17,9 +17,9 @@
 namespace zynapi {
 
 // The process's proxy, with its monitor started. Throws what these throw.
-inline ZynServiceMonitorProxy& Connection() {
-    ZynServiceMonitorProxy& proxy = ZynServiceMonitorProxy::Get();
-    proxy.CreateMonitorOnDemand();
+inline ZynServiceMonitorProxy* Connection() {
+    ZynServiceMonitorProxy* proxy = ZynServiceMonitorProxy::Get();
+    proxy->CreateMonitorOnDemand();
     return proxy;
 }
 
@@ -36,6 +36,10 @@ inline ZynServiceMonitorProxy& Connection() {
 // Runs call and returns its result, or onFailure when it throws.
 template <typename Call>
 inline int Guarded(int onFailure, Call call) noexcept {
+    // This thread holds the locks that the call would wait for, that of the system log included.
+    if (ZynServiceMonitorProxy::IsForking()) [[unlikely]] {
+        return onFailure;
+    }
     try {
         return call();
     } catch (...) {
@@ -46,37 +50,41 @@ inline int Guarded(int onFailure, Call call) noexcept {
 }
 
 inline int GetModuleHandle(const char* name, int* module) {
-    ZynServiceMonitorProxy& proxy = Connection();
+    ZynServiceMonitorProxy* proxy = Connection();
     ZYN_CHECK_PARAMETER(IS_READABLE_STRING(name, 1), "'Name' is not a valid pointer");
     ZYN_CHECK_PARAMETER(IS_WRITABLE(module, sizeof *module), "'Module' is not a valid pointer");
-    *module = static_cast<int>(proxy.FilterManager().GetModuleKey(name));
+    *module = static_cast<int>(proxy->FilterManager().GetModuleKey(name));
     return 0;
 }
 
 inline int GetLabelHandle(const char* name, int* label) {
-    ZynServiceMonitorProxy& proxy = Connection();
+    ZynServiceMonitorProxy* proxy = Connection();
     ZYN_CHECK_PARAMETER(IS_READABLE_STRING(name, 1), "'Name' is not a valid pointer");
     ZYN_CHECK_PARAMETER(IS_WRITABLE(label, sizeof *label), "'Label' is not a valid pointer");
-    *label = static_cast<int>(proxy.FilterManager().GetLabelKey(name));
+    *label = static_cast<int>(proxy->FilterManager().GetLabelKey(name));
     return 0;
 }
 
 inline int RegisterClient(int module, unsigned int client, const char* name) {
-    ZynServiceMonitorProxy& proxy = Connection();
+    ZynServiceMonitorProxy* proxy = Connection();
     ZYN_CHECK_PARAMETER(IS_READABLE_STRING(name, 1), "'Name' is not a valid pointer");
-    proxy.FilterManager().RegisterClient(module, client, name);
+    proxy->FilterManager().RegisterClient(module, client, name);
     return 0;
 }
 
 inline int TraceEnabled(int module, unsigned int client, int label) {
-    return Connection().FilterManager().IsEnabled(module, client, label) ? 1 : 0;
+    return Connection()->FilterManager().IsEnabled(module, client, label) ? 1 : 0;
 }
 
 inline int RequestChange(ConfigurationChange change) {
     const CancellationOff whole;
-    ZynServiceMonitorProxy& proxy = Connection();
-    AutoLockingPointer<ZynServiceClient> client(proxy.Client());
-    ZYN_CHECK_LOGIC(client.Get() != nullptr, "ZYN Dispatching service is not running.");
+    ZynServiceMonitorProxy* proxy = Connection();
+    const ZynServiceMonitorProxy::Turn turn(*proxy);
+    ZYN_CHECK_LOGIC(turn.Granted(), "ZYN Dispatching service is not running.");
+    AutoLockingPointer<ZynServiceClient> client(proxy->Client());
+    // Closed meanwhile: the thread that closes waits for this lock.
+    const bool connected = client.Get() != nullptr && !proxy->Closed();
+    ZYN_CHECK_LOGIC(connected, "ZYN Dispatching service is not running.");
     *client << MessageRuntimeConfigurationChange{
         .header = {.processId = client->ProcessId(),
                    .type = MessageType::kRuntimeConfigurationChange},
