@@ -1,6 +1,6 @@
-// The message protocol with the tracing service: the two channels, the framing of a message, and
-// the part of a client that registers, sends and receives. Built on by the service client.
-// doc/message-protocol.md has the bytes.
+// The message protocol with the tracing service: the two channels, the framing of a message (as a
+// packet of a log), and the part of a client that registers, sends and receives. Built on by the
+// service client. doc/message-protocol.md has the bytes.
 #ifndef ZYN_TRACESERVICE_TRACESERVICE_H
 #define ZYN_TRACESERVICE_TRACESERVICE_H
 
@@ -20,23 +20,12 @@
 #include "Support/SharedMemory.h"
 #include "Support/Sleep.h"
 #include "Support/ValidationException.h"
+#include "TraceData/PacketLayout.h"
 #include "TraceService/MessageRecords.h"
 #include "TraceService/MessageRing.h"
 
-// A frame is a header byte (data kind in the low four bits, an id follows when bit 5 is set), the
-// payload's length where the kind does not imply it, and the payload.
-namespace messageframe {
-
-constexpr std::uint8_t kKindMask = 0x0F;
-constexpr std::uint8_t kHasId = 0x20;
-constexpr std::uint8_t kMessageKind = 10;
-constexpr std::uint8_t kFirstKindWithLength = 8;
-// By kind, for those below kFirstKindWithLength.
-constexpr std::array<std::uint8_t, kFirstKindWithLength> kImpliedLengths{0, 1, 1, 2, 4, 8, 0, 0};
 // The largest message a client takes.
-constexpr std::size_t kMessageBufferBytes = 1024;
-
-}  // namespace messageframe
+inline constexpr std::size_t kMessageBufferBytes = 1024;
 
 // The channel from all clients to the service. Lives only for the sending of one message.
 class ServerMessageSendingStream {
@@ -121,9 +110,8 @@ class InternalMessageHandler {
 template <MessageSendingStream Sender, typename Record>
 void SendRecord(const Record& record) {
     Sender sender;
-    SmartBufferOutputStream<messageframe::kMessageBufferBytes> frame;
-    // The message kind has bit 3 set, so the header byte itself announces the length.
-    frame.Write(messageframe::kMessageKind);
+    SmartBufferOutputStream<kMessageBufferBytes> frame;
+    frame.Write(kPlainBinary);
     frame.Write(static_cast<std::uint32_t>(sizeof record));
     std::array<char, sizeof record> bytes;
     std::memcpy(bytes.data(), &record, sizeof record);
@@ -136,33 +124,21 @@ void SendRecord(const Record& record) {
 // data to be read", after consuming what was read so far, and whatever the handler throws.
 template <ServiceMessageHandler Handler>
 void ReceiveFrame(MessageRing& ring, Handler& handler) {
-    using namespace messageframe;
     if (!ring.HoldsBytes()) {
         return;
     }
     MessageRing::Reader reader(ring);
-    const auto readWord = [&reader]<typename Word>(Word word) {
-        std::array<char, sizeof(Word)> bytes;
-        reader.Read(bytes.data(), sizeof word);
-        std::memcpy(&word, bytes.data(), sizeof word);
-        return word;
-    };
-    const auto header = readWord(std::uint8_t{});
-    if ((header & kHasId) != 0) {
-        reader.Skip(sizeof(std::uint16_t));
-    }
-    const auto kind = static_cast<std::uint8_t>(header & kKindMask);
-    const std::uint32_t length =
-        kind < kFirstKindWithLength ? kImpliedLengths[kind] : readWord(std::uint32_t{});
-    if (kind != kMessageKind) {
-        reader.Skip(length);
+    const PacketHead head = ReadPacketHead(
+        [&reader](char* destination, std::uint32_t count) { reader.Read(destination, count); });
+    if (head.Type() != PacketType::kBinary) {
+        reader.Skip(head.length);
         return;
     }
     alignas(MessageHeader) std::array<unsigned char, kMessageBufferBytes> message;
-    ZYN_CHECK_LOGIC(length <= message.size(), "Insufficent data to be read");
-    reader.Read(reinterpret_cast<char*>(message.data()), length);
+    ZYN_CHECK_LOGIC(head.length <= message.size(), "Insufficent data to be read");
+    reader.Read(reinterpret_cast<char*>(message.data()), head.length);
     const auto* record = reinterpret_cast<const MessageHeader*>(message.data());
-    if (length >= sizeof(MessageHeader) && length >= BytesRead(record->type)) {
+    if (head.length >= sizeof(MessageHeader) && head.length >= BytesRead(record->type)) {
         handler.Handle(record);
     }
 }
@@ -199,7 +175,7 @@ class ServiceClient {
     }
 
     // Reads at most one frame of the receiving ring and hands a message to handler. What goes wrong
-    // is told to the diagnostic log only.
+    // is written to the diagnostic log only.
     template <ServiceMessageHandler Handler>
     void ProcessMessage(Handler& handler) {
         try {
