@@ -96,6 +96,7 @@ class Scenario:
         self.input = stdin
         self.environment = environment
         self.sleep_us = sleep_us
+        self.program = "zyntool"
 
     def __enter__(self):
         self.world = World()
@@ -121,7 +122,7 @@ class Scenario:
             options["stdin"] = open(self.world.root / "input", "rb")
         try:
             return self.world.run(self.arguments, fault, sleep_us,
-                                  environment=self.environment, **options)
+                                  environment=self.environment, program=self.program, **options)
         finally:
             if options:
                 options["stdin"].close()
@@ -242,6 +243,34 @@ class Export(Scenario):
             raise Problem(f"{self.name}: an input file has changed")
 
 
+class Verify(Scenario):
+    """zynlog-verify: status 0 with the report of an undisturbed run, or 2 with a word of why, and
+    nothing touched. It promises no records that it could not read."""
+
+    def __init__(self, name, arguments):
+        super().__init__(name, arguments)
+        self.program = "zynlog-verify"
+
+    def prepare(self):
+        self.world.generate_log(*SPANNING)
+        self.inputs = contents(self.world.log)
+
+    def check(self, fault, result):
+        if result.timed_out or result.status not in (0, 2):
+            raise Problem("hangs" if result.timed_out else f"status {result.status}")
+        if result.status == 0 and (result.out, result.err) != (self.expected_out, b""):
+            raise Problem(f"success, but says {result.out!r} {result.err!r}")
+        # A stream whose write fails once says nothing more.
+        if result.status == 2 and fault.call not in ("fwrite", "write") and not self.says_why(result):
+            raise Problem(f"status 2 without a word: {result.out!r} {result.err!r}")
+        if contents(self.world.log) != self.inputs or contents(self.world.out):
+            raise Problem("a file has changed")
+
+    def says_why(self, result):
+        said = result.err.startswith(b"zynlog-verify: ") and result.err.endswith(b"\n")
+        return said or b"could not be read\n" in result.out or b'"unreadable":true' in result.out
+
+
 class Clean(Scenario):
     def prepare(self):
         self.world.generate_log("--records", "9", "--files", "3")
@@ -337,6 +366,8 @@ def scenarios():
         Export("export-source", ["-s", "../log/zynlog-0001.txt", "-silent"], SMALL),
         Export("export-progress", ["-d", "../log", "-f", "all.txt"], SPANNING),
         Export("export-configured", ["-f", "all.txt", "-silent"], SMALL, configured=True),
+        Verify("verify", ["../log"]),
+        Verify("verify-json", ["-j", "-b", "--live", "../log"]),
         Clean("clean-forced", ["clean", "-f"]),
         Clean("clean-asked", ["clean"], stdin=b"maybe\ny\n"),
         Control("pause", ["pause"]),

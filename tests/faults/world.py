@@ -123,13 +123,13 @@ class World:
             variables["ZYN_FAULT_SLEEP"] = str(sleep_us)
         return variables | more
 
-    def start(self, arguments, fault=None, sleep_us=None, environment=None, **options):
-        """The tool as a process; the caller collects it."""
+    def start(self, arguments, fault=None, sleep_us=None, environment=None, program="zyntool", **options):
+        """The tool, or another program of its build, as a process; the caller collects it."""
         options.setdefault("stdin", subprocess.DEVNULL)
         options.setdefault("stdout", subprocess.PIPE)
         options.setdefault("stderr", subprocess.PIPE)
         options.setdefault("cwd", self.out)
-        return subprocess.Popen([self.tool_build.tool, *arguments], **options,
+        return subprocess.Popen([self.tool_build.bin / program, *arguments], **options,
                                 env=self.environment(fault, sleep_us, **(environment or {})))
 
     def run(self, arguments, fault=None, sleep_us=None, **options):
