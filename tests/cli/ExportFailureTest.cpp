@@ -245,6 +245,19 @@ TEST_F(ExportFailureTest, StandardOutputAsDestinationHasTheText) {
     EXPECT_EQ(result.status, 0);
 }
 
+TEST_F(ExportFailureTest, StandardOutputThatIsAFileIsStartedAnew) {
+    Write("zynlog-1.txt", Log("one"));
+    WriteFile(directory_ / "out", std::string(5000, 'o'));
+    ProgramRun run =
+        Run({"-c", "exec \"$0\" export -d logs -f /dev/stdout -silent >>out", ZYN_TOOL});
+    run.program = "/bin/sh";
+    EXPECT_EQ(Finish(run).status, 0);
+    EXPECT_EQ(Content("out"), kColumns + Line("one"));
+    run.arguments[1] = "\"$0\" export -d logs -f /dev/stdout -silent | /bin/cat >>out";
+    EXPECT_EQ(Finish(run).status, 0);
+    EXPECT_EQ(Content("out"), kColumns + Line("one") + kColumns + Line("one"));
+}
+
 TEST_F(ExportFailureTest, PipeThatNobodyReadsIsAnErrorAndNoSignal) {
     Write("zynlog-1.txt", Log("one"));
     ProgramRun run = Run({"export", "-d", logs_, "-f", "/dev/fd/1", "-silent"});

@@ -6,6 +6,7 @@ import re
 import signal
 import subprocess
 import unittest
+from pathlib import Path
 
 from world import BANNER, BIN, PATIENCE_SECONDS, World
 
@@ -46,6 +47,26 @@ class ToolsAtOnceTest(unittest.TestCase):
 
     def test_thirty_two(self):
         self.run_at_once(32)
+
+
+class ToolsInTurnTest(unittest.TestCase):
+    """What the manual page recommends where several commands may come at once."""
+
+    def test_all_succeed_with_the_lock_of_the_manual_page(self):
+        page = (Path(os.environ["ZYN_SOURCE"]) / "man" / "zyntool.1").read_text()
+        recipes = re.findall(r"^flock .*$", page, re.MULTILINE)
+        self.assertEqual(len(recipes), 1)
+        with World() as world:
+            world.start_service(watched=False)
+            variables = world.environment() | {"PATH": f"{BIN}:/usr/bin:/bin"}
+            tools = [subprocess.Popen(["/bin/sh", "-c", recipes[0]], env=variables, cwd=world.out,
+                                      stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
+                                      stderr=subprocess.PIPE) for _ in range(12)]
+            for tool in tools:
+                result = world.finish(tool)
+                self.assertEqual((result.status, result.out, result.err), (0, SUCCESS, BANNER))
+            self.assertEqual(world.left_behind(), [])
+            self.assertEqual(os.listdir(world.out), [])
 
 
 class DiagnosticLogTest(unittest.TestCase):
