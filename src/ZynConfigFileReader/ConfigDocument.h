@@ -1,6 +1,7 @@
 // Loads an XML file into a TinyXML document without trusting it. TinyXML recurses once per nesting
 // level, reads a directory as if it were a file, and steps past the end of text whose last
-// character is cut short, so the text is examined before TinyXML sees it.
+// character is cut short, so the text is examined before TinyXML sees it. What it then makes of the
+// text is what its own loading of the file would, but for the limits and the case named below.
 #ifndef ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
 #define ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
 
@@ -8,7 +9,6 @@
 
 #include <cstddef>
 #include <string>
-#include <string_view>
 
 class ConfigDocument {
   public:
@@ -30,15 +30,15 @@ class ConfigDocument {
     // The document's first element of that name, null when there is none.
     [[nodiscard]] TiXmlElement* Root(const char* name) { return document_.FirstChildElement(name); }
 
-    // Whether the text may be given to TinyXML. A null result means yes; otherwise it is the
-    // description of what stands against it.
-    static const char* Examine(std::string_view text);
-    // The deepest nesting TinyXML reaches in this text; at least that where the text is malformed.
-    static std::size_t NestingDepth(std::string_view text);
+    // Whether the text was read byte by byte although it is declared to be UTF-8, because TinyXML
+    // would have taken the end of a value, of a piece of text or of the whole for a part of a
+    // character. References to characters beyond ASCII are read as single bytes then.
+    [[nodiscard]] bool ReadByteByByte() const noexcept { return readByteByByte_; }
 
   private:
     TiXmlDocument document_;
     std::string description_;
+    bool readByteByByte_ = false;
 };
 
 #endif
