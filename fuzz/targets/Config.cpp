@@ -10,6 +10,7 @@
 
 #include "TraceFiltering/ZynClientConfigProcessor.h"
 #include "TraceFiltering/ZynFilterManager.h"
+#include "ZynConfigFileReader/ConfigDocument.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
 #include "model/ConfigModel.h"
 #include "targets/Support.h"
@@ -44,17 +45,17 @@ class Listener final : public BaseConfigProcessor {
     }
     void SetServerName(const std::string& host) override { Note("server name " + host); }
 
-    void StoreTraceEnabled(bool enabled) { Note("trace" + Switched(enabled)); }
-    void StoreModule(const std::string& module, bool enabled) {
+    void StoreTraceEnabled(bool enabled) override { Note("trace" + Switched(enabled)); }
+    void StoreModule(const std::string& module, bool enabled) override {
         Name(modules_, module);
         Note("module " + module + Switched(enabled));
     }
-    void StoreClient(const std::string& module, const std::string& client, bool enabled) {
+    void StoreClient(const std::string& module, const std::string& client, bool enabled) override {
         Name(clients_, client);
         Note("client " + module + "/" + client + Switched(enabled));
     }
     void StoreLabel(const std::string& module, const std::string& client, const std::string& label,
-                    bool enabled) {
+                    bool enabled) override {
         Name(labels_, label);
         Note("label " + module + "/" + client + "/" + label + Switched(enabled));
     }
@@ -119,6 +120,8 @@ void CompareSettings(ZynFilterManager& manager, const ModelReading& model) {
                  "another network mode");
     RequireEqual(manager.LogFormat(), last("format ", "text"), "another log format");
 }
+
+static_assert(FilterKeeper<Listener>);
 
 struct Result {
     std::string logPath;

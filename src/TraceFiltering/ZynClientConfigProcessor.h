@@ -5,6 +5,7 @@
 #include <string>
 
 #include "TraceFiltering/TraceFilterRules.h"
+#include "TraceFiltering/ZynFilterManager.h"
 #include "ZynConfigFileReader/ConfigProcessors.h"
 
 // The manager outlives the processor. Throws what the manager throws.
@@ -25,17 +26,16 @@ class ZynClientConfigProcessor final : public BaseConfigProcessor {
     void SetClientPortNumber(unsigned int /*port*/) override {}
     void SetServerName(const std::string& /*host*/) override {}
 
-    // What the reader stores besides the settings: each call is one change under the manager's
-    // locks.
-    void StoreTraceEnabled(bool enabled) { manager_->SetTraceEnabled(enabled); }
-    void StoreModule(const std::string& module, bool enabled) {
+    // Each call is one change under the manager's locks.
+    void StoreTraceEnabled(bool enabled) override { manager_->SetTraceEnabled(enabled); }
+    void StoreModule(const std::string& module, bool enabled) override {
         manager_->SetModuleStatus(module, StatusOf(enabled));
     }
-    void StoreClient(const std::string& module, const std::string& client, bool enabled) {
+    void StoreClient(const std::string& module, const std::string& client, bool enabled) override {
         manager_->SetClientStatus(module, client, StatusOf(enabled));
     }
     void StoreLabel(const std::string& module, const std::string& client, const std::string& label,
-                    bool enabled) {
+                    bool enabled) override {
         manager_->SetLabelStatus(module, client, label, StatusOf(enabled));
     }
 
@@ -46,5 +46,6 @@ class ZynClientConfigProcessor final : public BaseConfigProcessor {
 
     FilterManager* manager_;
 };
+static_assert(FilterKeeper<ZynClientConfigProcessor<ZynFilterManager>>);
 
 #endif

@@ -20,16 +20,19 @@ namespace {
 // Learns how far the reader gets.
 class SettingsKeeper final : public BaseConfigProcessor {
   public:
-    void KeepDestination(const std::string& directory) { logPath_ = directory; }
+    void KeepDestination(const std::string& directory) override { logPath_ = directory; }
     // The last of the log file's settings.
     void SetLogFormat(const std::string& format) override { logFormat_ = format; }
-    void StoreTraceEnabled(bool enabled) { trace_ = enabled; }
-    void StoreModule(const std::string& /*name*/, bool enabled) { modules_ += enabled ? 1 : 0; }
-    void StoreClient(const std::string& /*module*/, const std::string& /*name*/, bool enabled) {
+    void StoreTraceEnabled(bool enabled) override { trace_ = enabled; }
+    void StoreModule(const std::string& /*name*/, bool enabled) override {
+        modules_ += enabled ? 1 : 0;
+    }
+    void StoreClient(const std::string& /*module*/, const std::string& /*name*/,
+                     bool enabled) override {
         clients_ += enabled ? 1 : 0;
     }
     void StoreLabel(const std::string& /*module*/, const std::string& /*client*/,
-                    const std::string& /*name*/, bool enabled) {
+                    const std::string& /*name*/, bool enabled) override {
         labels_ += enabled ? 1 : 0;
     }
 
@@ -51,6 +54,7 @@ class SettingsKeeper final : public BaseConfigProcessor {
     unsigned int clients_ = 0;
     unsigned int labels_ = 0;
 };
+static_assert(DestinationKeeper<SettingsKeeper> && FilterKeeper<SettingsKeeper>);
 
 constexpr const char* kHowToSet =
     "; set KORVA_VANTOREL_CFG to the directory that holds it, /usr/vantorel/cfg beside the "

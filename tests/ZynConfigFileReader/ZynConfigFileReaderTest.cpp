@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <syslog.h>
+#include <tinyxml.h>
 #include <unistd.h>
 
 #include <exception>
@@ -11,6 +12,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Support/ValidationException.h"
 #include "ZynConfigFileReader/ConfigProcessors.h"
 #include "ZynConfigFileReader/ZynConfigFileReader.h"
 #include "fixtures/DiagnosticTrace.h"
@@ -27,6 +29,7 @@ using Lines = std::vector<std::string>;
 class Recorder final : public BaseConfigProcessor {
   public:
     void SetDestination(const std::string& directory) override { Note("destination", directory); }
+    void KeepDestination(const std::string& directory) override { destination = directory; }
     void SetDuplicateToDebugConsole(bool duplicate) override { Note("duplicate", Text(duplicate)); }
     void SetLogFormat(const std::string& format) override { Note("format", format); }
     void SetStatusTrace(bool enabled) override { Note("statustrace", Text(enabled)); }
@@ -38,19 +41,20 @@ class Recorder final : public BaseConfigProcessor {
     void SetClientPortNumber(unsigned int port) override { Note("cport", std::to_string(port)); }
     void SetServerName(const std::string& host) override { Note("host", host); }
 
-    void StoreTraceEnabled(bool enabled) { Note("trace", Text(enabled)); }
-    void StoreModule(const std::string& module, bool enabled) {
+    void StoreTraceEnabled(bool enabled) override { Note("trace", Text(enabled)); }
+    void StoreModule(const std::string& module, bool enabled) override {
         Note("module", module + "=" + Text(enabled));
     }
-    void StoreClient(const std::string& module, const std::string& client, bool enabled) {
+    void StoreClient(const std::string& module, const std::string& client, bool enabled) override {
         Note("client", module + "/" + client + "=" + Text(enabled));
     }
     void StoreLabel(const std::string& module, const std::string& client, const std::string& label,
-                    bool enabled) {
+                    bool enabled) override {
         Note("label", module + "/" + client + "/" + label + "=" + Text(enabled));
     }
 
     std::vector<std::string> calls;
+    std::string destination;
 
   private:
     static std::string Text(bool value) { return value ? "1" : "0"; }
@@ -58,6 +62,23 @@ class Recorder final : public BaseConfigProcessor {
         calls.push_back(what + " " + value);
     }
 };
+
+static_assert(DestinationKeeper<Recorder>);
+static_assert(FilterKeeper<Recorder>);
+
+// One whose functions are nearly those of the base.
+class Misspelt final : public BaseConfigProcessor {
+  public:
+    void KeepDestinations(const std::string& /*directory*/) {}
+    void StoreTraceEnabled(bool /*enabled*/) override {}
+    void StoreModule(const std::string& /*module*/, bool /*enabled*/) override {}
+    void StoreClients(const std::string& /*module*/, const std::string& /*client*/,
+                      bool /*enabled*/) {}
+    void StoreLabel(const std::string& /*module*/, const std::string& /*client*/,
+                    const std::string& /*label*/, bool /*enabled*/) override {}
+};
+static_assert(!DestinationKeeper<Misspelt>);
+static_assert(!FilterKeeper<Misspelt>);
 
 // The steps by themselves, for what a document cannot bring about.
 class Steps : public ZynConfigFileReader<Recorder> {
@@ -132,6 +153,7 @@ TEST_F(ConfigFileReader, EverySettingReachesTheProcessorInOrder) {
     EXPECT_EQ(TextOf(reader_.Failure()), "none");
     EXPECT_TRUE(reader_.Loaded());
     EXPECT_EQ(reader_.LogPath(), "/var/log");
+    EXPECT_EQ(recorder_.destination, "/var/log");
 }
 
 TEST_F(ConfigFileReader, OptionalAttributesHaveDefaults) {
@@ -203,6 +225,7 @@ TEST_F(ConfigFileReader, LogfileWithoutSizeKeepsItsPathAndTheRestIsApplied) {
                         "<Module name='m' state='1'/>"),
                 (Lines{"statustrace 1", "label //l=1", "module m=1"}));
     EXPECT_EQ(reader_.LogPath(), "/kept");
+    EXPECT_EQ(recorder_.destination, "/kept");
     EXPECT_THAT(run.OwnTrace(), (Lines{"Error while GetLogFileInfo", "Status tracing is enabled"}));
 }
 
@@ -296,7 +319,7 @@ TEST_F(ConfigFileReader, ClientStepWithoutLabelElementName) {
         FAIL() << "accepted";
     } catch (const ExtendedException<std::logic_error>& failure) {
         EXPECT_STREQ(failure.what(), "Bad parameter:Error: Invalid lable type");
-        EXPECT_EQ(failure.file, "src/ZynConfigFileReader/ZynConfigFileReader.h");
+        EXPECT_EQ(failure.file, "src/ZynConfigFileReader/ConfigFileWalk.cpp");
     }
     EXPECT_THAT(recorder_.calls, (Lines{"client /c=1"}));
 }
