@@ -474,6 +474,24 @@ TEST_F(LogVerifierTest, OnlyTheNewestFileIsBeingWritten) {
     EXPECT_FALSE(VerifyLog(logs.at(1), heard_).damaged);
 }
 
+TEST_F(LogVerifierTest, AFileBeforeANewestOneThatIsLeftOutIsNotBeingWritten) {
+    const std::string whole = LogWriter().Block(Block(1, 3)).File();
+    WriteFile(directory_ / "zynlog-1.txt", whole.substr(0, whole.size() - 1));
+    WriteFile(directory_ / "zynlog-2.txt", "x" + whole);
+    const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
+    VerifyLog(logs.at(0), heard_);
+    ASSERT_EQ(heard_.findings.size(), 2U);
+    EXPECT_EQ(heard_.findings[1].kind, FindingKind::kBlockCut);
+}
+
+TEST_F(LogVerifierTest, ASmallFileBeforeTheNewestIsDamageOfALiveLogToo) {
+    WriteFile(directory_ / "zynlog-1.txt", "-----");
+    WriteFile(directory_ / "zynlog-2.txt", LogWriter().Block(Block(1, 3)).File());
+    const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
+    EXPECT_TRUE(VerifyLog(logs.at(0), heard_).damaged);
+    EXPECT_EQ(Only().kind, FindingKind::kSmallFile);
+}
+
 TEST_F(LogVerifierTest, ANewestFileOfWhichNotEvenTheHeaderIsThereIsBeingWritten) {
     WriteFile(directory_ / "zynlog-1.txt", LogWriter().Block(Block(1, 3)).File());
     WriteFile(directory_ / "zynlog-2.txt", "-----");
