@@ -35,24 +35,25 @@ std::string RecordPackets() {
     return bytes;
 }
 
-void DecodePlainRecord(benchmark::State& state) {
-    const std::string bytes = RecordPackets();
-    const auto length = static_cast<std::uint32_t>(bytes.size() - kReadSlack);
-    for (auto _ : state) {
-        RecordValues values;
-        benchmark::DoNotOptimize(ReadUsualRecord(bytes.data(), length, values));
-        benchmark::DoNotOptimize(values);
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(DecodePlainRecord);
-
-void DecodePacketByPacket(benchmark::State& state) {
+void DecodeKnownShape(benchmark::State& state) {
     const std::string bytes = RecordPackets();
     const auto length = static_cast<std::uint32_t>(bytes.size() - kReadSlack);
     RecordDecoder decoder;
     for (auto _ : state) {
         benchmark::DoNotOptimize(&decoder.Decode(bytes.data(), length));
+        benchmark::ClobberMemory();
+    }
+    state.SetItemsProcessed(state.iterations());
+}
+BENCHMARK(DecodeKnownShape);
+
+void DecodePacketByPacket(benchmark::State& state) {
+    const std::string bytes = RecordPackets();
+    const auto length = static_cast<std::uint32_t>(bytes.size() - kReadSlack);
+    DecodedRecord record;
+    for (auto _ : state) {
+        DecodePackets(bytes.data(), length, record);
+        benchmark::DoNotOptimize(record);
     }
     state.SetItemsProcessed(state.iterations());
 }
@@ -92,30 +93,21 @@ class RenderedValues {
     std::uint32_t count_ = 0;
 };
 
-void RenderPlainRecord(benchmark::State& state) {
-    RenderedValues values;
-    TextFile file("/dev/null", {});
-    LegacyZynRecord record(" ");
-    for (auto _ : state) {
-        record.Write(values.Next(), file);
-    }
-    state.SetItemsProcessed(state.iterations());
-}
-BENCHMARK(RenderPlainRecord);
-
-void RenderDecodedRecord(benchmark::State& state) {
+// Arguments: whether the record's values are all there is to show of it.
+void RenderRecord(benchmark::State& state) {
     RenderedValues values;
     TextFile file("/dev/null", {});
     LegacyZynRecord writer(" ");
     DecodedRecord record;
     record.parts = DecodedRecord::kTime;
+    record.isPlain = state.range(0) != 0;
     for (auto _ : state) {
         record.values = values.Next();
         writer.Write(record, file);
     }
     state.SetItemsProcessed(state.iterations());
 }
-BENCHMARK(RenderDecodedRecord);
+BENCHMARK(RenderRecord)->ArgName("plain")->Arg(1)->Arg(0);
 
 struct RecordSink {
     void ProcessRecord(const TraceRecordReader& record) {

@@ -49,7 +49,7 @@ void LegacyZynRecord::SetCurrentTime(RecordValues& values) const {
     values.milliseconds = static_cast<std::uint16_t>(now % 1000);
 }
 
-void LegacyZynRecord::Write(const DecodedRecord& record, TextFile& file) {
+void LegacyZynRecord::WriteLong(const DecodedRecord& record, TextFile& file) {
     RecordValues values = record.values;
     if (record.isComposed) {
         message_.Clear();
@@ -70,9 +70,4 @@ void LegacyZynRecord::Write(const DecodedRecord& record, TextFile& file) {
     } else {
         line_.WriteWithoutTime(values, file);
     }
-}
-
-void LegacyZynRecord::WriteLong(RecordValues values, TextFile& file) {
-    values.message = Shown(values.message);
-    line_.Write(values, file);
 }

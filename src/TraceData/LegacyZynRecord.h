@@ -7,7 +7,7 @@
 #include <string_view>
 
 #include "MemoryStream/MemoryStream.h"
-#include "TraceData/RecordDecoder.h"
+#include "TraceData/DecodedRecord.h"
 #include "TraceData/RecordLine.h"
 #include "TraceData/RecordValues.h"
 #include "TraceData/TextFile.h"
@@ -40,19 +40,14 @@ class LegacyZynRecord {
     // line that ends in one is shown, the next one under it in the message column. Kept as is: what
     // follows the last line feed is lost; services end multi-line texts with one. Throws
     // CheckOSCall "Can not write file".
-    void Write(const DecodedRecord& record, TextFile& file);
-
-    // The same for a record whose values, with a time and at most one message text, are all there
-    // is.
-    void Write(const RecordValues& values, TextFile& file) {
-        if (!line_.WriteShort(values, file)) [[unlikely]] {
-            // As a copy, so that the values need no place in memory on the fast path.
-            WriteLong(RecordValues(values), file);
+    void Write(const DecodedRecord& record, TextFile& file) {
+        if (!record.isPlain || !line_.WriteShort(record.values, file)) [[unlikely]] {
+            WriteLong(record, file);
         }
     }
 
   private:
-    void WriteLong(RecordValues values, TextFile& file);
+    void WriteLong(const DecodedRecord& record, TextFile& file);
     std::string_view Shown(std::string_view message) noexcept;
     void AddToMessage(std::string_view text) noexcept;
     void AddLines(std::string_view text) noexcept;

@@ -56,11 +56,15 @@ class ReOrderer {
             friend bool operator<(const Key& a, const Key& b) noexcept { return a.order < b.order; }
         };
         std::array<Record, Limit> records_;
+        std::array<Record, Limit> sorted_;
         std::array<Key, Limit> keys_;
     };
 
     ReOrderer(Storage& storage, Helper& helper) noexcept
-        : records_(storage.records_), keys_(storage.keys_), helper_(helper) {}
+        : records_(storage.records_),
+          sorted_(storage.sorted_),
+          keys_(storage.keys_),
+          helper_(helper) {}
 
     // Takes a record, after emitting the front when Limit records are held.
     void Push(const Record& record) {
@@ -84,15 +88,15 @@ class ReOrderer {
     template <typename Next>
     void Fill(Next&& next) {
         std::uint32_t last = 0;
-        bool rising = true;
+        std::uint32_t falls = 0;
         std::uint32_t count = 0;
         while (count < Limit && next(records_[count])) {
             const std::uint32_t number = records_[count].sequenceNumber;
-            rising = rising && number >= last;
+            falls += number < last ? 1 : 0;
             last = number;
             ++count;
         }
-        state_ = rising ? State::kQueue : State::kBag;
+        state_ = falls == 0 ? State::kQueue : State::kBag;
         held_ = count;
         last_ = last;
     }
@@ -100,7 +104,7 @@ class ReOrderer {
     // Emits and removes the record with the smallest sequence number. At least one is held.
     void ProcessFront() {
         if (state_ == State::kQueue) {
-            helper_.ProcessRecord(records_[front_]);
+            Emit(&records_[front_], 1);
             front_ = RingSlot(1);
             --held_;
             return;
@@ -110,7 +114,7 @@ class ReOrderer {
             std::make_heap(keys_.begin(), KeysEnd(), std::greater<>());
             state_ = State::kHeap;
         }
-        helper_.ProcessRecord(records_[keys_.front().slot]);
+        Emit(&records_[keys_.front().slot], 1);
         std::pop_heap(keys_.begin(), KeysEnd(), std::greater<>());
         --held_;
     }
@@ -120,13 +124,11 @@ class ReOrderer {
     // Emits all records held, in order.
     void Drain() {
         if (state_ == State::kQueue) {
-            for (std::uint32_t i = 0; i < held_; ++i) {
-                helper_.ProcessRecord(records_[RingSlot(i)]);
-            }
-        } else if (state_ == State::kBag) {
-            DrainBag();
+            ForEachHeld(
+                [this](const Record* records, std::uint32_t count) { Emit(records, count); });
         } else {
-            DrainKeys();
+            Sort();
+            Emit(sorted_.data(), held_);
         }
         held_ = 0;
     }
@@ -153,53 +155,68 @@ class ReOrderer {
         arrivals_ = held_;
     }
 
-    void DrainBag() {
-        std::uint32_t lowest = UINT32_MAX;
-        std::uint32_t highest = 0;
-        for (std::uint32_t i = 0; i < held_; ++i) {
-            lowest = std::min(lowest, records_[RingSlot(i)].sequenceNumber);
-            highest = std::max(highest, records_[RingSlot(i)].sequenceNumber);
-        }
-        if (highest - lowest < kCountable) {
-            DrainCounted(lowest, highest);
-        } else {
-            CollectKeys();
-            DrainKeys();
+    // The one place where records leave, so that what the helper does with one is compiled into the
+    // loop.
+    [[gnu::noinline]] void Emit(const Record* records, std::uint32_t count) {
+        for (const Record* const end = records + count; records != end; ++records) {
+            helper_.ProcessRecord(*records);
         }
     }
 
-    void DrainKeys() {
+    // Calls action(first record, count) for each of the two pieces that the ring may be in.
+    template <typename Action>
+    void ForEachHeld(Action&& action) {
+        const std::uint32_t first = std::min(held_, Limit - front_);
+        action(records_.data() + front_, first);
+        action(records_.data(), held_ - first);
+    }
+
+    // Puts all records held into sorted_.
+    void Sort() {
+        if (state_ == State::kBag) {
+            std::uint32_t lowest = UINT32_MAX;
+            std::uint32_t highest = 0;
+            ForEachHeld([&](const Record* records, std::uint32_t count) {
+                for (const Record* const end = records + count; records != end; ++records) {
+                    lowest = std::min(lowest, records->sequenceNumber);
+                    highest = std::max(highest, records->sequenceNumber);
+                }
+            });
+            if (highest - lowest < kCountable) {
+                SortByCounting(lowest, highest);
+                return;
+            }
+            CollectKeys();
+        }
         std::sort(keys_.begin(), KeysEnd());
         for (std::uint32_t i = 0; i < held_; ++i) {
-            helper_.ProcessRecord(records_[keys_[i].slot]);
+            sorted_[i] = records_[keys_[i].slot];
         }
     }
 
     // The numbers of a block mostly lie close together: counting them puts them in order in a few
     // steps per record, where comparing takes many and the processor guesses half of them wrong.
-    void DrainCounted(std::uint32_t lowest, std::uint32_t highest) {
+    void SortByCounting(std::uint32_t lowest, std::uint32_t highest) {
         // For the n-th number: first how many records have one before it, then where the next of
         // its own goes.
         std::array<std::uint16_t, kCountable + 1> places;
         const std::uint32_t numbers = highest - lowest + 1;
         std::fill_n(places.begin(), numbers + 1, std::uint16_t{0});
-        for (std::uint32_t i = 0; i < held_; ++i) {
-            ++places[records_[RingSlot(i)].sequenceNumber - lowest + 1];
-        }
+        ForEachHeld([&](const Record* records, std::uint32_t count) {
+            for (const Record* const end = records + count; records != end; ++records) {
+                ++places[records->sequenceNumber - lowest + 1];
+            }
+        });
         std::uint16_t before = 0;
         for (std::uint32_t number = 0; number < numbers; ++number) {
             before = static_cast<std::uint16_t>(before + places[number]);
             places[number] = before;
         }
-        std::array<std::uint16_t, Limit> slots;
-        for (std::uint32_t i = 0; i < held_; ++i) {
-            const std::uint32_t slot = RingSlot(i);
-            slots[places[records_[slot].sequenceNumber - lowest]++] =
-                static_cast<std::uint16_t>(slot);
-        }
-        for (std::uint32_t i = 0; i < held_; ++i) {
-            helper_.ProcessRecord(records_[slots[i]]);
-        }
+        ForEachHeld([&](const Record* records, std::uint32_t count) {
+            for (const Record* const end = records + count; records != end; ++records) {
+                sorted_[places[records->sequenceNumber - lowest]++] = *records;
+            }
+        });
     }
 
     // Removing a key moves it behind the heap, so a free slot is always found there.
@@ -218,6 +235,7 @@ class ReOrderer {
     }
 
     std::array<Record, Limit>& records_;
+    std::array<Record, Limit>& sorted_;
     std::array<typename Storage::Key, Limit>& keys_;
     Helper& helper_;
     std::uint32_t front_ = 0;

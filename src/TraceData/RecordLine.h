@@ -43,9 +43,10 @@ class RecordLine {
     // As Write, for a message that is one line and surely fits; for any other nothing is written
     // and false returned.
     bool WriteShort(const RecordValues& values, TextFile& file) {
+        if (layout_ == Layout::kColumns) [[likely]] {
+            return PutShort<true, true>(values, file);
+        }
         switch (layout_) {
-            case Layout::kColumns:
-                return PutShort<true, true>(values, file);
             case Layout::kSpacedColumns:
                 return PutShort<true, false>(values, file);
             case Layout::kFields:
@@ -189,7 +190,7 @@ inline bool RecordLine::PutShort(const RecordValues& values, TextFile& file) {
     if (values.message.size() > kShortMessage) [[unlikely]] {
         return false;
     }
-    char* out = PutTime(file.Prepare(kRoom), values);
+    char* out = PutTime(file.Prepare(), values);
     out = PutHead<FixedWidth, ShortSeparator>(out, values);
     if (!CopyLine(out, values.message.data(), values.message.size())) [[unlikely]] {
         return false;

@@ -42,7 +42,11 @@ class RecordSplitter {
         constexpr std::uint32_t kHeader = kPlainHead + kRecordHeaderPayload;
         if (left_ < kHeader || *next_ != kPlainBinary ||
             LoadLittleEndian<std::uint32_t>(next_ + 1) != kRecordHeaderPayload) [[unlikely]] {
-            return NextOfAnyHeader(record);
+            // By way of a copy: what is never referred to can stay in registers.
+            RecordSplitter copy(*this);
+            const bool found = copy.NextOfAnyHeader(record);
+            *this = copy;
+            return found;
         }
         return Take(record, kPlainHead);
     }

@@ -4,8 +4,11 @@
 #define ZYN_TRACEDATA_TEXTCOPY_H
 
 #include <cstddef>
-#include <cstdint>
 #include <cstring>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 inline constexpr std::size_t kCopyStep = 32;
 
@@ -15,24 +18,19 @@ inline constexpr std::size_t kCopyStep = 32;
 class LineFeedWatch {
   public:
     void Copy(char* out, const char* text) noexcept {
-        Bytes low;
-        Bytes high;
-        std::memcpy(&low, text, sizeof low);
-        std::memcpy(&high, text + sizeof low, sizeof high);
-        std::memcpy(out, &low, sizeof low);
-        std::memcpy(out + sizeof low, &high, sizeof high);
-        seen_ |= (low == kLineFeeds) | (high == kLineFeeds);
+        const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+        const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text) + 1);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), low);
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out) + 1, high);
+        const __m128i lineFeeds = _mm_set1_epi8('\n');
+        seen_ = _mm_or_si128(
+            seen_, _mm_or_si128(_mm_cmpeq_epi8(low, lineFeeds), _mm_cmpeq_epi8(high, lineFeeds)));
     }
-    [[nodiscard]] bool Seen() const noexcept {
-        std::uint64_t halves[2];
-        std::memcpy(halves, &seen_, sizeof halves);
-        return (halves[0] | halves[1]) != 0;
-    }
+    [[nodiscard]] bool Seen() const noexcept { return _mm_movemask_epi8(seen_) != 0; }
 
   private:
-    using Bytes [[gnu::vector_size(kCopyStep / 2)]] = signed char;
-    static constexpr Bytes kLineFeeds = Bytes{} + '\n';
-    Bytes seen_{};
+    static_assert(kCopyStep == 2 * sizeof(__m128i));
+    __m128i seen_ = _mm_setzero_si128();
 };
 
 // Copies a text of at least one step; returns false if it has a line feed.

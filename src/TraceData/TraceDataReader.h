@@ -8,21 +8,18 @@
 
 #include "TraceData/BlockCursor.h"
 #include "TraceData/Damage.h"
+#include "TraceData/DecodedRecord.h"
 #include "TraceData/ReOrderer.h"
 #include "TraceData/RecordDecoder.h"
 #include "TraceData/RecordSplitter.h"
-#include "TraceData/RecordValues.h"
 #include "TraceData/TracePacket.h"
 
 // Who takes whole records.
 template <typename T>
-concept RecordClient = requires(T client, std::uint64_t position, const RecordValues& values,
-                                const DecodedRecord& record) {
+concept RecordClient = requires(T client, std::uint64_t position, const DecodedRecord& record) {
     // A block of the log has been read: this far of the whole.
     client.OnBlock(position, position);
-    // The next record, whose values, with a time and at most one message text, are all there is.
-    client.OnValues(values);
-    // The next record, any other one.
+    // The next record in order.
     client.OnRecord(record);
 };
 
@@ -47,13 +44,8 @@ class TraceBlockReader {
         ReOrdererHelper(Client& client, RecordDecoder& decoder) noexcept
             : client_(client), decoder_(decoder) {}
         void ProcessRecord(const TraceRecordReader& record) {
-            RecordValues values;
-            if (ReadUsualRecord(record.data, record.length, values)) [[likely]] {
-                client_.OnValues(values);
-                return;
-            }
             const DecodedRecord& decoded = decoder_.Decode(record.data, record.length);
-            if (decoded.damage != Damage::kNone) {
+            if (!decoded.isPlain && decoded.damage != Damage::kNone) [[unlikely]] {
                 RaiseDamage(decoded.damage);
             }
             client_.OnRecord(decoded);

@@ -29,12 +29,6 @@ class ZynDataTextExporter {
             progressDue_ = true;
         }
 
-        void OnValues(const RecordValues& values) {
-            ShowProgress();
-            record_.Write(values, file_);
-            ++records_;
-        }
-
         void OnRecord(const DecodedRecord& record) {
             ShowProgress();
             record_.Write(record, file_);

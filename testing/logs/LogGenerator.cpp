@@ -39,6 +39,13 @@ constexpr std::uint16_t kZone = 0xFFC4;
 
 constexpr std::uint32_t kControlCodes = 7;
 
+constexpr std::uint64_t kPacketSeed = 0x5A5A5A5A5A5A5A5AU;
+// An id that readers give no meaning, and the most bytes of a packet that they pass over.
+constexpr std::uint16_t kOtherId = 77;
+constexpr std::uint32_t kMostSkipped = 12;
+// Payload bytes of the type codes that give no length.
+constexpr std::array<std::uint8_t, 8> kImpliedBytes{0, 1, 1, 2, 4, 8, 0, 0};
+
 void Require(bool condition, const char* text) {
     if (!condition) {
         throw std::invalid_argument(text);
@@ -171,6 +178,8 @@ void CheckLogGeneratorOptions(const LogGeneratorOptions& options) {
     Require(options.controlPercent <= 100, "control-percent: 0 to 100");
     Require(options.multilinePercent <= 100, "multiline-percent: 0 to 100");
     Require(options.noTimePercent <= 100, "no-time-percent: 0 to 100");
+    Require(options.extraPercent <= 100, "extra-percent: 0 to 100");
+    static_cast<void>(PacketOrder(options.packets, 0, 0));
     const std::uint64_t room =
         (std::uint64_t{std::numeric_limits<std::uint32_t>::max()} - options.startTime) *
         kUsPerSecond;
@@ -182,29 +191,96 @@ LogGenerator::LogGenerator(const LogGeneratorOptions& options)
     : options_(Checked(options)),
       random_(options.seed),
       modules_(LogModuleNames(options.nameBytes.least, options.nameBytes.most)),
-      clients_(LogClientNames(options.nameBytes.least, options.nameBytes.most)) {}
+      clients_(LogClientNames(options.nameBytes.least, options.nameBytes.most)),
+      // Numbers of their own, so that a seed gives the same values in any order.
+      packets_(options.packets, options.extraPercent, options.seed ^ kPacketSeed) {}
 
 void LogGenerator::MakeRecord(std::uint32_t number) {
-    record_.Reset(number + 1);
-    if (!random_.Percent(options_.noTimePercent)) {
-        const std::uint64_t us =
-            options_.startTime * kUsPerSecond + std::uint64_t{number} * options_.stepUs;
-        record_.Time(static_cast<std::uint32_t>(us / kUsPerSecond),
-                     static_cast<std::uint16_t>(us % kUsPerSecond / 1000), kZone);
-    }
-    const Process& process = kProcesses[random_.Below(kProcesses.size())];
-    record_.Tid(kFirstThread - random_.Below(process.threads) * kThreadStep).Pid(process.pid);
+    Values values;
+    values.hasTime = !random_.Percent(options_.noTimePercent);
+    const std::uint64_t us =
+        options_.startTime * kUsPerSecond + std::uint64_t{number} * options_.stepUs;
+    values.seconds = static_cast<std::uint32_t>(us / kUsPerSecond);
+    values.milliseconds = static_cast<std::uint16_t>(us % kUsPerSecond / 1000);
+    const std::uint32_t writer = random_.Below(kProcesses.size());
+    const Process& process = kProcesses[writer];
+    values.thread = kFirstThread - random_.Below(process.threads) * kThreadStep;
+    values.process = process.pid;
     const auto pick = [this](const std::vector<std::string>& names) -> const std::string& {
         return names[random_.Below(static_cast<std::uint32_t>(names.size()))];
     };
-    record_.Module(pick(modules_)).Client(pick(clients_)).Label(PickLogLabel(random_));
+    values.module = pick(modules_);
+    values.client = pick(clients_);
+    values.label = PickLogLabel(random_);
     if (random_.Percent(options_.controlPercent)) {
-        record_.Control(1 + random_.Below(kControlCodes), process.pid);
+        values.control = 1 + random_.Below(kControlCodes);
     } else {
         const std::uint32_t length =
             random_.Between(options_.messageBytes.least, options_.messageBytes.most);
         MakeLogMessage(random_, length, random_.Percent(options_.multilinePercent), message_);
-        record_.Message(message_);
+    }
+    record_.Reset(number + 1);
+    for (const char letter : packets_.Next(writer)) {
+        AddPacket(letter, values);
+    }
+}
+
+void LogGenerator::AddPacket(char letter, const Values& values) {
+    switch (letter) {
+        case 't':
+            if (values.hasTime) {
+                record_.Time(values.seconds, values.milliseconds, kZone);
+            }
+            break;
+        case 'T':
+            record_.Tid(values.thread);
+            break;
+        case 'p':
+            record_.Pid(values.process);
+            break;
+        case 'm':
+            record_.Module(values.module);
+            break;
+        case 'c':
+            record_.Client(values.client);
+            break;
+        case 'l':
+            record_.Label(values.label);
+            break;
+        case 'M':
+            if (values.control != 0) {
+                record_.Control(values.control, values.process);
+            } else {
+                record_.Message(message_);
+            }
+            break;
+        default:
+            AddMeaningless(letter, values);
+            break;
+    }
+}
+
+void LogGenerator::AddMeaningless(char letter, const Values& values) {
+    const std::string skipped(packets_.Random().Below(kMostSkipped + 1), 'z');
+    switch (letter) {
+        case '8':
+            record_.Packet(LogPacket(LogPacketCode::kSized).Raw(skipped));
+            break;
+        case 'b':
+            record_.Packet(LogPacket::Binary(kOtherId, skipped));
+            break;
+        case 's':
+            record_.String(kOtherId, skipped);
+            break;
+        case 'v':
+            record_.Packet(
+                LogPacket(LogPacketCode::kU32).Id(kLogIdTid).ValueFlag().U32(values.process));
+            break;
+        default: {
+            const auto code = static_cast<unsigned>(letter - '0');
+            record_.Packet(LogPacket(code).Id(kOtherId).Raw(std::string(kImpliedBytes[code], 'z')));
+            break;
+        }
     }
 }
 

@@ -11,6 +11,7 @@
 
 #include "testing/logs/LogVocabulary.h"
 #include "testing/logs/LogWriter.h"
+#include "testing/logs/PacketOrder.h"
 
 struct LogRange {
     std::uint32_t least;
@@ -40,7 +41,9 @@ struct LogGeneratorOptions {
     std::uint32_t multilinePercent = 3;  // messages of several lines
     std::uint32_t noTimePercent = 0;     // records without a time packet
     std::uint64_t stepUs = 500;          // log time from record to record, microseconds
-    std::uint32_t startTime = 1700000000;  // of the first record, seconds since 1970 UTC
+    std::uint32_t startTime = 1700000000;      // of the first record, seconds since 1970 UTC
+    std::string packets{PacketOrder::kUsual};  // their order in a record (PacketOrder)
+    std::uint32_t extraPercent = 0;            // records with packets that repeat or mean nothing
     bool span = false;  // files end in the middle of a record; else every block lies in one file
 };
 
@@ -70,6 +73,7 @@ class LogGenerator {
     std::vector<std::string> clients_;
     std::uint32_t made_ = 0;  // records that have left in a block
 
+    PacketOrder packets_;
     LogRecord record_;  // the next one, when it was made but did not fit
     bool pending_ = false;
     std::string message_;
@@ -77,7 +81,22 @@ class LogGenerator {
     std::vector<std::size_t> starts_;
     std::vector<std::uint32_t> order_;
 
+    // What the next record tells.
+    struct Values {
+        bool hasTime = false;
+        std::uint32_t seconds = 0;
+        std::uint16_t milliseconds = 0;
+        std::uint32_t thread = 0;
+        std::uint32_t process = 0;
+        std::string_view module;
+        std::string_view client;
+        std::string_view label;
+        std::uint32_t control = 0;  // its code; 0: the message instead
+    };
+
     void MakeRecord(std::uint32_t number);
+    void AddPacket(char letter, const Values& values);
+    void AddMeaningless(char letter, const Values& values);
     void FillBlock(std::uint32_t most);
     void Arrange();
 };

@@ -42,6 +42,11 @@ Writes a trace log as zynlog-0001.txt and so on into DIR.
       --step-us N             log time from record to record, microseconds (500)
       --one-per-second        the same as --step-us 1000000
       --start-time S          time of the first record, seconds since 1970 UTC (1700000000)
+      --packets ORDER         packets of a record: t time, T thread, p process, m module, c client,
+                              l label, M message, 0 to 8, b, s and v packets without a meaning;
+                              several orders with commas between them, random for another one with
+                              each record, writer for another one with each writer (tTpmclM)
+      --extra-percent P       records with packets that repeat or mean nothing (0)
       --span                  let blocks run on from file to file
       --help                  this text
 )";
@@ -75,6 +80,8 @@ enum Option : int {
     kStepUs,
     kOnePerSecond,
     kStartTime,
+    kPackets,
+    kExtraPercent,
     kSpan,
     kHelp,
 };
@@ -96,6 +103,8 @@ constexpr std::array kOptions = {
     option{"step-us", required_argument, nullptr, kStepUs},
     option{"one-per-second", no_argument, nullptr, kOnePerSecond},
     option{"start-time", required_argument, nullptr, kStartTime},
+    option{"packets", required_argument, nullptr, kPackets},
+    option{"extra-percent", required_argument, nullptr, kExtraPercent},
     option{"span", no_argument, nullptr, kSpan},
     option{"help", no_argument, nullptr, kHelp},
     option{nullptr, 0, nullptr, 0},
@@ -174,6 +183,12 @@ bool ParseLogOption(int name, std::string_view value, LogGeneratorOptions& log) 
             return true;
         case kOnePerSecond:
             log.stepUs = 1000000;
+            return true;
+        case kPackets:
+            log.packets = value;
+            return true;
+        case kExtraPercent:
+            log.extraPercent = ParseNumber<std::uint32_t>(value);
             return true;
         case kStartTime:
             log.startTime = ParseNumber<std::uint32_t>(value);

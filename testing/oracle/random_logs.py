@@ -70,6 +70,7 @@ class LogMaker:
         self._time_packets = time_packets
         self._separator = self._draw_separator()
         self._now = rng.choice((rng.choice(EDGE_TIMES), rng.getrandbits(32)))
+        self._shapes = self._draw_shapes()
 
     @property
     def separator(self) -> bytes | None:
@@ -88,6 +89,25 @@ class LogMaker:
             )
         )
 
+    def _draw_shapes(self) -> list[str]:
+        """The orders of packets of a few writers, as words of letters: time,
+        process, thread, module, client, label, message, control, other. Now
+        and then one repeats a packet or leaves one out, never the time."""
+        rng = self._rng
+        shapes = []
+        for _ in range(rng.choice((1, 1, 2, 4, 12))):
+            letters = [*"tpTmclM"]
+            if self._chance(0.2):
+                letters.append("C")
+            if self._chance(0.3):
+                letters += rng.choices("tpTmclMo", k=rng.randrange(1, 5))
+            if self._chance(0.2):
+                letters = ["t", *rng.sample(letters[1:], rng.randrange(7))]
+            if self._chance(0.85):
+                rng.shuffle(letters)
+            shapes.append("".join(letters))
+        return shapes
+
     def stream(self) -> Image:
         """All blocks of the log, back to back."""
         image = Image()
@@ -104,8 +124,10 @@ class LogMaker:
         elif self._chance(0.15):
             count, make = 0, self._record
         else:
-            count, make = rng.choice((1, 2, 3, 5, 8, 20)), self._record
+            count, make = rng.choice((1, 2, 3, 5, 8, 20, 60)), self._record
         for number in self._sequence(count):
+            if self._chance(0.05):
+                self._shapes = self._draw_shapes()
             records.append(make(number))
         host = rng.choice((b"", b"host-7", b"h" * 31, rng.randbytes(32)))
         block = Image()
@@ -175,25 +197,37 @@ class LogMaker:
         return self._wrap_record(number, packets)
 
     def _put_plain_packets(self, packets: Image) -> None:
-        """A record like those of a real service."""
+        """A record like those of a real service, in the order of a writer."""
         rng = self._rng
         module, client, label = (
             rng.choice(names) if self._chance(0.7) else self._short_text()
             for names in (MODULES, CLIENTS, LABELS)
         )
-        self._put_time(packets)
-        put_packet(packets, 4, self._number(), 4)
-        put_packet(packets, 4, self._number(), 3)
-        put_packet(packets, 9, module, 32)
-        put_packet(packets, 9, client, 33)
-        put_packet(packets, 9, label, 34)
         if self._chance(0.1):
             message = self._filling_text(module, client, label)
         else:
             message = self._text()
-        put_packet(packets, 9, message, rng.choice((None, 0)))
-        if self._chance(0.2):
-            self._put_control(packets)
+        message_id = rng.choice((None, 0))
+        other = rng.randbytes(rng.randrange(20))
+        for letter in rng.choice(self._shapes):
+            if letter == "t":
+                self._put_time(packets)
+            elif letter == "p":
+                put_packet(packets, 4, self._number(), 4)
+            elif letter == "T":
+                put_packet(packets, 4, self._number(), 3)
+            elif letter == "m":
+                put_packet(packets, 9, module, 32)
+            elif letter == "c":
+                put_packet(packets, 9, client, 33)
+            elif letter == "l":
+                put_packet(packets, 9, label, 34)
+            elif letter == "M":
+                put_packet(packets, 9, message, message_id)
+            elif letter == "C":
+                self._put_control(packets)
+            else:
+                put_packet(packets, 8, other)
 
     def _put_any_packet(self, packets: Image) -> None:
         rng = self._rng

@@ -9,8 +9,7 @@
 #include <vector>
 
 #include "TraceData/BuiltInTracePackets.h"
-#include "TraceData/RecordDecoder.h"
-#include "TraceData/RecordValues.h"
+#include "TraceData/DecodedRecord.h"
 #include "TraceData/TracePacket.h"
 
 struct PacketRecorder {
@@ -27,9 +26,6 @@ struct PacketRecorder {
     }
     void OnBlock(std::uint64_t read, std::uint64_t total) {
         events.push_back("block " + std::to_string(read) + "/" + std::to_string(total));
-    }
-    void OnValues(const RecordValues& values) {
-        events.push_back("values " + std::string(values.message));
     }
     void OnRecord(const DecodedRecord& record);
 

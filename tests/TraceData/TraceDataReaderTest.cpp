@@ -313,17 +313,6 @@ TEST_F(TraceDataReaderTest, MoreRecordsThanAreHeldLeaveWhileOthersArrive) {
     EXPECT_EQ(Texts(), "6 5 4 7 8 9 ");
 }
 
-TEST_F(TraceDataReaderTest, RecordOfNumbersNamesAndOneTextIsPassedAsValues) {
-    const auto plain = [](std::uint32_t number, std::string_view text) {
-        return LogRecord(number).Time(1, 2).Tid(3).Pid(4).Module("m").Message(text);
-    };
-    LogBlock block;
-    block.Record(plain(2, "two")).Record(Record(3, "three")).Record(plain(1, "one"));
-    EXPECT_EQ(Read(block), whole_);
-    EXPECT_EQ(Events(recorder_.events.begin() + 1, recorder_.events.end()),
-              (Events{"values one", "values two", "begin", "string 0 three", "end"}));
-}
-
 TEST_F(TraceDataReaderTest, HeaderStartsAsThisProcess) {
     std::array<char, 256> name{};
     ASSERT_EQ(gethostname(name.data(), name.size() - 1), 0);

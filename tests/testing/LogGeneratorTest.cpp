@@ -380,6 +380,80 @@ TEST(LogGeneratorTest, BytesAreTheSameOnEveryMachine) {
     EXPECT_EQ(Checksum(Generate(options)[1]), 0xAB0BF42A27199AB0U);
 }
 
+// The orders of the records' packets, as words of letters.
+std::vector<std::string> OrdersOf(const LogGeneratorOptions& options) {
+    std::vector<std::string> orders;
+    const std::string bytes = BlocksOf(Generate(options));
+    const auto number = [&bytes](std::size_t at, std::size_t width) {
+        std::uint32_t value = 0;
+        for (std::size_t i = 0; i < width; ++i) {
+            value |= std::uint32_t{static_cast<unsigned char>(bytes.at(at + i))} << (8 * i);
+        }
+        return value;
+    };
+    for (std::size_t at = 0; at < bytes.size();) {
+        std::size_t record = at + 45;
+        for (at = record + number(at + 41, 4); record < at;) {
+            std::size_t packet = record + 13;
+            std::string order;
+            for (record = packet + number(record + 9, 4); packet < record;) {
+                const std::uint32_t flags = number(packet, 1);
+                const std::uint32_t id = (flags & 0x20U) != 0 ? number(packet + 1, 2) : 0;
+                constexpr std::size_t kImplied[] = {0, 1, 1, 2, 4, 8, 0, 0};
+                const std::size_t head = (flags & 0x20U) != 0 ? 3 : 1;
+                const std::size_t length =
+                    (flags & 8U) != 0 ? 4 + number(packet + head, 4) : kImplied[flags & 7U];
+                packet += head + length;
+                order += id == 2    ? 't'
+                         : id == 3  ? (flags & 0x10U) != 0 ? 'v' : 'T'
+                         : id == 4  ? 'p'
+                         : id == 32 ? 'm'
+                         : id == 33 ? 'c'
+                         : id == 34 ? 'l'
+                         : id == 0  ? (flags & 0x0FU) == 9 ? 'M' : '8'
+                                    : '?';
+            }
+            orders.push_back(order);
+        }
+    }
+    return orders;
+}
+
+TEST(LogGeneratorTest, PacketsHaveTheOrderThatIsAskedFor) {
+    LogGeneratorOptions options;
+    options.records = 300;
+    options.controlPercent = 0;
+    EXPECT_EQ(OrdersOf(options), std::vector<std::string>(300, "tTpmclM"));
+    options.packets = "Mlcmt8Tpv";
+    EXPECT_EQ(OrdersOf(options), std::vector<std::string>(300, "Mlcmt8Tpv"));
+    options.packets = "tM,mclMtpT,";
+    const std::vector<std::string> several = OrdersOf(options);
+    EXPECT_EQ(std::set<std::string>(several.begin(), several.end()),
+              (std::set<std::string>{"", "tM", "mclMtpT"}));
+}
+
+TEST(LogGeneratorTest, PacketsHaveAnyOrderAtRandomOrByWriter) {
+    LogGeneratorOptions options;
+    options.records = 1000;
+    options.controlPercent = 0;
+    options.packets = "random";
+    const std::vector<std::string> random = OrdersOf(options);
+    EXPECT_GT(std::set<std::string>(random.begin(), random.end()).size(), 800U);
+    options.packets = "writer";
+    const std::vector<std::string> writers = OrdersOf(options);
+    EXPECT_EQ(std::set<std::string>(writers.begin(), writers.end()).size(), 7U);
+    for (std::string order : {random[7], random[500], writers[7]}) {
+        EXPECT_TRUE(std::is_permutation(order.begin(), order.end(), PacketOrder::kUsual.begin(),
+                                        PacketOrder::kUsual.end()))
+            << order;
+    }
+    options.packets = "tTpmclM";
+    options.extraPercent = 40;
+    const std::vector<std::string> extras = OrdersOf(options);
+    const auto plain = std::count(extras.begin(), extras.end(), "tTpmclM");
+    EXPECT_TRUE(plain > 500 && plain < 700) << plain;
+}
+
 TEST(LogGeneratorTest, FullDiskIsAnError) {
     const TempDirectory directory;
     std::filesystem::create_symlink("/dev/full", directory / "zynlog-0001.txt");
@@ -403,6 +477,8 @@ TEST(LogGeneratorTest, OptionsThatMakeNoLogAreRefused) {
     refused([](LogGeneratorOptions& o) { o.controlPercent = 101; });
     refused([](LogGeneratorOptions& o) { o.multilinePercent = 101; });
     refused([](LogGeneratorOptions& o) { o.noTimePercent = 101; });
+    refused([](LogGeneratorOptions& o) { o.extraPercent = 101; });
+    refused([](LogGeneratorOptions& o) { o.packets = "tTpmclM,random"; });
     refused([](LogGeneratorOptions& o) { o.startTime = 0xFFFFFFFF; });
     refused([](LogGeneratorOptions& o) { o.stepUs = 0xFFFFFFFFFFFFFFFFU; });
 }

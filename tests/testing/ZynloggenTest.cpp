@@ -61,6 +61,10 @@ TEST(ZynloggenTest, EveryOptionReachesTheGenerator) {
                                             "250000",
                                             "--start-time",
                                             "86400",
+                                            "--packets",
+                                            "tM,Mt8,lcmpT",
+                                            "--extra-percent",
+                                            "30",
                                             "--span"});
     EXPECT_EQ(result.error, "");
     ASSERT_EQ(result.status, 0);
@@ -79,6 +83,8 @@ TEST(ZynloggenTest, EveryOptionReachesTheGenerator) {
     options.noTimePercent = 7;
     options.stepUs = 250000;
     options.startTime = 86400;
+    options.packets = "tM,Mt8,lcmpT";
+    options.extraPercent = 30;
     options.span = true;
     const std::string expected = directory.MakeDirectory("expected");
     const std::uint64_t bytes = WriteGeneratedLog(options, expected);
@@ -118,6 +124,9 @@ TEST(ZynloggenTest, UsageErrors) {
     ExpectUsageError({"--out", out, "--order", "sorted"}, "not an order: 'sorted'");
     ExpectUsageError({"--out", out, "--files", "0"}, "files: 1 to 1000000");
     ExpectUsageError({"--out", out, "--control-percent", "101"}, "control-percent: 0 to 100");
+    ExpectUsageError({"--out", out, "--extra-percent", "101"}, "extra-percent: 0 to 100");
+    ExpectUsageError({"--out", out, "--packets", "tTX"},
+                     "packets: orders of the letters tTpmclM012345678bsv, or random, or writer");
     ExpectUsageError({"--out", out, "--start-time", "4294967295"},
                      "the log's time runs past what 32 bits of seconds can tell");
     EXPECT_TRUE(ListDirectory(directory.Path()).empty());
