@@ -12,13 +12,13 @@ RecordLine::RecordLine(std::string_view separator) noexcept
 }
 
 void RecordLine::Write(const RecordValues& values, TextFile& file) {
-    char* const line = file.Prepare();
+    char* const line = file.Prepare(kRoom);
     PutAny(line, PutTime(line, values), values, file);
 }
 
 void RecordLine::WriteWithoutTime(const RecordValues& values, TextFile& file) {
     constexpr std::size_t kTimeWidth = CalendarText::kLength + 3;
-    char* const line = file.Prepare();
+    char* const line = file.Prepare(kRoom);
     std::memset(line, ' ', kTimeWidth);
     PutAny(line, line + kTimeWidth, values, file);
 }

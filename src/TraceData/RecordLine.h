@@ -190,7 +190,7 @@ inline bool RecordLine::PutShort(const RecordValues& values, TextFile& file) {
     if (values.message.size() > kShortMessage) [[unlikely]] {
         return false;
     }
-    char* out = PutTime(file.Prepare(), values);
+    char* out = PutTime(file.Prepare(kRoom), values);
     out = PutHead<FixedWidth, ShortSeparator>(out, values);
     if (!CopyLine(out, values.message.data(), values.message.size())) [[unlikely]] {
         return false;

@@ -55,7 +55,7 @@ TextFile::~TextFile() {
 void TextFile::Write(std::string_view text) {
     while (!text.empty()) {
         const std::size_t count = std::min(text.size(), kLargestPiece);
-        char* out = Prepare();
+        char* out = Prepare(count);
         std::memcpy(out, text.data(), count);
         Commit(out + count);
         text.remove_prefix(count);

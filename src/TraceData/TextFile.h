@@ -16,7 +16,7 @@
 // it again, so that what follows can never seem to have been written.
 class TextFile {
   public:
-    // What one Prepare gives.
+    // The most that one Prepare may ask for.
     static constexpr std::size_t kLargestPiece = 4096;
 
     // Whether a file must not be overwritten, whatever it is called here.
@@ -34,10 +34,10 @@ class TextFile {
     // line, and drops its own failures. Call Close() on the way of success.
     ~TextFile();
 
-    // Room for kLargestPiece bytes, to be filled and confirmed by Commit. Throws CheckOSCall "Can
-    // not write file".
-    [[nodiscard]] char* Prepare() {
-        if (used_ > kBlockBytes) [[unlikely]] {
+    // Room for count bytes, count <= kLargestPiece, to be filled and confirmed by Commit. Throws
+    // CheckOSCall "Can not write file".
+    [[nodiscard]] char* Prepare(std::size_t count) {
+        if (used_ > kBufferBytes - count) [[unlikely]] {
             WriteFullBlocks();
         }
         return buffer_.get() + used_;

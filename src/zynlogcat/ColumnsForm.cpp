@@ -31,18 +31,11 @@ class ColumnsForm final : public OutputForm {
         if (mask_) [[unlikely]] {
             PutMasked(*record.decoded);
         } else {
-            PutLine(*record.decoded);
+            line_.Write(*record.decoded, out_);
         }
     }
 
   private:
-    void PutLine(const DecodedRecord& record) {
-        if (record.Has(DecodedRecord::kTime) && !record.isComposed) [[likely]] {
-            line_.Write(record.values, out_);
-        } else {
-            line_.Write(record, out_);
-        }
-    }
     void PutMasked(const DecodedRecord& record);
 
     TextFile& out_;
@@ -70,7 +63,7 @@ void ColumnsForm::PutMasked(const DecodedRecord& record) {
     static_assert(TextFile::kLargestPiece > RecordLine::kLongestLine + kReadSlack);
     // No line leaves the buffer before it is masked.
     char* const begin = out_.Prepare(TextFile::kLargestPiece);
-    PutLine(record);
+    line_.Write(record, out_);
     char* const end = out_.Prepare(0);
     char* const message =
         begin + std::min(MessageColumn(record), static_cast<std::size_t>(end - begin));

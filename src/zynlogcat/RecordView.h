@@ -17,34 +17,18 @@ class RecordView {
     // says which.
     bool Open(const char* data, std::uint32_t length, TraceRecord& record) {
         record.data = {data, length};
-        plain_.values = RecordValues();
-        if (ReadUsualRecord(data, length, plain_.values)) [[likely]] {
-            TakePlain(data, length);
-            record.decoded = &plain_;
-            record.message = plain_.values.message;
-            return true;
+        const DecodedRecord& decoded = decoder_.Decode(data, length);
+        record.decoded = &decoded;
+        record.message = decoded.values.message;
+        if (decoded.isComposed) [[unlikely]] {
+            JoinMessage(decoded, record);
         }
-        return OpenAny(data, length, record);
+        return decoded.damage == Damage::kNone;
     }
 
   private:
-    void TakePlain(const char* data, std::uint32_t length) noexcept {
-        const auto part = [](std::string_view text, DecodedRecord::Part which) {
-            return text.data() == RecordValues::kNoText.data() ? 0U : unsigned{which};
-        };
-        const auto& [module, client, label] = plain_.values.names;
-        plain_.parts = static_cast<std::uint8_t>(
-            unsigned{DecodedRecord::kTime} | DecodedRecord::kThread | DecodedRecord::kProcess |
-            part(module, DecodedRecord::kModule) | part(client, DecodedRecord::kClient) |
-            part(label, DecodedRecord::kLabel) |
-            part(plain_.values.message, DecodedRecord::kMessage));
-        plain_.data = data;
-        plain_.length = length;
-    }
-    bool OpenAny(const char* data, std::uint32_t length, TraceRecord& record);
+    void JoinMessage(const DecodedRecord& decoded, TraceRecord& record);
 
-    // A record as services write nearly all of them.
-    DecodedRecord plain_;
     RecordDecoder decoder_;
     // A message made of several packets, with room to read behind it.
     std::string message_;

@@ -38,7 +38,7 @@ class TextFileTest : public testing::Test {
 TEST_F(TextFileTest, WritesWhatItIsGivenInOrder) {
     TextFile file(path_, {});
     file.Write("head\n");
-    char* out = file.Prepare();
+    char* out = file.Prepare(3);
     std::memcpy(out, "abc", 3);
     file.Commit(out + 2);
     file.Write("tail");
@@ -184,7 +184,7 @@ TEST_F(TextFileTest, FailureStaysForGood) {
                   "Can not write file [OS call failed:28(No space left on device)]");
     }
     const std::string text = "Can not write file [OS call failed:28(No space left on device)]";
-    EXPECT_EQ(FailureOf([&] { static_cast<void>(file->Prepare()); }).text, text);
+    EXPECT_EQ(FailureOf([&] { static_cast<void>(file->Prepare(4096)); }).text, text);
     EXPECT_EQ(FailureOf([&] { file->Write("more"); }).text, text);
     EXPECT_EQ(FailureOf([&] { file->Close(); }).text, text);
     file.reset();
