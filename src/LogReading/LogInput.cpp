@@ -32,8 +32,21 @@ InputIssueKind KindOf(DecoderEnd end) noexcept {
                                    : InputIssueKind::kCompressedDamaged;
 }
 
-bool IsLogHeader(const char* bytes) {
-    return std::string_view(bytes, kLogHeaderBytes) == ZynBinaryFileOutputSupport::GetHeader();
+// Where the data of a file begins whose first bytes, up to kLogHeaderBytes, are these; nothing for
+// a file that is not to be read.
+std::optional<std::uint64_t> DataBegin(std::string_view bytes, bool damagedHeaders) {
+    const std::string& header = ZynBinaryFileOutputSupport::GetHeader();
+    if (bytes == header) {
+        return kLogHeaderBytes;
+    }
+    if (!damagedHeaders || bytes.empty()) {
+        return std::nullopt;
+    }
+    std::size_t equal = 0;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        equal += bytes[i] == header[i] ? 1U : 0U;
+    }
+    return 2 * equal >= kLogHeaderBytes ? kLogHeaderBytes : 0;
 }
 
 void ReportForeign(InputListener& listener, const std::string& path, std::size_t size) {
@@ -44,6 +57,15 @@ void ReportForeign(InputListener& listener, const std::string& path, std::size_t
         listener.OnIssue(
             {InputIssueKind::kForeign, path, "does not begin with the header of a log file"});
     }
+}
+
+// The same, and says when the header is not what it should be.
+std::optional<std::uint64_t> CheckHeader(std::string_view bytes, const std::string& path,
+                                         InputListener& listener, bool damagedHeaders) {
+    if (bytes != ZynBinaryFileOutputSupport::GetHeader()) {
+        ReportForeign(listener, path, bytes.size());
+    }
+    return DataBegin(bytes, damagedHeaders);
 }
 
 // Reads a compressed file from its beginning on.
@@ -71,9 +93,10 @@ std::size_t DecodeFully(StreamDecoder& decoder, char* buffer, std::size_t count)
 
 // The decoder that looks for the header goes again: with many files there would be many of them.
 OpenedLogFile OpenCompressed(const std::shared_ptr<RawFile>& file, Compression compression,
-                             InputListener& listener) {
+                             InputListener& listener, bool damagedHeaders) {
     std::array<char, kLogHeaderBytes> header{};
     const std::string& path = file->Path();
+    std::optional<std::uint64_t> begin;
     {
         const std::unique_ptr<StreamDecoder> decoder = DecoderOf(file, compression);
         const std::size_t count = DecodeFully(*decoder, header.data(), header.size());
@@ -81,17 +104,17 @@ OpenedLogFile OpenCompressed(const std::shared_ptr<RawFile>& file, Compression c
             listener.OnIssue({KindOf(decoder->End()), path, TextOf(decoder->End())});
             return {};
         }
-        if (count < header.size() || !IsLogHeader(header.data())) {
-            ReportForeign(listener, path, count);
-            return {};
-        }
+        begin = CheckHeader({header.data(), count}, path, listener, damagedHeaders);
+    }
+    if (!begin) {
+        return {};
     }
     auto source = std::make_shared<StreamSource>(
         file, [file, compression] { return DecoderOf(file, compression); },
         [&listener, path](DecoderEnd end) {
             listener.OnIssue({KindOf(end), path, TextOf(end)});
         });
-    return {std::move(source), file, compression};
+    return {std::move(source), file, compression, *begin};
 }
 
 // Bytes that were read ahead, then what the descriptor gives.
@@ -140,7 +163,7 @@ class PipeReader {
 };
 
 void AddPipe(LogData& data, const std::string& path, FileDescriptor own, int descriptor,
-             InputListener& listener) {
+             InputListener& listener, bool damagedHeaders) {
     const auto pipe = std::make_shared<PipeReader>(std::move(own), descriptor);
     const Compression compression = RecognizeCompression(pipe->LookAhead(kCompressionMarkBytes));
     // What reads it knows whether it is all: with the header the first issue is said.
@@ -156,11 +179,11 @@ void AddPipe(LogData& data, const std::string& path, FileDescriptor own, int des
         });
     std::array<char, kLogHeaderBytes> header{};
     const std::size_t count = source->ReadAt(0, header.data(), header.size(), header.size(), false);
-    if (count < header.size() || !IsLogHeader(header.data())) {
-        ReportForeign(listener, path, count);
-        return;
+    const std::optional<std::uint64_t> begin =
+        CheckHeader({header.data(), count}, path, listener, damagedHeaders);
+    if (begin) {
+        data.Add(path, std::move(source), *begin);
     }
-    data.Add(path, std::move(source), kLogHeaderBytes);
 }
 
 // So that one slash makes the path of a file of it.
@@ -223,20 +246,20 @@ void AddDirectory(LogData& data, const std::string& path, InputListener& listene
     for (const std::string& name : names) {
         std::string file = path;
         file.append(1, '/').append(name);
-        OpenedLogFile opened = OpenLogFile(file, listener);
+        OpenedLogFile opened = OpenLogFile(file, listener, options.damagedHeaders);
         if (!opened.source) {
             continue;
         }
         if (!budget.Take()) {
             opened.source->MayPark();
         }
-        data.Add(std::move(file), std::move(opened.source), kLogHeaderBytes);
+        data.Add(std::move(file), std::move(opened.source), opened.dataBegin);
     }
 }
 
 }  // namespace
 
-OpenedLogFile OpenLogFile(const std::string& path, InputListener& listener) {
+OpenedLogFile OpenLogFile(const std::string& path, InputListener& listener, bool damagedHeaders) {
     try {
         auto file = std::make_shared<RawFile>(path);
         if (!file->IsRegular()) {
@@ -247,13 +270,14 @@ OpenedLogFile OpenLogFile(const std::string& path, InputListener& listener) {
         const std::size_t count = file->TryReadAt(0, header.data(), header.size(), header.size());
         const Compression compression = RecognizeCompression({header.data(), count});
         if (compression != Compression::kNone) {
-            return OpenCompressed(file, compression, listener);
+            return OpenCompressed(file, compression, listener, damagedHeaders);
         }
-        if (count < header.size() || !IsLogHeader(header.data())) {
-            ReportForeign(listener, path, count);
+        const std::optional<std::uint64_t> begin =
+            CheckHeader({header.data(), count}, path, listener, damagedHeaders);
+        if (!begin) {
             return {};
         }
-        return {std::make_shared<PlainSource>(file), file, compression};
+        return {std::make_shared<PlainSource>(file), file, compression, *begin};
     } catch (const std::exception& failure) {
         listener.OnIssue({InputIssueKind::kUnreadable, path, failure.what()});
         return {};
@@ -265,7 +289,7 @@ std::unique_ptr<LogData> OpenLog(const std::string& path, InputListener& listene
     auto data = std::make_unique<LogData>();
     struct stat status {};
     if (path == "-") {
-        AddPipe(*data, path, FileDescriptor(), STDIN_FILENO, listener);
+        AddPipe(*data, path, FileDescriptor(), STDIN_FILENO, listener, options.damagedHeaders);
     } else if (stat(path.c_str(), &status) != 0) {
         throw std::system_error(errno, std::generic_category(), path);
     } else if (S_ISDIR(status.st_mode)) {
@@ -274,9 +298,9 @@ std::unique_ptr<LogData> OpenLog(const std::string& path, InputListener& listene
         }
         AddDirectory(*data, WithoutSlashes(path), listener, options);
     } else if (S_ISREG(status.st_mode)) {
-        OpenedLogFile opened = OpenLogFile(path, listener);
+        OpenedLogFile opened = OpenLogFile(path, listener, options.damagedHeaders);
         if (opened.source) {
-            data->Add(path, std::move(opened.source), kLogHeaderBytes);
+            data->Add(path, std::move(opened.source), opened.dataBegin);
         }
     } else {
         FileDescriptor pipe(open(path.c_str(), O_RDONLY | O_CLOEXEC));
@@ -284,7 +308,7 @@ std::unique_ptr<LogData> OpenLog(const std::string& path, InputListener& listene
             throw std::system_error(errno, std::generic_category(), path);
         }
         const int descriptor = pipe.Get();
-        AddPipe(*data, path, std::move(pipe), descriptor, listener);
+        AddPipe(*data, path, std::move(pipe), descriptor, listener, options.damagedHeaders);
     }
     if (options.readableTwice && !data->Empty()) {
         data->Hold(0);

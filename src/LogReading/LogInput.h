@@ -17,10 +17,13 @@ struct LogInputOptions {
     // Seconds since 1970: files at the head of a directory's list that were last changed more than
     // kSinceMarginSeconds before are left out, as far as a file behind them begins with a block
     // header. Nothing is said of them.
-    std::optional<std::int64_t> since;
+    std::optional<std::int64_t> since{};
     // Everything will be read twice, in any order: what can be read only once goes through a
     // temporary file.
     bool readableTwice = false;
+    // Files whose header is damaged or gone are told to the listener, and read all the same: from
+    // behind it when at least half of it is there, else from their beginning.
+    bool damagedHeaders = false;
 };
 
 // Opens a log directory (the files that an export reads, in its order, compressed ones where their
@@ -36,9 +39,11 @@ struct OpenedLogFile {
     std::shared_ptr<ByteSource> source;  // nullptr: left out, and said
     std::shared_ptr<RawFile> file;       // that the source reads
     Compression compression = Compression::kNone;
+    std::uint64_t dataBegin = 0;  // in the file, as uncompressed
 };
 
-// Opens a file and looks for the header of a log file.
-[[nodiscard]] OpenedLogFile OpenLogFile(const std::string& path, InputListener& listener);
+// Opens a file and looks for the header of a log file; damagedHeaders as in the options.
+[[nodiscard]] OpenedLogFile OpenLogFile(const std::string& path, InputListener& listener,
+                                        bool damagedHeaders = false);
 
 #endif

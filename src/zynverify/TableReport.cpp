@@ -192,6 +192,8 @@ void TableReport::PutSums(const LogReport& log) {
         put("an export loses " + (lostBytes_ == 0    ? records
                                   : lostRecords == 0 ? bytes
                                                      : records + ", and " + bytes));
+        put("zynlog-verify --salvage NEW_DIRECTORY " + MaskedControls(log.name) +
+            " copies what is good");
     }
     if (log.missing + log.duplicates + log.late != 0) {
         put(Joined("sequence numbers: ", log.missing, " missing, ", log.duplicates, " twice, ",

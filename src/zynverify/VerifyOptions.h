@@ -2,6 +2,7 @@
 #ifndef ZYN_ZYNVERIFY_VERIFYOPTIONS_H
 #define ZYN_ZYNVERIFY_VERIFYOPTIONS_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,7 +14,8 @@ struct VerifyOptions {
     bool quiet = false;
     bool help = false;
     bool version = false;
-    std::string mistake;  // what is wrong with the command line; empty: nothing
+    std::optional<std::string> salvage;  // the directory of the copy
+    std::string mistake;                 // what is wrong with the command line; empty: nothing
     std::vector<std::string> paths;
 };
 

@@ -4,20 +4,26 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <iostream>
+#include <memory>
 #include <new>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "LogReading/LogInput.h"
 #include "Support/PrintableText.h"
 #include "Support/WantOfMemory.h"
 #include "zynverify/JsonReport.h"
+#include "zynverify/LogSalvage.h"
 #include "zynverify/LogVerifier.h"
 #include "zynverify/ProgressLine.h"
+#include "zynverify/SalvageDirectory.h"
+#include "zynverify/SalvageReport.h"
 #include "zynverify/TableReport.h"
 #include "zynverify/VerifyOptions.h"
 
@@ -62,6 +68,38 @@ void Complain(std::string_view text) {
     std::cerr << "zynlog-verify: " << MaskedControls(text) << '\n';
 }
 
+// Complains of what is wrong with the files of a log, and keeps the status that it gives.
+class SaidIssues final : public InputListener {
+  public:
+    void OnIssue(const InputIssue& issue) override {
+        Complain(issue.path + ": " + issue.text);
+        status_ =
+            std::max(status_, issue.kind == InputIssueKind::kUnreadable ? kUnreadable : kDamaged);
+    }
+    [[nodiscard]] int Status() const noexcept { return status_; }
+
+  private:
+    int status_ = kClean;
+};
+
+int Salvage(const std::string& log, const VerifyOptions& options) {
+    SaidIssues issues;
+    const std::unique_ptr<LogData> data =
+        OpenLog(log, issues, {.readableTwice = true, .damagedHeaders = true});
+    if (data->Empty()) {
+        Complain(log + ": no log files");
+        return kUnreadable;
+    }
+    const SalvageResult result = SalvageLog(*data, SalvageDirectory(*options.salvage));
+    const int status = std::max(issues.Status(), result.total.Skipped() != 0 ? kDamaged : kClean);
+    if (options.json) {
+        PutSalvageJson(std::cout, log, *options.salvage, result, status);
+    } else if (!options.quiet) {
+        PutSalvageTable(std::cout, log, *options.salvage, result, ReportWidth());
+    }
+    return status;
+}
+
 int Report(const FoundLogs& found, const VerifyOptions& options) {
     const int atLeast = found.errors.empty() ? kClean : kUnreadable;
     if (options.quiet) {
@@ -79,13 +117,18 @@ int Report(const FoundLogs& found, const VerifyOptions& options) {
     return status;
 }
 
-int Run(const VerifyOptions& options) {
+int VerifyAll(const VerifyOptions& options) {
     const FoundLogs found =
         FindLogs(options.paths, {.separate = options.separate, .live = options.live});
     for (const std::string& error : found.errors) {
         Complain(error);
     }
-    const int status = Report(found, options);
+    return Report(found, options);
+}
+
+int Run(const VerifyOptions& options) {
+    const int status =
+        options.salvage ? Salvage(options.paths.front(), options) : VerifyAll(options);
     if (!std::cout.flush()) {
         Complain("the report could not be written");
         return kUnreadable;
@@ -96,6 +139,8 @@ int Run(const VerifyOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // A write beyond the limit fails, which is said.
+    static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     EndWithoutMemory("zynlog-verify: std::bad_alloc\n", kUnreadable);
     try {
         const VerifyOptions options = ParseVerifyOptions(argc, argv);

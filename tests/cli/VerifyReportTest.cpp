@@ -36,6 +36,7 @@ TEST_F(VerifyReportTest, TableOfFilesThatAnExportDoesNotTake) {
               "FILE          BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
               "zynlog-1.txt     45       1        0         0  no times, testhost/1\n"
               "an export loses what was in 300 damaged bytes\n"
+              "zynlog-verify --salvage NEW_DIRECTORY . copies what is good\n"
               "1 file, 1 block, 0 records that can be read; an export writes 0 of them\n"
               "damaged\n");
 }
@@ -68,6 +69,7 @@ TEST_F(VerifyReportTest, TableOfBlocksUpToTheOneThatIsCut) {
               "22:13:22.005, alpha/31\n"
               "                                                testhost/1\n"
               "an export loses what was in 88 damaged bytes\n"
+              "zynlog-verify --salvage NEW_DIRECTORY . copies what is good\n"
               "178 of 266 bytes verified\n"
               "1 file, 2 blocks, 2 records that can be read; an export writes all of them\n"
               "damaged\n");
@@ -88,6 +90,7 @@ TEST_F(VerifyReportTest, BytesThatAreNoBlockHeader) {
               "FILE          BYTES  BLOCKS  RECORDS  FINDINGS  TIMES, WRITERS\n"
               "zynlog-1.txt    100       0        0         1  no times\n"
               "an export loses what was in 100 damaged bytes\n"
+              "zynlog-verify --salvage NEW_DIRECTORY zynlog-1.txt copies what is good\n"
               "0 of 100 bytes verified\n"
               "1 file, 0 blocks, 0 records that can be read; an export writes 0 of them\n"
               "damaged\n");

@@ -88,6 +88,7 @@ TEST_F(VerifyTest, DamageIsStatus1AndALineEach) {
               "zynlog-0001.txt    266       2        3         2  11/14/2023 22:13:21.005 to "
               "22:13:24.005, alpha/31\n"
               "an export loses what was in 44 damaged bytes\n"
+              "zynlog-verify --salvage NEW_DIRECTORY . copies what is good\n"
               "sequence numbers: 1 missing, 0 twice, 0 more than 1000 places out of order\n"
               "1 file, 2 blocks, 3 records that can be read; an export writes all of them\n"
               "damaged\n");
@@ -159,9 +160,10 @@ TEST_F(VerifyTest, WhatCannotBeReadIsStatus2AndTheRestIsVerified) {
     const ProgramResult result = Verify({"."});
     EXPECT_EQ(result.status, 2);
     EXPECT_NE(result.output.find("unreadable"), std::string::npos);
-    EXPECT_NE(result.output.find(
-                  "an export loses 6 of 6 records that can be read\n1 file, 2 blocks, 6 records; "
-                  "an export writes 0 of them\ncould not be read\n"),
+    EXPECT_NE(result.output.find("an export loses 6 of 6 records that can be read\n"
+                                 "zynlog-verify --salvage NEW_DIRECTORY . copies what is good\n"
+                                 "1 file, 2 blocks, 6 records; "
+                                 "an export writes 0 of them\ncould not be read\n"),
               std::string::npos);
 }
 
@@ -225,6 +227,7 @@ TEST_F(VerifyTest, HelpAndVersion) {
     EXPECT_EQ(help.error, "");
     EXPECT_EQ(help.output,
               "Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"
+              "  or:  zynlog-verify [-jq] --salvage NEW_DIRECTORY DIRECTORY|FILE\n"
               "Tell what in binary trace logs an export would drop, stop at or leave in disorder.\n"
               "The log files of a directory are verified as one log, and so are the files that\n"
               "are named, per directory. The FILE - is the standard input.\n"
@@ -234,6 +237,9 @@ TEST_F(VerifyTest, HelpAndVersion) {
               "  -l, --live      the newest file may end within a block: it is being written\n"
               "  -q, --quiet     report nothing, only exit\n"
               "  -s, --separate  verify each file as a log of its own\n"
+              "      --salvage NEW_DIRECTORY\n"
+              "                  copy what is good of a damaged log into a directory that is new or\n"
+              "                  empty, and report what was kept and what was skipped\n"
               "  -h, --help      show this text and exit\n"
               "  -V, --version   show the version and exit\n"
               "\n"

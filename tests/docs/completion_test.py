@@ -31,8 +31,9 @@ OPTIONS = {
 def usage_options(program):
     """The options that the usage of a program names, short and long."""
     usage = {"zynlog-verify": "zynverify/VerifyOptions.cpp", "zyn-doctor": "zyndoctor/DoctorOptions.cpp"}[program]
-    pairs = re.findall(r'"  (-\w), (--[\w-]+)', (SOURCE / "src" / usage).read_text())
-    return sorted(option for pair in pairs for option in pair)
+    text = (SOURCE / "src" / usage).read_text()
+    return sorted(set(re.findall(r'"  +(-\w)[, ]', text)) |
+                  set(re.findall(r'"  (?:-\w, |    )(--[\w-]+)', text)))
 
 
 class ProgramsTest(unittest.TestCase):

@@ -117,6 +117,7 @@ TEST_F(TableReportTest, WhatIsLostStandsFirst) {
     report_.OnFinding(finding);
     finding.kind = FindingKind::kZeros;
     report_.OnFinding(finding);
+    log_.name = "the\x1blog";
     log_.records = 7;
     log_.exported = 3;
     log_.missing = 2;
@@ -125,6 +126,7 @@ TEST_F(TableReportTest, WhatIsLostStandsFirst) {
     EXPECT_EQ(text.substr(text.find("\n\n")),
               "\n\nan export loses 4 of 7 records that can be read, and what was in 44 damaged "
               "bytes\n"
+              "zynlog-verify --salvage NEW_DIRECTORY the?log copies what is good\n"
               "sequence numbers: 2 missing, 0 twice, 0 more than 1000 places out of order\n"
               "0 files, 0 blocks, 7 records that can be read; an export writes 3 of them\n"
               "clean\n");
