@@ -57,7 +57,7 @@ class MultiFileInputStream {
         // Opens the file and looks for the header. Throws CheckOSCall "Failed to open file for
         // read", "Failed to seek to the end of the file", "Failed to query file pointer position",
         // "Failed to seek to beginning of the file", "Error attempting to read file header",
-        // "Failed to seek to just after the file header", CheckLogic "File size too small".
+        // CheckLogic "File size too small".
         explicit FileToBeRead(std::string path);
         FileToBeRead(const FileToBeRead&) = delete;
         FileToBeRead& operator=(const FileToBeRead&) = delete;
@@ -79,8 +79,9 @@ class MultiFileInputStream {
         std::size_t Read(char* buffer, std::size_t atLeast, std::size_t atMost);
 
       private:
-        void Open();
+        struct stat Open(const char* statusText);
         void Reopen();
+        [[nodiscard]] std::uint64_t SizeBySeeking() const;
         bool ReadHeader();
 
         std::string path_;
@@ -155,40 +156,52 @@ class MultiFileInputStream {
 template <FileOutputSupport Support, unsigned int HeaderSize>
 MultiFileInputStream<Support, HeaderSize>::FileToBeRead::FileToBeRead(std::string path)
     : path_(std::move(path)) {
-    Open();
-    errno = 0;
-    ZYN_CHECK_OS_CALL(lseek(file_.Get(), 0, SEEK_END) != -1,
-                      "Failed to seek to the end of the file");
-    const off_t size = lseek(file_.Get(), 0, SEEK_CUR);
-    ZYN_CHECK_OS_CALL(size != -1, "Failed to query file pointer position");
-    ZYN_CHECK_LOGIC(size >= static_cast<off_t>(HeaderSize), "File size too small");
-    ZYN_CHECK_OS_CALL(lseek(file_.Get(), 0, SEEK_SET) == 0,
-                      "Failed to seek to beginning of the file");
+    // The size is looked up where the identity is: both are the file's end as far as its user
+    // knows.
+    const struct stat status = Open("Failed to seek to the end of the file");
+    const std::uint64_t size =
+        S_ISREG(status.st_mode) ? static_cast<std::uint64_t>(status.st_size) : SizeBySeeking();
+    ZYN_CHECK_LOGIC(size >= HeaderSize, "File size too small");
     hasHeader_ = ReadHeader();
-    dataSize_ = static_cast<std::uint64_t>(size) - (hasHeader_ ? HeaderSize : 0);
-    if (hasHeader_) {
-        ZYN_CHECK_OS_CALL(lseek(file_.Get(), HeaderSize, SEEK_SET) != -1,
-                          "Failed to seek to just after the file header");
-    } else {
+    dataSize_ = size - (hasHeader_ ? HeaderSize : 0);
+    // Behind a header the data begins where the reading of it has ended.
+    if (!hasHeader_) {
+        errno = 0;
         ZYN_CHECK_OS_CALL(lseek(file_.Get(), 0, SEEK_SET) != -1,
                           "Failed to seek to beginning of the file");
     }
 }
 
+// Of what somebody gave a log's name: a device, say, or a pipe, which has none.
 template <FileOutputSupport Support, unsigned int HeaderSize>
-void MultiFileInputStream<Support, HeaderSize>::FileToBeRead::Open() {
+std::uint64_t MultiFileInputStream<Support, HeaderSize>::FileToBeRead::SizeBySeeking() const {
+    errno = 0;
+    ZYN_CHECK_OS_CALL(lseek(file_.Get(), 0, SEEK_END) != -1,
+                      "Failed to seek to the end of the file");
+    const off_t size = lseek(file_.Get(), 0, SEEK_CUR);
+    ZYN_CHECK_OS_CALL(size != -1, "Failed to query file pointer position");
+    ZYN_CHECK_OS_CALL(lseek(file_.Get(), 0, SEEK_SET) == 0,
+                      "Failed to seek to beginning of the file");
+    return static_cast<std::uint64_t>(size);
+}
+
+// statusText: what a file that cannot be looked at fails with.
+template <FileOutputSupport Support, unsigned int HeaderSize>
+auto MultiFileInputStream<Support, HeaderSize>::FileToBeRead::Open(const char* statusText)
+    -> struct stat {
     errno = 0;
     file_ = OpenForReading(path_);
     ZYN_CHECK_OS_CALL(file_.IsOpen(), "Failed to open file for read");
     struct stat status {};
-    ZYN_CHECK_OS_CALL(fstat(file_.Get(), &status) == 0, "Failed to open file for read");
+    ZYN_CHECK_OS_CALL(fstat(file_.Get(), &status) == 0, statusText);
     identity_ = {status.st_dev, status.st_ino};
+    return status;
 }
 
 template <FileOutputSupport Support, unsigned int HeaderSize>
 void MultiFileInputStream<Support, HeaderSize>::FileToBeRead::Reopen() {
     const FileIdentity listed = Identity();
-    Open();
+    Open("Failed to open file for read");
     // Another file has taken the name: its bytes are not those that were listed.
     errno = ESTALE;
     ZYN_CHECK_OS_CALL(Identity() == listed, "Failed to open file for read");

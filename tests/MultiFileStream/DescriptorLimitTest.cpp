@@ -198,6 +198,12 @@ TEST_F(ReopenTest, SeekBackToThePositionHasItsText) {
               "error)]");
 }
 
+TEST_F(ReopenTest, FileThatCannotBeLookedAtAgainFails) {
+    ListAllParked();
+    const LibcFault fault(LibcCall::kFstat, EIO);
+    EXPECT_EQ(Failure(), "Failed to open file for read [OS call failed:5(Input/output error)]");
+}
+
 TEST_F(ReopenTest, FileThatCannotBeOpenedAgainFails) {
     ListAllParked();
     const LibcFault fault(LibcCall::kOpen, EMFILE, 2);
