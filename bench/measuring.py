@@ -10,7 +10,7 @@ import sys
 from typing import NamedTuple
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-COMMON = ["--names", "6-16", "--message", "60-100", "--seed", "1", "--control-percent", "0",
+COMMON = ["--names", "6-16", "--message", "60-100", "--control-percent", "0",
           "--multiline-percent", "0"]
 SHAPES = {
     "in-order": ["--order", "in-order"],
@@ -23,6 +23,11 @@ SHAPES = {
 }
 
 
+# The orders of a record's packets, as zynloggen's --packets has them.
+ORDERS = ["tTpmclM", "tpTmclM", "mclMtpT", "mclpTtM", "Mlcmt8Tp", "TMlpcmt",
+          "tTpmclM,tpTmclM,mclMtpT,Mlcmt8Tp", "writer", "random"]
+
+
 class Run(NamedTuple):
     """Nanoseconds of all threads, of the clock; KiB."""
     cpu: int
@@ -33,16 +38,17 @@ class Run(NamedTuple):
 class Bench:
     """Programs of one preset, and a directory for logs and texts that the caller removes."""
 
-    def __init__(self, preset, scratch):
+    def __init__(self, preset, scratch, seed=1):
         self.binaries = ROOT / "build" / preset / "bin"
         self.scratch = pathlib.Path(scratch)
+        self.seed = seed
 
-    def generate(self, name, records, shape, files=20):
+    def generate(self, name, records, shape, files=20, more=()):
         """A log of records in files of equal size; its directory."""
         log = self.scratch / name
         shutil.rmtree(log, ignore_errors=True)
         subprocess.run([self.binaries / "zynloggen", "--out", log, "--records", str(records),
-                        "--files", str(files), *COMMON, *SHAPES[shape]],
+                        "--files", str(files), "--seed", str(self.seed), *COMMON, *SHAPES[shape], *more],
                        check=True, stdout=subprocess.DEVNULL)
         return log
 
@@ -63,6 +69,18 @@ class Bench:
         self.measured(first)
         pairs = [(self.measured(first), self.measured(second)) for _ in range(runs)]
         return [a for a, _ in pairs], [b for _, b in pairs]
+
+    def cold(self, command, files, runs):
+        """Runs of a command whose files are not in the page cache; only a file system on a disk has
+        such files."""
+        results = []
+        for _ in range(runs):
+            for file in files:
+                with open(file, "rb") as opened:
+                    os.fsync(opened.fileno())
+                    os.posix_fadvise(opened.fileno(), 0, 0, os.POSIX_FADV_DONTNEED)
+            results.append(self.measured(command))
+        return results
 
     def system_calls(self, command):
         """How many, or None without strace."""
