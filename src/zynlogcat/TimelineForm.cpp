@@ -174,7 +174,7 @@ std::string TimelineForm::Remark() const {
 void TimelineForm::NameThread(const Thread& thread, std::string_view host) {
     const std::uint64_t mixed =
         (thread.ViewersProcess() * 31 + thread.thread) * 0x9E3779B97F4A7C15U;
-    std::optional<Thread>& named = named_[mixed >> 52U];
+    std::optional<Thread>& named = named_[static_cast<std::size_t>(mixed >> 52U)];
     static_assert(std::size_t{1} << 12U == kNamed);
     if (named == thread) {
         return;

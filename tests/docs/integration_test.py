@@ -157,7 +157,7 @@ class TmpfilesTest(unittest.TestCase):
         for fields in lines:
             self.assertEqual(len(fields), 7)
             self.assertEqual(fields[0], "d")
-            self.assertTrue(re.fullmatch(r"0[0-7]{3}", fields[2]), fields)
+            self.assertTrue(re.fullmatch(r":?0[0-7]{3}", fields[2]), fields)
 
     @unittest.skipUnless(shutil.which("systemd-tmpfiles"), "systemd-tmpfiles is not installed")
     def test_systemd_takes_it(self):
