@@ -12,7 +12,7 @@
 #include "LogReading/LogFiles.h"
 #include "Support/FileSystem.h"
 #include "Support/ValidationException.h"
-#include "zyntool/ConfiguredLog.h"
+#include "ZynConfigFileReader/ConfiguredLog.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 #include "LogReading/LogFiles.h"
 #include "Support/FileSystem.h"
 #include "TraceData/ZynDataTextExporter.h"
-#include "zyntool/ConfiguredLog.h"
+#include "ZynConfigFileReader/ConfiguredLog.h"
 
 namespace {
 

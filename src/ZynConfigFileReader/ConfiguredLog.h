@@ -1,6 +1,6 @@
 // Where the configuration says that the logs are, for the commands that take it from there.
-#ifndef ZYN_ZYNTOOL_CONFIGUREDLOG_H
-#define ZYN_ZYNTOOL_CONFIGUREDLOG_H
+#ifndef ZYN_ZYNCONFIGFILEREADER_CONFIGUREDLOG_H
+#define ZYN_ZYNCONFIGFILEREADER_CONFIGUREDLOG_H
 
 #include <exception>
 #include <string>

@@ -1,4 +1,4 @@
-#include "zyntool/ConfiguredLog.h"
+#include "ZynConfigFileReader/ConfiguredLog.h"
 
 #include "Support/ConfigPath.h"
 #include "Support/RuntimeInfo.h"
