@@ -135,23 +135,31 @@ void CsvForm::PutText(std::string_view text) {
             out_.Commit(out + text.size() + 1);
             return;
         }
+    } else if (text.find_first_of(kSpecial) == std::string_view::npos) {
+        out_.Write(text);
+        out_.Write(",");
+        return;
     }
     PutQuoted(text);
 }
 
 void CsvForm::PutQuoted(std::string_view text) {
-    if (text.find_first_of(kSpecial) == std::string_view::npos) {
-        out_.Write(text);
-        out_.Write(",");
-        return;
-    }
+    constexpr std::size_t kLongest = TextFile::kLargestPiece / 2 - 1;
     out_.Write("\"");
     while (!text.empty()) {
-        const std::size_t quote = text.find('"');
-        const std::size_t count = quote == std::string_view::npos ? text.size() : quote + 1;
-        out_.Write(text.substr(0, count));
-        out_.Write(quote == std::string_view::npos ? "" : "\"");
-        text.remove_prefix(count);
+        const std::string_view piece = text.substr(0, kLongest);
+        char* out = out_.Prepare(TextFile::kLargestPiece);
+        for (std::string_view rest = piece; !rest.empty();) {
+            const std::size_t quote = rest.find('"');
+            const std::size_t count = std::min(quote, rest.size() - 1) + 1;
+            out = PutLiteral(out, rest.substr(0, count));
+            if (quote != std::string_view::npos) {
+                *out++ = '"';
+            }
+            rest.remove_prefix(count);
+        }
+        out_.Commit(out);
+        text.remove_prefix(piece.size());
     }
     out_.Write("\",");
 }

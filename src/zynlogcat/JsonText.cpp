@@ -10,6 +10,7 @@
 #include <charconv>
 
 #include "MemoryStream/MemoryStream.h"
+#include "TraceData/Digits.h"
 #include "zynlogcat/Utf8.h"
 
 namespace {
@@ -186,5 +187,13 @@ std::string JsonString(std::string_view text) {
 
 char* PutDecimal(char* out, std::uint64_t value) noexcept {
     constexpr std::size_t kMostDigits = 20;
+    if (value <= UINT32_MAX) [[likely]] {
+        std::array<char, 32> digits;
+        char* const end = digits.data() + kMostDigits - kStep / 2;
+        const char* const begin = PutDigitsBackwards(end, static_cast<std::uint32_t>(value));
+        // Of one size, whatever it is.
+        std::memcpy(out, begin, kStep);
+        return out + (end - begin);
+    }
     return std::to_chars(out, out + kMostDigits, value).ptr;
 }

@@ -31,7 +31,7 @@ inline char* PutLiteral(char* out, std::string_view text) noexcept {
     return out + text.size();
 }
 
-// At most 20 digits.
+// At most 20 digits; needs as many writable characters at out.
 char* PutDecimal(char* out, std::uint64_t value) noexcept;
 
 #endif

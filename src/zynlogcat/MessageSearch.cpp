@@ -16,8 +16,9 @@ class MessageSearch::Expression {
   public:
     Expression(const std::string& text, bool ignoreCase)
         : expression_(Multiline(text), Options(ignoreCase)) {
-        if (!expression_.ok()) {
-            throw std::invalid_argument(expression_.error());
+        // The user's own text, so that what is wrong with it is told in its words.
+        if (const RE2 own(text, Options(ignoreCase)); !own.ok()) {
+            throw std::invalid_argument(own.error());
         }
         FindNeeded(text, ignoreCase);
     }
@@ -71,12 +72,30 @@ class MessageSearch::Expression {
         std::vector<int> without;
         filter.AllPotentials({}, &without);
         const bool anyCase = ignoreCase || text.find("(?") != std::string::npos;
-        if (without.empty() && texts.size() <= kMostNeeded &&
-            !(anyCase && std::any_of(texts.begin(), texts.end(), HasOtherForms))) {
+        if (!without.empty() || texts.empty() ||
+            (anyCase && std::any_of(texts.begin(), texts.end(), HasOtherForms))) {
+            return;
+        }
+        // "code [0-9]" needs one of ten texts, which begin alike.
+        const std::string common = CommonBeginning(texts);
+        if (common.size() >= kShortestNeeded) {
+            texts = {common};
+        }
+        if (texts.size() <= kMostNeeded) {
             for (std::string& needed : texts) {
                 needed_.emplace_back(std::move(needed));
             }
         }
+    }
+
+    static std::string CommonBeginning(const std::vector<std::string>& texts) {
+        std::string common = texts.front();
+        for (const std::string& text : texts) {
+            const auto [end, other] =
+                std::mismatch(common.begin(), common.end(), text.begin(), text.end());
+            common.erase(end, common.end());
+        }
+        return common;
     }
 
     RE2 expression_;

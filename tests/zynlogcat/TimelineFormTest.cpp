@@ -145,6 +145,24 @@ TEST(TimelineFormTest, RecordWithoutAnyTimeIsLeftOutAndSaid) {
     EXPECT_TRUE(events.back().at("args").at("message").is_null());
 }
 
+TEST(TimelineFormTest, EachEventIsALine) {
+    const std::string events =
+        "{\"traceEvents\":[\n"
+        "{\"ph\":\"M\",\"pid\":2,\"tid\":3,\"name\":\"process_name\","
+        "\"args\":{\"name\":\"alpha/2\"}},\n"
+        "{\"ph\":\"M\",\"pid\":2,\"tid\":3,\"name\":\"thread_name\","
+        "\"args\":{\"name\":\"3\"}},\n"
+        "{\"ph\":\"X\",\"pid\":2,\"tid\":3,\"name\":\"Net open\",\"dur\":2000000,"
+        "\"ts\":10000000,\"cat\":\"Entry\","
+        "\"args\":{\"client\":\"rx\",\"message\":\"open\",\"seq\":5}},\n"
+        "{\"ph\":\"i\",\"pid\":2,\"tid\":3,\"name\":\"Net work\",\"s\":\"t\","
+        "\"ts\":13000000,\"cat\":\"Info\","
+        "\"args\":{\"client\":\"rx\",\"message\":\"work(1)\",\"seq\":7}}\n]}\n";
+    EXPECT_EQ(Written("timeline", {}, SampleRecord(At(10, "Entry", "open"), 5),
+                      SampleRecord(At(12, "Exit"), 6), SampleRecord(At(13, "Info"), 7)),
+              events);
+}
+
 TEST(TimelineFormTest, WithoutRecordsItIsADocument) {
     EXPECT_EQ(Json::parse(Written("timeline", {})), (Json{{"traceEvents", Json::array()}}));
 }
