@@ -63,6 +63,18 @@ inline RecordStep StepOver(LogData& data, std::uint64_t position) {
     return {HeaderShape::kWhole, position + head.bytes + kRecordHeaderPayload + length};
 }
 
+// A block without data has none, and that is well.
+HeaderShape FirstRecordFits(LogData& data, std::uint64_t position, const BlockHeaderBytes& header) {
+    const std::uint64_t begin = position + header.Bytes();
+    if (header.block.dataSize == 0) {
+        return HeaderShape::kWhole;
+    }
+    const RecordStep first = StepOver(data, begin);
+    return first.shape == HeaderShape::kWhole && first.next > begin + header.block.dataSize
+               ? HeaderShape::kNone
+               : first.shape;
+}
+
 bool IsBelieved(LogData& data, std::uint64_t position, LogEnd end, StepBudget& budget) {
     const BlockHeaderBytes header = ReadBlockHeader(data.Peek(position, kLongestBlockHeader));
     if (header.shape != HeaderShape::kWhole) {
@@ -70,13 +82,7 @@ bool IsBelieved(LogData& data, std::uint64_t position, LogEnd end, StepBudget& b
     }
     const std::uint64_t begin = position + header.Bytes();
     const std::uint64_t behind = begin + header.block.dataSize;
-    if (header.block.dataSize != 0) {
-        const RecordStep first = StepOver(data, begin);
-        if (first.shape != HeaderShape::kWhole || first.next > behind) {
-            return false;
-        }
-    }
-    if (!data.Reaches(behind)) {
+    if (FirstRecordFits(data, position, header) != HeaderShape::kWhole || !data.Reaches(behind)) {
         return false;
     }
     if (data.Peek(behind, 1).empty() ? end != LogEnd::kFollowed
@@ -180,6 +186,21 @@ bool HeaderStandsAt(LogData& data, std::uint64_t position, LogEnd end) {
     const Head head = ReadHead(data.Peek(position, kLongestBlockHeader), kBlockHeaderPayload);
     return head.shape == HeaderShape::kWhole ||
            (head.shape == HeaderShape::kCut && end != LogEnd::kFinal);
+}
+
+HeaderShape BlockBeginsAt(LogData& data, std::uint64_t position) {
+    const BlockHeaderBytes header = ReadBlockHeader(data.Peek(position, kLongestBlockHeader));
+    return header.shape == HeaderShape::kWhole ? FirstRecordFits(data, position, header)
+                                               : header.shape;
+}
+
+bool IsWholeBlock(LogData& data, std::uint64_t position) {
+    const BlockHeaderBytes header = ReadBlockHeader(data.Peek(position, kLongestBlockHeader));
+    const std::uint64_t begin = position + header.Bytes();
+    StepBudget budget;
+    return header.shape == HeaderShape::kWhole && header.block.dataSize != 0 &&
+           data.Reaches(begin + header.block.dataSize) &&
+           RecordsFill(data, begin, header.block.dataSize, budget);
 }
 
 std::optional<std::uint64_t> FindBlockHeader(LogData& data, std::uint64_t from, LogEnd end,

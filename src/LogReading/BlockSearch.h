@@ -75,6 +75,13 @@ class StepBudget {
 // Whether a block header stands at a position, or, for a log that goes on, begins there at the end.
 [[nodiscard]] bool HeaderStandsAt(LogData& data, std::uint64_t position, LogEnd end);
 
+// Whether a block begins at a position, as far as its header and that of its first record can tell,
+// wherever it may end.
+[[nodiscard]] HeaderShape BlockBeginsAt(LogData& data, std::uint64_t position);
+
+// Whether all of a block is there, and its records fill it.
+[[nodiscard]] bool IsWholeBlock(LogData& data, std::uint64_t position);
+
 // The first block header at or behind a position that is believed: the data has all of its block,
 // its first record header fits into it, and its length leads to another header or to the end of the
 // data, or its records fill it exactly. A block without data has no record header, and must lead

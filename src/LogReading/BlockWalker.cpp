@@ -34,6 +34,7 @@ BlockWalker::Step BlockWalker::Walk(bool withData) {
     }
     // Streams are read through in any case, and once.
     withData = withData || data_.HasStreams();
+    lost_ = false;
     const std::span<const char> bytes = HeaderAt(position_, withData);
     if (bytes.empty()) {
         return Step::kEnd;
@@ -126,7 +127,13 @@ BlockWalker::Step BlockWalker::WalkUnfinished(const BlockHeaderBytes& header) {
         recordsTo_ = begin;
     }
     // While its records follow each other it is being written.
-    if (RecordsSoFar(data_, recordsTo_, begin + header.block.dataSize)) {
+    const std::uint64_t behind = begin + header.block.dataSize;
+    if (RecordsSoFar(data_, recordsTo_, behind)) {
+        return Step::kUnfinished;
+    }
+    // What had been written of it may have been written anew.
+    recordsTo_ = begin;
+    if (RecordsSoFar(data_, recordsTo_, behind)) {
         return Step::kUnfinished;
     }
     return WalkDamage(BlockDamage::kBlockHeader, BlockDamage::kBlockHeader, header.block.dataSize);
@@ -140,7 +147,8 @@ BlockWalker::Step BlockWalker::WalkDamage(BlockDamage found, BlockDamage atEnd,
     if (next) {
         return Pass(found, *next, dataBytes);
     }
-    return end_ == LogEnd::kFollowed ? Step::kUnfinished : Pass(atEnd, data_.Size(), dataBytes);
+    lost_ = end_ == LogEnd::kFollowed;
+    return lost_ ? Step::kUnfinished : Pass(atEnd, data_.Size(), dataBytes);
 }
 
 BlockWalker::Step BlockWalker::Pass(BlockDamage damage, std::uint64_t next,

@@ -28,7 +28,7 @@ struct DamagedPlace {
     std::optional<std::uint32_t> dataBytes;
 };
 
-struct LogBlock {
+struct FoundBlock {
     std::uint64_t position = 0;      // of the header's first byte
     std::uint64_t dataPosition = 0;  // of the data's first byte
     std::uint32_t dataBytes = 0;
@@ -68,10 +68,14 @@ class BlockWalker {
     // The same without reading the data, unless damage makes it necessary.
     Step Hop() { return Walk(false); }
 
-    [[nodiscard]] const LogBlock& Block() const noexcept { return block_; }
+    [[nodiscard]] const FoundBlock& Block() const noexcept { return block_; }
     [[nodiscard]] const DamagedPlace& Damage() const noexcept { return damage_; }
     // Where the walk goes on: behind what was handed out or passed over.
     [[nodiscard]] std::uint64_t Position() const noexcept { return position_; }
+
+    // After kUnfinished: whether not even the beginning of a block stands at Position(), so that
+    // what comes is searched for one each time.
+    [[nodiscard]] bool IsLost() const noexcept { return lost_; }
 
     // Of a log that is followed: what comes is final from now on, or is not.
     void SetEnd(LogEnd end) noexcept { end_ = end; }
@@ -93,7 +97,7 @@ class BlockWalker {
     LogData& data_;
     LogEnd end_;
     std::uint64_t position_;
-    LogBlock block_;
+    FoundBlock block_;
     DamagedPlace damage_;
     StepBudget budget_;
     // Where the block at position_ ends in truth, once its length has been found to be wrong.
@@ -102,6 +106,7 @@ class BlockWalker {
     std::uint64_t searchedFrom_ = 0;
     std::uint64_t searchedTo_ = 0;
     bool searchFound_ = false;
+    bool lost_ = false;
     // Of an unfinished block: the records before this position are whole.
     std::uint64_t unfinished_ = 0;
     std::uint64_t recordsTo_ = 0;

@@ -15,7 +15,7 @@
 
 // Offsets count from the file's first byte, its header included. Throws CheckOSCall "Failed to read
 // from file", what RawFile throws when it is reopened, and what TemporaryFile throws. One thread.
-class ByteSource {
+class ByteSource : public std::enable_shared_from_this<ByteSource> {
   public:
     // file: nullptr for a pipe.
     explicit ByteSource(std::shared_ptr<RawFile> file) noexcept : file_(std::move(file)) {}
@@ -41,6 +41,15 @@ class ByteSource {
 
     // Whether it can only be read on.
     [[nodiscard]] virtual bool IsStream() const noexcept = 0;
+
+    // A source of the same bytes that reads them from the beginning, whatever this one has passed.
+    [[nodiscard]] virtual std::shared_ptr<ByteSource> Afresh() = 0;
+
+    // Whether the file has become smaller than it was known to be: why reading has failed.
+    virtual bool HasShrunk() { return false; }
+
+    // The file that it reads; nullptr for a pipe.
+    [[nodiscard]] const std::shared_ptr<RawFile>& Raw() const noexcept { return file_; }
 
     // The process cannot spare a descriptor for it while something else is read: Park closes it,
     // until the next reading.
@@ -76,6 +85,12 @@ class PlainSource final : public ByteSource {
     void Keep(std::uint64_t /*offset*/, const char* /*bytes*/, std::size_t /*count*/) override {}
     [[nodiscard]] bool IsStream() const noexcept override { return false; }
 
+    std::shared_ptr<ByteSource> Afresh() override { return shared_from_this(); }
+    bool HasShrunk() override {
+        File().Refresh();
+        return File().Size() < size_;
+    }
+
     // Of a file that is followed.
     void SetSize(std::uint64_t size) noexcept { size_ = size; }
 
@@ -103,6 +118,10 @@ class StreamSource final : public ByteSource {
     bool Reaches(std::uint64_t end) override;
     void Keep(std::uint64_t offset, const char* bytes, std::size_t count) override;
     [[nodiscard]] bool IsStream() const noexcept override { return true; }
+    // Of a file only. Damage has been said, or will be, by this one.
+    std::shared_ptr<ByteSource> Afresh() override {
+        return std::make_shared<StreamSource>(Raw(), open_, [](DecoderEnd /*end*/) {});
+    }
 
   private:
     std::size_t Decode(char* buffer, std::size_t room);

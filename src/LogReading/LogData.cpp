@@ -1,6 +1,7 @@
 #include "LogReading/LogData.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <new>
@@ -64,6 +65,19 @@ std::size_t LogData::PieceOf(std::uint64_t position) const noexcept {
 LogPlace LogData::PlaceOf(std::uint64_t position) const {
     const Piece& piece = pieces_[PieceOf(position)];
     return {&piece.path, position - piece.begin + piece.from};
+}
+
+std::vector<FilePlace> LogData::PlacesAt(std::uint64_t position) const {
+    std::vector<FilePlace> places;
+    for (std::size_t index = 0; index < pieces_.size(); ++index) {
+        const Piece& piece = pieces_[index];
+        std::uint64_t offset = piece.from;
+        if (index < located_ && piece.begin < position) {
+            offset += std::min(position, EndOf(index).value_or(position)) - piece.begin;
+        }
+        places.push_back({piece.path, piece.source, offset});
+    }
+    return places;
 }
 
 std::size_t LogData::ReadAt(std::uint64_t position, char* buffer, std::size_t atLeast,
@@ -138,6 +152,12 @@ const char* LogData::ViewLarge(std::uint64_t position, std::uint64_t count) {
     return ReadAt(position + buffered, large_.get() + buffered, left, left, false) == left
                ? large_.get()
                : nullptr;
+}
+
+void LogData::Read(std::uint64_t position, char* buffer, std::size_t count) {
+    errno = 0;
+    ZYN_CHECK_OS_CALL(ReadAt(position, buffer, count, count, true) == count,
+                      "Failed to read from file");
 }
 
 std::span<const char> LogData::PeekOutside(std::uint64_t position, std::size_t count) {

@@ -20,6 +20,13 @@ struct LogPlace {
     std::uint64_t offset = 0;  // in the file, as uncompressed, its header counted
 };
 
+// How far a file of a log has been read.
+struct FilePlace {
+    std::string path;
+    std::shared_ptr<ByteSource> source;
+    std::uint64_t offset = 0;
+};
+
 // Positions count from 0 over all pieces. Memory: one window, larger views while they are in use,
 // and a small object for each piece. What cannot be read twice is kept in an unlinked temporary
 // file while somebody may come back to it (Hold). All reading throws CheckOSCall "Failed to read
@@ -51,6 +58,9 @@ class LogData {
     // Whether some of it can be read only in its order, and is kept by Hold.
     [[nodiscard]] bool HasStreams() const noexcept { return hasStreams_; }
 
+    // Has a piece begin elsewhere; before anything is read.
+    void BeginAt(std::size_t piece, std::uint64_t from) noexcept { pieces_[piece].from = from; }
+
     [[nodiscard]] bool Empty() const noexcept { return pieces_.empty(); }
     [[nodiscard]] std::span<const Piece> Pieces() const noexcept { return pieces_; }
 
@@ -64,6 +74,9 @@ class LogData {
         }
         return ViewOutside(position, count);
     }
+
+    // Copies the count bytes at a position, which the data has, reading no more than those.
+    void Read(std::uint64_t position, char* buffer, std::size_t count);
 
     // Up to count <= kPeekBytes bytes at a position, fewer only at the end of the data, valid until
     // the next View or Peek. Leaves what View returned as it is.
@@ -103,6 +116,9 @@ class LogData {
 
     // Gives the window's memory back until the next View: for a log that rests.
     void ReleaseWindow() noexcept;
+
+    // How far each piece has been read by who has come to a position.
+    [[nodiscard]] std::vector<FilePlace> PlacesAt(std::uint64_t position) const;
 
   private:
     // Frees its bytes as new[] got them; they are not set.

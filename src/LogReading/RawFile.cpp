@@ -1,6 +1,5 @@
 #include "LogReading/RawFile.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,7 +15,7 @@ RawFile::RawFile(std::string path) : path_(std::move(path)) {
 
 void RawFile::Open() {
     errno = 0;
-    file_ = FileDescriptor(open(path_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    file_ = OpenForReading(path_);
     ZYN_CHECK_OS_CALL(file_.IsOpen(), "Failed to open file for read");
 }
 

@@ -27,7 +27,8 @@ class RawFile {
     [[nodiscard]] std::int64_t Changed() const noexcept { return changed_; }
     [[nodiscard]] bool IsLinked() const noexcept { return linked_; }
 
-    // Looks at the file again. Throws as the constructor.
+    // Looks at the file again, which is opened for that when it was parked. Throws as the
+    // constructor.
     void Refresh();
 
     // Closes the file until the next reading, which throws the constructor's failure when its name

@@ -84,7 +84,7 @@ class Salvage {
     }
 
   private:
-    void KeepBlock(const LogBlock& block) {
+    void KeepBlock(const FoundBlock& block) {
         const GoodRecords good = FindGood(block.data, block.dataBytes);
         const auto headerBytes = static_cast<std::size_t>(block.dataPosition - block.position);
         const std::span<const char> header = data_.Peek(block.position, headerBytes);
@@ -208,7 +208,7 @@ class Salvage {
         from.records += good.records;
     }
 
-    void Count(const LogBlock& block, const GoodRecords& good) {
+    void Count(const FoundBlock& block, const GoodRecords& good) {
         SalvagedFile& from = result_.files[data_.PieceOf(block.position)];
         ++from.blocks;
         from.records += good.records;

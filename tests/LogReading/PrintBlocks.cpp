@@ -30,7 +30,7 @@ std::string Hex(std::string_view bytes) {
 }
 
 // A sum of the data that tells whether the right bytes were handed out.
-std::uint32_t SumOf(const LogBlock& block) {
+std::uint32_t SumOf(const FoundBlock& block) {
     std::uint32_t sum = 1;
     for (std::uint32_t index = 0; index < block.dataBytes; ++index) {
         sum = sum * 31 + static_cast<unsigned char>(block.data[index]);
@@ -43,7 +43,7 @@ void Print(LogData& data, bool hop) {
     while (true) {
         const BlockWalker::Step step = hop ? walker.Hop() : walker.Next();
         if (step == BlockWalker::Step::kBlock) {
-            const LogBlock& block = walker.Block();
+            const FoundBlock& block = walker.Block();
             std::cout << "block " << block.position << ' ' << block.dataPosition << ' '
                       << block.dataBytes << ' ' << block.processId << " <" << Hex(block.Host())
                       << '>';

@@ -1,0 +1,184 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "LogReading/BlockWalker.h"
+#include "LogReading/LogCursor.h"
+#include "LogReading/LogInput.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/Files.h"
+
+namespace {
+
+std::string BlockOf(std::uint32_t number) {
+    return LogBlock()
+        .Pid(number)
+        .Record(LogRecord(number).Message("message " + std::to_string(number)))
+        .Bytes();
+}
+
+class NoIssues final : public InputListener {
+  public:
+    void OnIssue(const InputIssue& issue) override { ADD_FAILURE() << issue.text; }
+};
+
+using Numbers = std::vector<std::uint32_t>;
+
+class LogCursorTest : public testing::Test {
+  protected:
+    void SetUp() override { log_ = directory_.MakeDirectory("log"); }
+
+    std::string Path(const std::string& name) { return log_ + "/" + name; }
+    void Write(const std::string& name, const std::string& data) {
+        WriteFile(Path(name), LogWriter::FileHeader() + data);
+    }
+    void Append(const std::string& name, const std::string& data) {
+        std::ofstream(Path(name), std::ios::binary | std::ios::app) << data;
+    }
+
+    // What a run shows that keeps its place; nothing when its place is gone.
+    std::optional<Numbers> Run() {
+        NoIssues issues;
+        const auto data = OpenLog(log_, issues);
+        const LogCursor before = LogCursor::Load(cursor_).value_or(LogCursor());
+        std::vector<FilePlace> files = data->PlacesAt(0);
+        const bool found = before.Find(files);
+        for (std::size_t index = 0; index < files.size(); ++index) {
+            data->BeginAt(index, files[index].offset);
+        }
+        BlockWalker walker(*data, LogEnd::kLive);
+        Numbers numbers;
+        while (walker.Next() == BlockWalker::Step::kBlock) {
+            numbers.push_back(walker.Block().processId);
+        }
+        LogCursor::At(data->PlacesAt(walker.Position()), before).Store(cursor_);
+        lost_ = !found;
+        return numbers;
+    }
+
+    TempDirectory directory_;
+    std::string log_;
+    std::string cursor_ = directory_ / "cursor";
+    bool lost_ = false;
+};
+
+TEST_F(LogCursorTest, EachRunGoesOnBehindTheOneBefore) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    EXPECT_EQ(Run(), Numbers{});
+    Append("zynlog-1.txt", BlockOf(2) + BlockOf(3).substr(0, 50));
+    EXPECT_EQ(Run(), Numbers{2});
+    Append("zynlog-1.txt", BlockOf(3).substr(50));
+    Write("zynlog-2.txt", BlockOf(4));
+    EXPECT_EQ(Run(), (Numbers{3, 4}));
+    EXPECT_EQ(Run(), Numbers{});
+    EXPECT_FALSE(lost_);
+}
+
+TEST_F(LogCursorTest, BlockThatWasBrokenOffIsReadWhole) {
+    Write("zynlog-1.txt", BlockOf(1) + BlockOf(2).substr(0, 20));
+    EXPECT_EQ(Run(), Numbers{1});
+    Write("zynlog-2.txt", BlockOf(2).substr(20) + BlockOf(3));
+    EXPECT_EQ(Run(), (Numbers{2, 3}));
+}
+
+TEST_F(LogCursorTest, FilesThatWereRenamedRotatedAndCompressedSinceAreFound) {
+    Write("zynlog-1.txt", BlockOf(1));
+    Write("zynlog-2.txt", BlockOf(2));
+    Write("zynlog-3.txt", BlockOf(3));
+    EXPECT_EQ(Run(), (Numbers{1, 2, 3}));
+    std::filesystem::remove(Path("zynlog-1.txt"));
+    std::filesystem::rename(Path("zynlog-3.txt"), Path("zynlog-4.txt"));
+    Append("zynlog-4.txt", BlockOf(4));
+    ASSERT_EQ(
+        std::system(("gzip " + Path("zynlog-2.txt") + " && gzip " + Path("zynlog-4.txt")).c_str()),
+        0);
+    EXPECT_EQ(Run(), Numbers{4});
+    EXPECT_FALSE(lost_);
+    EXPECT_EQ(Run(), Numbers{});
+    EXPECT_FALSE(lost_);
+}
+
+TEST_F(LogCursorTest, PlaceThatIsGoneBeginsWithTheOldest) {
+    Write("zynlog-1.txt", BlockOf(1));
+    Write("zynlog-2.txt", BlockOf(2));
+    EXPECT_EQ(Run(), (Numbers{1, 2}));
+    std::filesystem::remove(Path("zynlog-2.txt"));
+    EXPECT_EQ(Run(), Numbers{1});
+    EXPECT_TRUE(lost_);
+    // A file of the same name with other bytes is another one.
+    Write("zynlog-1.txt", BlockOf(7) + BlockOf(8));
+    EXPECT_EQ(Run(), (Numbers{7, 8}));
+    EXPECT_TRUE(lost_);
+}
+
+TEST_F(LogCursorTest, NewFileIsReadWhereverItSorts) {
+    Write("zynlog-9.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    Write("zynlog-10.txt", BlockOf(2));
+    EXPECT_EQ(Run(), Numbers{2});
+    EXPECT_EQ(Run(), Numbers{});
+}
+
+TEST_F(LogCursorTest, WhatIsNoCursorFileIsLeftAlone) {
+    for (const std::string& content :
+         {std::string(), std::string("text\n"), std::string(300, 'x')}) {
+        WriteFile(cursor_, content);
+        EXPECT_THROW((void)LogCursor::Load(cursor_), NoCursorFile);
+        EXPECT_EQ(ReadFile(cursor_), content);
+    }
+    EXPECT_THROW((void)LogCursor::Load(log_), NoCursorFile);
+    EXPECT_FALSE(LogCursor::Load(directory_ / "none").has_value());
+}
+
+TEST_F(LogCursorTest, EachDamagedByteMakesItNoCursorFile) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    const std::string whole = ReadFile(cursor_);
+    for (std::size_t at = 0; at < whole.size(); ++at) {
+        WriteFile(cursor_, WithBitFlipped(whole, at, 1));
+        EXPECT_THROW((void)LogCursor::Load(cursor_), NoCursorFile) << at;
+        WriteFile(cursor_, whole.substr(0, at));
+        EXPECT_THROW((void)LogCursor::Load(cursor_), NoCursorFile) << at;
+    }
+}
+
+TEST_F(LogCursorTest, FileThatCannotBeWrittenFails) {
+    EXPECT_THROW(LogCursor().Store(directory_ / "none/cursor"), std::runtime_error);
+}
+
+// Whoever is killed while it writes leaves the old cursor or the new one.
+TEST_F(LogCursorTest, KilledAmidWritingLeavesAWholeCursor) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    for (int round = 0; round < 50; ++round) {
+        const pid_t writer = fork();
+        if (writer == 0) {
+            const auto cursor = LogCursor::Load(cursor_);
+            while (true) {
+                cursor->Store(cursor_);
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::microseconds(500 + round * 37));
+        kill(writer, SIGKILL);
+        waitpid(writer, nullptr, 0);
+        ASSERT_TRUE(LogCursor::Load(cursor_).has_value());
+        EXPECT_EQ(Run(), Numbers{});
+        EXPECT_EQ(ListDirectory(directory_.Path()), (std::vector<std::string>{"cursor", "log"}));
+    }
+}
+
+}  // namespace
