@@ -4,11 +4,11 @@
 #include <span>
 #include <string_view>
 
-void BlockOrigins::Set(const LogBlock& block, const LogData& data) {
+void BlockOrigins::Set(const FoundBlock& block, const LogData& data, std::uint64_t number) {
     std::copy(block.hostBytes.begin(), block.hostBytes.end(), host_.begin());
     origin_.host = std::string_view(host_.data(), block.Host().size());
     origin_.writer = block.processId;
-    ++origin_.number;
+    origin_.number = number;
     // Nearly every block lies in one file. Where the pieces behind it begin may not be known yet.
     pieces_.clear();
     const std::span<const LogData::Piece> all = data.Pieces();

@@ -24,8 +24,9 @@ class BlockOrigins {
     BlockOrigins(const BlockOrigins&) = delete;
     BlockOrigins& operator=(const BlockOrigins&) = delete;
 
-    // The paths are those of the data, which outlives their use.
-    void Set(const LogBlock& block, const LogData& data);
+    // The paths are those of the data, which outlives their use. number: tells the block from all
+    // others of a run.
+    void Set(const FoundBlock& block, const LogData& data, std::uint64_t number);
     [[nodiscard]] const BlockOrigin& Get() const noexcept { return origin_; }
 
   private:
@@ -61,9 +62,9 @@ class BlockRecords {
     BlockRecords& operator=(const BlockRecords&) = delete;
 
     // Hands over the records of a block that can be read whole. What the taker throws passes on.
-    void Read(const LogBlock& block, const LogData& data) {
+    void Read(const FoundBlock& block, const LogData& data) {
         block_ = block;
-        origin_.Set(block, data);
+        origin_.Set(block, data, ++blocks_);
         record_.block = &origin_.Get();
         hasTime_ = false;
         RecordSplitter records(block.data, block.dataBytes);
@@ -113,8 +114,9 @@ class BlockRecords {
     Taker& taker_;
     RecordView view_;
     TraceRecord record_;
-    LogBlock block_;
+    FoundBlock block_;
     BlockOrigins origin_;
+    std::uint64_t blocks_ = 0;
     bool hasTime_ = false;
     typename Order::Storage storage_;
 };

@@ -1,18 +1,33 @@
 #include "zynlogcat/CatRun.h"
 
+#include <fcntl.h>
+#include <sys/signalfd.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstddef>
 #include <cstdint>
 #include <exception>
 #include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "LogReading/BlockWalker.h"
+#include "LogReading/LogCursor.h"
+#include "LogReading/LogFollower.h"
 #include "LogReading/LogInput.h"
+#include "LogReading/StreamDecoder.h"
+#include "Support/FileDescriptor.h"
+#include "Support/ValidationException.h"
 #include "zynlogcat/BlockRecords.h"
+#include "zynlogcat/MergedRecords.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordTail.h"
 #include "zynlogcat/RunReport.h"
@@ -60,7 +75,37 @@ class Chooser {
     RecordSink* sink_;
 };
 
-class CatRun {
+// SIGINT and SIGTERM as something that can be read, while it lives.
+class StopSignals {
+  public:
+    StopSignals() {
+        sigset_t signals;
+        sigemptyset(&signals);
+        sigaddset(&signals, SIGINT);
+        sigaddset(&signals, SIGTERM);
+        sigprocmask(SIG_BLOCK, &signals, &before_);
+        errno = 0;
+        file_ = FileDescriptor(signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK));
+        ZYN_CHECK_OS_CALL(file_.IsOpen(), "Can not wait for signals");
+    }
+    StopSignals(const StopSignals&) = delete;
+    StopSignals& operator=(const StopSignals&) = delete;
+    ~StopSignals() {
+        // Those that have come have done their work.
+        std::array<char, sizeof(signalfd_siginfo)> one{};
+        while (read(file_.Get(), one.data(), one.size()) > 0) {
+        }
+        sigprocmask(SIG_SETMASK, &before_, nullptr);
+    }
+
+    [[nodiscard]] int Descriptor() const noexcept { return file_.Get(); }
+
+  private:
+    sigset_t before_{};
+    FileDescriptor file_;
+};
+
+class CatRun final : private FollowListener {
   public:
     CatRun(const CatOptions& options, const CatTerminal& terminal, TextFile& out,
            std::ostream& errors)
@@ -81,16 +126,20 @@ class CatRun {
     }
 
     int Run() {
-        if (options_.follow || options_.merge || !options_.cursorFile.empty()) {
-            throw CatUsageError("--follow, --merge and --cursor-file are not there yet");
+        if (options_.follow) {
+            RefuseCompressed();
         }
         form_->Begin();
-        for (const std::string& log : options_.logs) {
-            ShowLog(log);
+        if (options_.follow || !options_.cursorFile.empty()) {
+            Follow();
+        } else if (options_.merge) {
+            Merge();
+        } else {
+            for (const std::string& log : options_.logs) {
+                ShowLog(log);
+            }
         }
-        if (tail_) {
-            tail_->Finish();
-        }
+        FinishTail();
         form_->End();
         out_.Flush();
         if (const std::string remark = form_->Remark(); !remark.empty()) {
@@ -103,10 +152,24 @@ class CatRun {
     [[nodiscard]] int Status() const noexcept { return report_.Status(); }
 
   private:
+    [[nodiscard]] LogEnd End() const noexcept {
+        return options_.live ? LogEnd::kLive : LogEnd::kFinal;
+    }
+    std::unique_ptr<LogData> Open(const std::string& log);
     void ShowLog(const std::string& log);
     void ShowBlocks(LogData& data);
+    void Merge();
+    void RefuseCompressed();
+    void Follow();
+    void LoadCursor(LogFollower& follower);
+    void StoreCursor(const LogFollower& follower);
+    void FinishTail();
     template <typename Action>
     bool Try(const std::string& log, Action&& action);
+
+    void OnBlock(std::size_t log, const FoundBlock& block, LogData& data) override;
+    void OnDamagedPlace(std::size_t log, const DamagedPlace& place, LogData& data) override;
+    void OnIssue(const InputIssue& issue) override { report_.OnIssue(issue); }
 
     const CatOptions& options_;
     TextFile& out_;
@@ -115,6 +178,7 @@ class CatRun {
     std::optional<RecordTail> tail_;
     Chooser chooser_;
     BlockRecords<Chooser> records_;
+    LogCursor cursor_;
 };
 
 // What cannot be read is said, and the next log's turn comes. What cannot be written ends the run.
@@ -133,23 +197,31 @@ bool CatRun::Try(const std::string& log, Action&& action) {
     }
 }
 
-void CatRun::ShowLog(const std::string& log) {
+// Null when there is nothing to read, which is said.
+std::unique_ptr<LogData> CatRun::Open(const std::string& log) {
     std::unique_ptr<LogData> data;
     report_.BeginLog(IsDirectory(log));
-    const LogInputOptions input{.since = SinceSeconds(options_.conditions)};
+    const LogInputOptions input{.since = SinceSeconds(options_.conditions),
+                                .readableTwice = options_.merge};
     if (!Try(log, [&] { data = OpenLog(log, report_, input); })) {
-        return;
+        return nullptr;
     }
     if (data->Empty()) {
         report_.OnEmptyLog(log);
-        return;
+        return nullptr;
     }
     report_.SetData(*data);
-    Try(log, [&] { ShowBlocks(*data); });
+    return data;
+}
+
+void CatRun::ShowLog(const std::string& log) {
+    if (const std::unique_ptr<LogData> data = Open(log)) {
+        Try(log, [&] { ShowBlocks(*data); });
+    }
 }
 
 void CatRun::ShowBlocks(LogData& data) {
-    BlockWalker walker(data, options_.live ? LogEnd::kLive : LogEnd::kFinal);
+    BlockWalker walker(data, End());
     for (;;) {
         switch (walker.Next()) {
             case BlockWalker::Step::kBlock:
@@ -163,6 +235,111 @@ void CatRun::ShowBlocks(LogData& data) {
                 return;
         }
     }
+}
+
+void CatRun::Merge() {
+    std::vector<std::unique_ptr<LogData>> opened;
+    std::vector<LogData*> logs;
+    for (const std::string& log : options_.logs) {
+        if (std::unique_ptr<LogData> data = Open(log)) {
+            logs.push_back(data.get());
+            opened.push_back(std::move(data));
+        }
+    }
+    Try("--merge", [&] {
+        MergedRecords merged(logs, End(), report_);
+        for (TraceRecord record; merged.Next(record);) {
+            chooser_.Take(record);
+        }
+    });
+}
+
+// They do not grow.
+void CatRun::RefuseCompressed() {
+    for (const std::string& log : options_.logs) {
+        if (IsDirectory(log)) {
+            continue;
+        }
+        const FileDescriptor file(open(log.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+        std::array<char, kCompressionMarkBytes> mark{};
+        const ssize_t count =
+            file.IsOpen() ? pread(file.Get(), mark.data(), mark.size(), 0) : ssize_t{-1};
+        if (count > 0 && RecognizeCompression({mark.data(), static_cast<std::size_t>(count)}) !=
+                             Compression::kNone) {
+            throw CatUsageError("--follow: " + log + " is compressed");
+        }
+    }
+}
+
+// Reads what is there, from where the cursor is if there is one, and goes on with what comes.
+void CatRun::Follow() {
+    const std::optional<StopSignals> stop =
+        options_.follow ? std::optional<StopSignals>(std::in_place) : std::nullopt;
+    Try(options_.follow ? "--follow" : options_.logs.front(), [&] {
+        LogFollower follower(options_.logs, *this);
+        LoadCursor(follower);
+        follower.Look();
+        FinishTail();
+        StoreCursor(follower);
+        auto stored = std::chrono::steady_clock::now();
+        while (options_.follow &&
+               follower.Wait(stop->Descriptor(), STDOUT_FILENO) == LogFollower::Event::kLook) {
+            follower.Look();
+            out_.Flush();
+            if (const auto now = std::chrono::steady_clock::now();
+                now - stored >= std::chrono::seconds(1)) {
+                StoreCursor(follower);
+                stored = now;
+            }
+        }
+        StoreCursor(follower);
+    });
+}
+
+void CatRun::LoadCursor(LogFollower& follower) {
+    if (options_.cursorFile.empty()) {
+        return;
+    }
+    const std::optional<LogCursor> loaded = LogCursor::Load(options_.cursorFile);
+    if (!loaded) {
+        return;
+    }
+    cursor_ = *loaded;
+    std::vector<FilePlace> files = follower.Files(0);
+    if (!cursor_.Find(files)) {
+        report_.Say(options_.cursorFile + ": its place is gone; beginning with the oldest");
+        return;
+    }
+    for (const FilePlace& file : files) {
+        follower.BeginAt(file.path, file.offset);
+    }
+}
+
+// Behind the output: what was not written out is shown once more the next time.
+void CatRun::StoreCursor(const LogFollower& follower) {
+    out_.Flush();
+    if (!options_.cursorFile.empty()) {
+        cursor_ = LogCursor::At(follower.Places(0), cursor_);
+        cursor_.Store(options_.cursorFile);
+    }
+}
+
+void CatRun::FinishTail() {
+    if (tail_) {
+        chooser_.SetSink(*form_);
+        tail_->Finish();
+        tail_.reset();
+    }
+}
+
+void CatRun::OnBlock(std::size_t /*log*/, const FoundBlock& block, LogData& data) {
+    report_.SetData(data);
+    records_.Read(block, data);
+}
+
+void CatRun::OnDamagedPlace(std::size_t /*log*/, const DamagedPlace& place, LogData& data) {
+    report_.SetData(data);
+    report_.OnBlockDamage(place);
 }
 
 }  // namespace

@@ -250,8 +250,6 @@ TEST_F(CatTest, MistakesInTheCommandLineReadNothing) {
     EXPECT_EQ(mistake({"-n", "-1"}),
               "zynlog-cat: --lines: not a number from 0 to 4294967295: '-1'\n" + kTry);
     EXPECT_EQ(mistake({"-g", "("}), "zynlog-cat: --grep: missing ): (\n" + kTry);
-    EXPECT_EQ(mistake({"--merge"}),
-              "zynlog-cat: --follow, --merge and --cursor-file are not there yet\n" + kTry);
     EXPECT_NE(mistake({"--nothing"}).find(kTry), std::string::npos);
 }
 
@@ -403,6 +401,59 @@ TEST_F(CatTest, RecordsWithoutAnyTimeAreSaidOnceByATimeline) {
     EXPECT_EQ(result.error, "zynlog-cat: 2 records without any time left out\n");
     EXPECT_EQ(result.output, "{\"traceEvents\":[\n]}\n");
     EXPECT_EQ(result.status, 0);
+}
+
+TEST_F(CatTest, MergeIsByTimeOverLogsAndWriters) {
+    WriteLog("a", LogWriter().Block(Block(1, 1)).Block(Block(4, 1)).Block(Block(2, 2, "beta")));
+    WriteLog("b", LogWriter().Block(Block(3, 2)));
+    EXPECT_EQ(Messages({"--merge", "a", "b"}), "m1 m2 m3 m3 m4 m4 ");
+    EXPECT_EQ(Messages({"--merge", "a", "b", "-n", "2", "-l", "Odd"}), "m3 m3 ");
+    EXPECT_EQ(Messages({"a"}), "m1 m4 m2 m3 ");
+}
+
+TEST_F(CatTest, MergePassesOverDamage) {
+    LogBlock block = Block(1, 1);
+    block.Record(LogRecord(2).Packet(LogPacket::String(0, "bad").Length(99))).Raw("no record");
+    WriteLog("log", LogWriter().Block(block));
+    const ProgramResult plain = Cat({"log"});
+    const ProgramResult merged = Cat({"log", "--merge"});
+    EXPECT_EQ(merged.output, plain.output);
+    EXPECT_EQ(merged.error.size(), plain.error.size()) << "the same lines, maybe in another order";
+    for (const char* text : {", offset 404: packet: ", ", offset 414: record: "}) {
+        EXPECT_NE(merged.error.find(text), std::string::npos) << merged.error;
+    }
+    EXPECT_EQ(merged.status, 1);
+}
+
+TEST_F(CatTest, CursorFileBeginsBehindWhatWasRead) {
+    const std::string name = WriteLog("log", SmallLog());
+    const std::vector<std::string> arguments{"log", "--cursor-file", "cursor", "-l", "Odd"};
+    EXPECT_EQ(Messages(arguments), "m1 m3 m5 ");
+    EXPECT_EQ(Messages(arguments), "");
+    WriteFile(directory_ / "log/zynlog-0001.txt", SmallLog().Block(Block(6, 2)).File());
+    EXPECT_EQ(Messages(arguments), "m7 ");
+    WriteFile(directory_ / "other", "no cursor");
+    const ProgramResult refused = Cat({"log", "--cursor-file", "other"});
+    EXPECT_NE(refused.error.find("other: is not a cursor file"), std::string::npos);
+    EXPECT_EQ(refused.status, 2);
+    EXPECT_EQ(ReadFile(directory_ / "other"), "no cursor");
+}
+
+TEST_F(CatTest, CursorWhosePlaceIsGoneBeginsWithTheOldest) {
+    WriteLog("log", SmallLog());
+    WriteLog("new", LogWriter().Block(Block(1, 1)).Block(Block(8, 2)));
+    EXPECT_EQ(Messages({"log", "--cursor-file", "cursor"}), "m1 m2 m3 m4 m5 ");
+    const ProgramResult result = Cat({"new", "--cursor-file", "cursor", "-o", "short"});
+    EXPECT_EQ(result.error, "zynlog-cat: cursor: its place is gone; beginning with the oldest\n");
+    EXPECT_NE(result.output.find(" m1\n"), std::string::npos);
+}
+
+TEST_F(CatTest, FollowRefusesWhatDoesNotGrow) {
+    WriteFile(directory_ / "log.gz", "\x1f\x8b\x08");
+    const ProgramResult result = Cat({"-f", "log.gz"});
+    EXPECT_EQ(result.error, "zynlog-cat: --follow: log.gz is compressed\n" + kTry);
+    EXPECT_EQ(result.status, 2);
+    EXPECT_EQ(Cat({"-f", "missing"}).status, 2);
 }
 
 }  // namespace

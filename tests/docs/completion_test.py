@@ -30,7 +30,8 @@ OPTIONS = {
 
 def usage_options(program):
     """The options that the usage of a program names, short and long."""
-    usage = {"zynlog-verify": "zynverify/VerifyOptions.cpp", "zyn-doctor": "zyndoctor/DoctorOptions.cpp"}[program]
+    usage = {"zynlog-verify": "zynverify/VerifyOptions.cpp", "zyn-doctor": "zyndoctor/DoctorOptions.cpp",
+             "zynlog-cat": "zynlogcat/CatOptions.cpp"}[program]
     text = (SOURCE / "src" / usage).read_text()
     return sorted(set(re.findall(r'"  +(-\w)[, ]', text)) |
                   set(re.findall(r'"  (?:-\w, |    )(--[\w-]+)', text)))
@@ -142,6 +143,7 @@ class CompletionTests:
     def test_long_options_are_completed(self):
         self.assert_completes("zynlog-verify --se\t", "zynlog-verify --separate END")
         self.assert_completes("zyn-doctor --j\t", "zyn-doctor --json END")
+        self.assert_completes("zynlog-cat --fol\t", "zynlog-cat --follow END")
 
     def test_logs_and_directories_are_offered_to_verify(self):
         self.assert_completes("zynlog-verify --json z\t", "zynlog-verify --json zynlog-1.txt END")
