@@ -3,31 +3,40 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <exception>
+#include <ostream>
+#include <string>
 
+#include "Support/DropFailure.h"
 #include "Support/Logging.h"
 
 namespace {
 
 // A failure that cannot be logged must not replace the failure itself.
-void EchoToDiagnosticLog(const GenericExtendedException& failure) noexcept {
+template <typename... Pieces>
+void EchoToDiagnosticLog(const Pieces&... pieces) noexcept {
     if (Logging::GetDiagnosticMode() != Logging::kDiagnosticModeOn) {
         return;
     }
-    try {
+    DropFailure([&] {
         Logging log;
-        log << "Extended exception:" << failure.file << ":" << failure.line << "-"
-            << failure.what();
+        (log << ... << pieces);
         log << std::endl;
-    } catch (...) {  // NOLINT(bugprone-empty-catch): out of memory while reporting
-    }
+    });
 }
 
-template <typename E>
-[[noreturn]] void Raise(const std::string& text, const char* file, unsigned int line) {
+// Raises the failure of a check, whose text `compose` returns.
+template <typename E, typename Compose>
+[[noreturn]] void Raise(const Compose& compose, const char* file, unsigned int line) {
     try {
-        throw ExtendedException<E>(text, file, line);
+        throw ExtendedException<E>(compose(), file, line);
     } catch (const GenericExtendedException& failure) {
-        EchoToDiagnosticLog(failure);
+        EchoToDiagnosticLog("Extended exception:", failure.file, ":", failure.line, "-",
+                            failure.what());
+        throw;
+    } catch (const std::exception& failure) {
+        // There was no memory for it.
+        EchoToDiagnosticLog("Exception:", failure.what());
         throw;
     }
 }
@@ -35,23 +44,27 @@ template <typename E>
 }  // namespace
 
 void Validation2Exception::FailLogic(const char* message, const char* file, unsigned int line) {
-    Raise<std::logic_error>(std::string("Bad logic:") + message, file, line);
+    Raise<std::logic_error>([=] { return std::string("Bad logic:") + message; }, file, line);
 }
 
 void Validation2Exception::FailParameter(const char* message, const char* file, unsigned int line) {
-    Raise<std::logic_error>(std::string("Bad parameter:") + message, file, line);
+    Raise<std::logic_error>([=] { return std::string("Bad parameter:") + message; }, file, line);
 }
 
 void Validation2Exception::FailMemoryAllocation(const char* message, const char* file,
                                                 unsigned int line) {
-    Raise<std::runtime_error>(std::string("Memory allocation failed:") + message, file, line);
+    Raise<std::runtime_error>([=] { return std::string("Memory allocation failed:") + message; },
+                              file, line);
 }
 
 void Validation2Exception::FailOSCall(const char* message, const char* file, unsigned int line) {
     const int error = errno;
-    std::array<char, 1024> buffer{};
-    const char* systemText = strerror_r(error, buffer.data(), buffer.size());
-    Raise<std::runtime_error>(std::string(message) + " [OS call failed:" + std::to_string(error) +
-                                  "(" + systemText + ")]",
-                              file, line);
+    Raise<std::runtime_error>(
+        [=] {
+            std::array<char, 1024> buffer{};
+            const char* systemText = strerror_r(error, buffer.data(), buffer.size());
+            return std::string(message) + " [OS call failed:" + std::to_string(error) + "(" +
+                   systemText + ")]";
+        },
+        file, line);
 }
