@@ -20,6 +20,15 @@ target_compile_definitions(zyn_options INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS
 if(ZYN_WERROR)
     target_compile_options(zyn_options INTERFACE -Werror)
 endif()
+# Not for sanitizers, which look themselves, nor without the optimiser, which the fortified headers
+# need. A target with the property ZYN_UNFORTIFIED defines such functions itself. What it costs, and why
+# not level 3: doc/performance.md.
+if(ZYN_HARDEN AND CMAKE_BUILD_TYPE MATCHES "^(Release|RelWithDebInfo|MinSizeRel)$"
+        AND NOT ZYN_SANITIZE AND NOT ZYN_COVERAGE)
+    target_compile_options(zyn_options INTERFACE -fstack-protector-strong -fcf-protection=full
+        -U_FORTIFY_SOURCE $<$<NOT:$<BOOL:$<TARGET_PROPERTY:ZYN_UNFORTIFIED>>>:-D_FORTIFY_SOURCE=2>)
+    target_link_options(zyn_options INTERFACE LINKER:-z,relro,-z,now)
+endif()
 if(ZYN_SANITIZE)
     target_compile_options(zyn_options INTERFACE
         -fsanitize=${ZYN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)

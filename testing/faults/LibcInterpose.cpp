@@ -252,4 +252,48 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
     return FreedWithResult(Call::kMutexDestroy, [mutex] { return real()(mutex); });
 }
 
+// Fortified callers are sent to these instead; the names are the C library's.
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+int __open_2(const char* path, int flags);
+int __open64_2(const char* path, int flags);
+ssize_t __read_chk(int file, void* buffer, std::size_t count, std::size_t bufferSize);
+int __gethostname_chk(char* name, std::size_t size, std::size_t bufferSize) noexcept;
+int __fprintf_chk(FILE* file, int flag, const char* format, ...);
+int __vfprintf_chk(FILE* file, int flag, const char* format, va_list arguments);
+
+int __open_2(const char* path, int flags) {
+    static constinit Real<int(const char*, int)> real("__open_2");
+    return FailsWithErrno(Call::kOpen) ? -1 : real()(path, flags);
+}
+
+int __open64_2(const char* path, int flags) {
+    static constinit Real<int(const char*, int)> real("__open64_2");
+    return FailsWithErrno(Call::kOpen) ? -1 : real()(path, flags);
+}
+
+ssize_t __read_chk(int file, void* buffer, std::size_t count, std::size_t bufferSize) {
+    static constinit Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
+    return Transferred(Call::kRead, count,
+                       [=](std::size_t part) { return real()(file, buffer, part, bufferSize); });
+}
+
+int __gethostname_chk(char* name, std::size_t size, std::size_t bufferSize) noexcept {
+    static constinit Real<int(char*, std::size_t, std::size_t)> real("__gethostname_chk");
+    return FailsWithErrno(Call::kGethostname) ? -1 : real()(name, size, bufferSize);
+}
+
+int __vfprintf_chk(FILE* file, int flag, const char* format, va_list arguments) {
+    static constinit Real<int(FILE*, int, const char*, va_list)> real("__vfprintf_chk");
+    return FailsWithErrno(Call::kFwrite) ? -1 : real()(file, flag, format, arguments);
+}
+
+int __fprintf_chk(FILE* file, int flag, const char* format, ...) {
+    va_list arguments;
+    va_start(arguments, format);
+    const int result = __vfprintf_chk(file, flag, format, arguments);
+    va_end(arguments);
+    return result;
+}
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
+
 }  // extern "C"

@@ -21,7 +21,7 @@ namespace {
 
 void Say(const std::string& line) {
     const std::string text = line + "\n";
-    static_cast<void>(::write(STDOUT_FILENO, text.data(), text.size()));
+    [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, text.data(), text.size());
 }
 
 void AwaitEndOfInput() {
