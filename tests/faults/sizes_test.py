@@ -10,7 +10,7 @@ import sys
 import unittest
 from pathlib import Path
 
-from world import BANNER, TOOL, Fault, World, contents, wait_until_stopped
+from world import BANNER, BIN, TOOL, Fault, World, contents, wait_until_stopped
 
 sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "testing" / "oracle"))
 from log_image import FILE_HEADER  # noqa: E402 (found by the line above)
@@ -183,6 +183,26 @@ class SizesTest(ExportCase):
                                               b"device)]\n")
         self.assertEqual(len(run.stdout), 64 * 1024)
         self.assertTrue(right.startswith(run.stdout))
+
+    def test_run_directory_with_little_room(self):
+        """A client's trace region has a MiB, of which a control command touches the head."""
+        unshare = ["unshare", "--map-root-user", "--mount", "sh", "-ec"]
+        mount = 'mount -t tmpfs -o size=500k none "$1"; '
+        run = self.world.run_directory
+        trial = subprocess.run([*unshare, mount, "sh", run], capture_output=True, check=False)
+        if trial.returncode != 0:
+            self.skipTest("no mounting here: " + trial.stderr.decode())
+        ready = self.world.root / "ready"
+        os.mkfifo(ready)
+        result = subprocess.run(
+            [*unshare, mount + '"$2" --run-dir "$1" --ready-fd 3 3>"$4" >/dev/null & service=$!; '
+                               'head -c 1 "$4" >/dev/null; "$3" pause || status=$?; '
+                               'kill "$service"; wait "$service"; exit ${status:-0}',
+             "sh", run, BIN / "zyn-standin-service", TOOL, ready],
+            env=self.world.environment() | {"PATH": os.environ["PATH"]}, capture_output=True,
+            check=False)
+        self.assertEqual(result.stdout, b"Pause tracing... succeeded.\n")
+        self.assertEqual(result.returncode, 0)
 
 
 class ChangingFileTest(ExportCase):
