@@ -1,6 +1,5 @@
 #include "zyndoctor/LogEnd.h"
 
-#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -28,7 +27,7 @@ class SteppingStream {
     // Throws std::system_error for a file that cannot be opened.
     explicit SteppingStream(std::span<const std::string> paths) {
         for (const std::string& path : paths) {
-            FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+            FileDescriptor file = OpenForReading(path);
             struct stat status {};
             if (!file.IsOpen() || ::fstat(file.Get(), &status) != 0 ||
                 status.st_size < static_cast<off_t>(kLogHeaderBytes)) {
