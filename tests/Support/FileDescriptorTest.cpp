@@ -53,6 +53,24 @@ TEST(FileDescriptor, TryCloseSaysWhatWasLostAndCloses) {
     EXPECT_EQ(errno, EBADF);
 }
 
+TEST(FileDescriptor, ReadFullyGoesOnAfterASignalAndAfterAShortRead) {
+    const TempDirectory directory;
+    WriteFile(directory / "file", "12345678");
+    FileDescriptor file = OpenForReading(directory / "file");
+    std::string text(8, '\0');
+    {
+        const LibcFault fault(LibcCall::kRead, EINTR);
+        errno = ENOENT;
+        EXPECT_EQ(file.ReadFully(text.data(), 2, 2), 2U);
+        EXPECT_TRUE(fault.Happened());
+        EXPECT_EQ(errno, ENOENT) << "a signal is no error";
+    }
+    const LibcFault fault(LibcCall::kRead, LibcFault::kHalfCount);
+    EXPECT_EQ(file.ReadFully(text.data() + 2, 6, 6), 6U);
+    EXPECT_EQ(fault.Calls(), 2U);
+    EXPECT_EQ(text, "12345678");
+}
+
 TEST(FileDescriptor, MovingHandsTheFileOn) {
     const TempDirectory directory;
     WriteFile(directory / "file", "text");

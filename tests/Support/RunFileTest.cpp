@@ -206,6 +206,17 @@ TEST_P(ChangedRunFile, FileWhoseSecondNameGoesAfterTheOpenIsLeftAsItIs) {
     EXPECT_EQ(script.Calls(), 1);
 }
 
+TEST_P(ChangedRunFile, FileWhoseSecondNameIsAwayDuringTheFirstLookIsRefused) {
+    WriteFile(Victim(), "text");
+    ASSERT_EQ(::link(Victim().c_str(), Path().c_str()), 0);
+    const LibcFault away(LibcCall::kFstat, [&] { std::filesystem::remove(Path()); });
+    const LibcFault back(LibcCall::kLstat,
+                         [&] { EXPECT_EQ(::link(Victim().c_str(), Path().c_str()), 0); });
+    EXPECT_EQ(Fault(), EMLINK);
+    EXPECT_TRUE(away.Happened() && back.Happened());
+    EXPECT_EQ(ReadFile(Victim()), "text");
+}
+
 TEST_P(ChangedRunFile, FileThatTakesTheNameAfterTheOpenIsOpenedInstead) {
     WriteFile(Path(), "old");
     const LibcFault swap(LibcCall::kFstat, [&] {
