@@ -32,9 +32,11 @@ void RecordTail::Put(const TraceRecord& record) {
         next_ = kept_.size() - 1;
     }
     Kept& kept = kept_[next_];
-    kept.data.assign(record.data);
-    kept.data.append(kReadSlack, '\0');
-    kept.origin = OriginOf(record);
+    // With what is readable behind it, whatever that is.
+    kept.data.assign(record.data.data(), record.data.size() + kReadSlack);
+    if (const auto& origin = OriginOf(record); kept.origin != origin) {
+        kept.origin = origin;
+    }
     kept.offsetInBlock = record.offsetInBlock;
     kept.sequence = record.sequence;
     kept.time = record.time;
