@@ -13,11 +13,11 @@
 #include <vector>
 
 #include "LogReading/LogFiles.h"
-#include "TraceData/LegacyZynRecord.h"
 #include "TraceData/ReOrderer.h"
 #include "TraceData/RecordDecoder.h"
 #include "TraceData/RecordSplitter.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/LegacyZynRecord.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/Files.h"
 

@@ -4,7 +4,7 @@
 
 #include "LogReading/LogFiles.h"
 #include "Support/ValidationException.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
 
 namespace {

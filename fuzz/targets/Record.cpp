@@ -7,7 +7,7 @@
 
 #include "TraceData/BuiltInTracePackets.h"
 #include "TraceData/RecordDecoder.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "LogReading/LogFiles.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "targets/LogCase.h"
 #include "testing/process/Files.h"
 

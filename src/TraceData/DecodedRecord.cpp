@@ -1,16 +1,15 @@
 #include "TraceData/DecodedRecord.h"
 
 #include <array>
+#include <charconv>
 #include <cstddef>
-
-#include "TraceData/Digits.h"
 
 CFastStr<128> ControlMessage(std::uint32_t code, std::uint32_t process) {
     std::array<char, 10> digits;
     const auto decimal = [&digits](std::uint32_t value) {
-        char* end = digits.data() + digits.size();
-        const char* begin = PutDigitsBackwards(end, value);
-        return std::string_view(begin, static_cast<std::size_t>(end - begin));
+        const char* const end =
+            std::to_chars(digits.data(), digits.data() + digits.size(), value).ptr;
+        return std::string_view(digits.data(), static_cast<std::size_t>(end - digits.data()));
     };
     CFastStr<128> message("[Control message from process ");
     message.Append(decimal(process));

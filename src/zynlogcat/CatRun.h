@@ -4,7 +4,7 @@
 
 #include <iosfwd>
 
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 #include "zynlogcat/CatOptions.h"
 
 // The environment in which it runs.

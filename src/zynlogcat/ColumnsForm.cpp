@@ -6,9 +6,9 @@
 #include <memory>
 
 #include "Support/PrintableText.h"
-#include "TraceData/LegacyZynRecord.h"
-#include "TraceData/OutputSupport.h"
-#include "TraceData/RecordLine.h"
+#include "TraceData/text/LegacyZynRecord.h"
+#include "TraceData/text/OutputSupport.h"
+#include "TraceData/text/RecordLine.h"
 #include "zynlogcat/OutputForm.h"
 
 namespace {

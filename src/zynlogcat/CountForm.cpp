@@ -18,7 +18,7 @@
 #include <vector>
 
 #include "Support/PrintableText.h"
-#include "TraceData/CalendarText.h"
+#include "TraceData/text/CalendarText.h"
 #include "zynlogcat/JsonText.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordFields.h"

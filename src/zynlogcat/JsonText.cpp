@@ -10,7 +10,7 @@
 #include <charconv>
 
 #include "MemoryStream/MemoryStream.h"
-#include "TraceData/Digits.h"
+#include "TraceData/text/Digits.h"
 #include "zynlogcat/Utf8.h"
 
 namespace {

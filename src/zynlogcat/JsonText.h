@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 
 // Writes text as a JSON string, quotes included, with U+FFFD for each maximal part that is no
 // UTF-8; returns whether there was none. kReadSlack bytes behind the text are readable. Throws

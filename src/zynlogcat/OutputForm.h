@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 #include "zynlogcat/TraceRecord.h"
 
 // Who takes records, one by one. What TextFile throws passes on.

@@ -9,8 +9,8 @@
 #include <string_view>
 
 #include "Support/PrintableText.h"
-#include "TraceData/CalendarText.h"
-#include "TraceData/Digits.h"
+#include "TraceData/text/CalendarText.h"
+#include "TraceData/text/Digits.h"
 #include "zynlogcat/JsonText.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordFields.h"

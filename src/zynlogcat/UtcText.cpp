@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstring>
 
-#include "TraceData/Digits.h"
+#include "TraceData/text/Digits.h"
 
 namespace {
 

@@ -11,7 +11,7 @@
 #include <string>
 
 #include "Support/FileDescriptor.h"
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 #include "ZynConfigFileReader/ConfiguredLog.h"
 #include "zynlogcat/CatOptions.h"
 #include "zynlogcat/CatRun.h"

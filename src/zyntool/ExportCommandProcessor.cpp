@@ -13,7 +13,7 @@
 
 #include "LogReading/LogFiles.h"
 #include "Support/FileSystem.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "ZynConfigFileReader/ConfiguredLog.h"
 
 namespace {

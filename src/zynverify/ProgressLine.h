@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <iosfwd>
 
-#include "TraceData/ProgressDisplay.h"
+#include "TraceData/text/ProgressDisplay.h"
 
 // Draws nothing when stream is null. What is drawn is wiped before anything else is written to the
 // terminal: the report may go to the same one.

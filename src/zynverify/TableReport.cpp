@@ -10,7 +10,7 @@
 
 #include "LogReading/LogFiles.h"
 #include "Support/PrintableText.h"
-#include "TraceData/CalendarText.h"
+#include "TraceData/text/CalendarText.h"
 #include "zynverify/Joined.h"
 #include "zynverify/TextTable.h"
 

@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "TraceData/CalendarText.h"
+#include "TraceData/text/CalendarText.h"
 #include "testing/process/EnvironmentVariable.h"
 #include "testing/process/Files.h"
 

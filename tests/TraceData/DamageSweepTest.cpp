@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "LogReading/LogFiles.h"
-#include "TraceData/ZynDataTextExporter.h"
+#include "TraceData/text/ZynDataTextExporter.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/EnvironmentVariable.h"
 #include "testing/process/Files.h"

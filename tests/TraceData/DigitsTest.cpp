@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "TraceData/Digits.h"
+#include "TraceData/text/Digits.h"
 
 namespace {
 

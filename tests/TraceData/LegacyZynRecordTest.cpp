@@ -10,9 +10,9 @@
 #include <utility>
 #include <vector>
 
-#include "TraceData/LegacyZynRecord.h"
 #include "TraceData/RecordDecoder.h"
-#include "TraceData/TextFile.h"
+#include "TraceData/text/LegacyZynRecord.h"
+#include "TraceData/text/TextFile.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/EnvironmentVariable.h"
 #include "testing/process/Files.h"

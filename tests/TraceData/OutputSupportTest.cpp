@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "TraceData/OutputSupport.h"
+#include "TraceData/text/OutputSupport.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <sstream>
 #include <string>
 
-#include "TraceData/ProgressDisplay.h"
+#include "TraceData/text/ProgressDisplay.h"
 
 namespace {
 

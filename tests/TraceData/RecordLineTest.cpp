@@ -8,8 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "TraceData/RecordLine.h"
-#include "TraceData/TextFile.h"
+#include "TraceData/text/RecordLine.h"
+#include "TraceData/text/TextFile.h"
 #include "testing/process/EnvironmentVariable.h"
 #include "testing/process/Files.h"
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <string>
 
-#include "TraceData/TextCopy.h"
+#include "TraceData/text/TextCopy.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 #include "fixtures/RaisedFailure.h"
 #include "testing/faults/LibcFaults.h"
 #include "testing/process/Files.h"

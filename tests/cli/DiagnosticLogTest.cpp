@@ -112,7 +112,7 @@ TEST_F(DiagnosticLogTest, DestinationThatCannotBeOpenedNamesItsPlace) {
     static_cast<void>(directory_.MakeDirectory("out.txt"));
     Export("1");
     EXPECT_EQ(Trace().back(),
-              "Extended exception:src/TraceData/TextFile.cpp:<line>-Can not open "
+              "Extended exception:src/TraceData/text/TextFile.cpp:<line>-Can not open "
               "file [OS call failed:21(Is a directory)]");
 }
 

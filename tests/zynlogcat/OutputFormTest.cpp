@@ -3,7 +3,7 @@
 #include <string>
 
 #include "SampleRecord.h"
-#include "TraceData/OutputSupport.h"
+#include "TraceData/text/OutputSupport.h"
 
 namespace {
 

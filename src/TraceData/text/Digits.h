@@ -1,6 +1,6 @@
 // Decimal numbers written by hand into a line: no format string, no temporary, no locale.
-#ifndef ZYN_TRACEDATA_DIGITS_H
-#define ZYN_TRACEDATA_DIGITS_H
+#ifndef ZYN_TRACEDATA_TEXT_DIGITS_H
+#define ZYN_TRACEDATA_TEXT_DIGITS_H
 
 #include <array>
 #include <cstddef>

@@ -1,7 +1,7 @@
 // The text line of a record. The two layouts: columns of fixed width, or fields as they are with a
 // separator between them.
-#ifndef ZYN_TRACEDATA_RECORDLINE_H
-#define ZYN_TRACEDATA_RECORDLINE_H
+#ifndef ZYN_TRACEDATA_TEXT_RECORDLINE_H
+#define ZYN_TRACEDATA_TEXT_RECORDLINE_H
 
 #include <algorithm>
 #include <array>
@@ -10,11 +10,12 @@
 #include <cstring>
 #include <string_view>
 
-#include "TraceData/CalendarText.h"
-#include "TraceData/Digits.h"
 #include "TraceData/RecordValues.h"
-#include "TraceData/TextCopy.h"
-#include "TraceData/TextFile.h"
+#include "TraceData/text/CalendarText.h"
+#include "TraceData/text/Columns.h"
+#include "TraceData/text/Digits.h"
+#include "TraceData/text/TextCopy.h"
+#include "TraceData/text/TextFile.h"
 
 // Writes lines. Texts that it is given have kReadSlack readable bytes behind them. Remembers,
 // in 8 KiB, the texts of times and numbers that come again. The zone is the one in force when it is
@@ -24,10 +25,6 @@ class RecordLine {
     static constexpr std::uint32_t kLongestName = 50;
     static constexpr std::uint32_t kLongestLine = 2048;
     static constexpr std::uint32_t kLongestSeparator = 50;
-    // Column widths in fixed-width mode.
-    static constexpr std::uint32_t kModuleWidth = 12;
-    static constexpr std::uint32_t kClientWidth = 10;
-    static constexpr std::uint32_t kLabelWidth = 12;
 
     // separator: between the fields, its first 50 characters kept. One that begins with a blank
     // selects fixed-width columns.
@@ -102,8 +99,8 @@ class RecordLine {
     static char* PutName(char* out, std::string_view text) noexcept;
 
     CalendarText calendar_;
-    NumberColumn<5> processColumn_;
-    NumberColumn<10> threadColumn_;
+    NumberColumn<kProcessWidth> processColumn_;
+    NumberColumn<kThreadWidth> threadColumn_;
     std::size_t separatorLength_;
     std::array<char, kReadSlack> separator_{};
     Layout layout_;

@@ -1,7 +1,7 @@
 // The copy of a message that looks for line feeds on its way, in steps of fixed size where the
 // processor is known to have wide registers.
-#ifndef ZYN_TRACEDATA_TEXTCOPY_H
-#define ZYN_TRACEDATA_TEXTCOPY_H
+#ifndef ZYN_TRACEDATA_TEXT_TEXTCOPY_H
+#define ZYN_TRACEDATA_TEXT_TEXTCOPY_H
 
 #include <cstddef>
 #include <cstring>

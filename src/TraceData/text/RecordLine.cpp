@@ -1,4 +1,4 @@
-#include "TraceData/RecordLine.h"
+#include "TraceData/text/RecordLine.h"
 
 RecordLine::RecordLine(std::string_view separator) noexcept
     : separatorLength_(std::min<std::size_t>(separator.size(), kLongestSeparator)) {
@@ -17,7 +17,7 @@ void RecordLine::Write(const RecordValues& values, TextFile& file) {
 }
 
 void RecordLine::WriteWithoutTime(const RecordValues& values, TextFile& file) {
-    constexpr std::size_t kTimeWidth = CalendarText::kLength + 3;
+    static_assert(kTimeWidth == CalendarText::kLength + 3);
     char* const line = file.Prepare(kRoom);
     std::memset(line, ' ', kTimeWidth);
     PutAny(line, line + kTimeWidth, values, file);

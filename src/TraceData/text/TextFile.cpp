@@ -1,4 +1,4 @@
-#include "TraceData/TextFile.h"
+#include "TraceData/text/TextFile.h"
 
 #include <fcntl.h>
 #include <sys/stat.h>

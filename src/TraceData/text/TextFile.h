@@ -1,7 +1,7 @@
 // The text file that an export writes: lines are built straight into a large buffer, which goes to
 // the file when it is full.
-#ifndef ZYN_TRACEDATA_TEXTFILE_H
-#define ZYN_TRACEDATA_TEXTFILE_H
+#ifndef ZYN_TRACEDATA_TEXT_TEXTFILE_H
+#define ZYN_TRACEDATA_TEXT_TEXTFILE_H
 
 #include <cstddef>
 #include <functional>

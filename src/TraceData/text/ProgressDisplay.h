@@ -1,6 +1,6 @@
 // The progress of an export on the console: ten marks and a percentage, drawn over themselves.
-#ifndef ZYN_TRACEDATA_PROGRESSDISPLAY_H
-#define ZYN_TRACEDATA_PROGRESSDISPLAY_H
+#ifndef ZYN_TRACEDATA_TEXT_PROGRESSDISPLAY_H
+#define ZYN_TRACEDATA_TEXT_PROGRESSDISPLAY_H
 
 #include <cstdint>
 #include <iosfwd>

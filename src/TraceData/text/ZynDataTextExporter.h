@@ -1,15 +1,15 @@
 // The text export of a log: reads the blocks of a stream and writes one line per record.
-#ifndef ZYN_TRACEDATA_ZYNDATATEXTEXPORTER_H
-#define ZYN_TRACEDATA_ZYNDATATEXTEXPORTER_H
+#ifndef ZYN_TRACEDATA_TEXT_ZYNDATATEXTEXPORTER_H
+#define ZYN_TRACEDATA_TEXT_ZYNDATATEXTEXPORTER_H
 
 #include <cstdint>
 #include <string_view>
 
-#include "TraceData/LegacyZynRecord.h"
-#include "TraceData/OutputSupport.h"
-#include "TraceData/ProgressDisplay.h"
-#include "TraceData/TextFile.h"
 #include "TraceData/TraceDataReader.h"
+#include "TraceData/text/LegacyZynRecord.h"
+#include "TraceData/text/OutputSupport.h"
+#include "TraceData/text/ProgressDisplay.h"
+#include "TraceData/text/TextFile.h"
 
 class ZynDataTextExporter {
   public:

@@ -1,4 +1,4 @@
-#include "TraceData/ProgressDisplay.h"
+#include "TraceData/text/ProgressDisplay.h"
 
 #include <algorithm>
 #include <array>

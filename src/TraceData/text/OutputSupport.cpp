@@ -1,10 +1,11 @@
-#include "TraceData/OutputSupport.h"
+#include "TraceData/text/OutputSupport.h"
 
 #include <array>
 #include <cstddef>
 #include <string_view>
 
 #include "MemoryStream/MemoryStream.h"
+#include "TraceData/text/Columns.h"
 
 namespace {
 
@@ -13,13 +14,13 @@ struct Column {
     std::size_t width;
 };
 
-// Widths of the fields that LegacyZynRecord writes in fixed-width mode.
-constexpr std::array<Column, 7> kColumns{{{"Timestamp", 23},
-                                          {"PID", 6},
-                                          {"TID", 11},
-                                          {"Module", 12},
-                                          {"Client", 10},
-                                          {"Label", 12},
+// Kept as is: numbers are headed one character wider than they are written.
+constexpr std::array<Column, 7> kColumns{{{"Timestamp", kTimeWidth},
+                                          {"PID", kProcessWidth + 1},
+                                          {"TID", kThreadWidth + 1},
+                                          {"Module", kModuleWidth},
+                                          {"Client", kClientWidth},
+                                          {"Label", kLabelWidth},
                                           {"Message", 10}}};
 constexpr std::size_t kHeaderLineLength = 127;
 

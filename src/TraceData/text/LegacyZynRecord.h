@@ -1,6 +1,6 @@
 // A record as an export shows it: the message made of its parts, the time of one that has none.
-#ifndef ZYN_TRACEDATA_LEGACYZYNRECORD_H
-#define ZYN_TRACEDATA_LEGACYZYNRECORD_H
+#ifndef ZYN_TRACEDATA_TEXT_LEGACYZYNRECORD_H
+#define ZYN_TRACEDATA_TEXT_LEGACYZYNRECORD_H
 
 #include <cstdint>
 #include <string>
@@ -8,9 +8,10 @@
 
 #include "MemoryStream/MemoryStream.h"
 #include "TraceData/DecodedRecord.h"
-#include "TraceData/RecordLine.h"
 #include "TraceData/RecordValues.h"
-#include "TraceData/TextFile.h"
+#include "TraceData/text/Columns.h"
+#include "TraceData/text/RecordLine.h"
+#include "TraceData/text/TextFile.h"
 
 // Milliseconds since 1970-01-01 UTC, for records that carry no time.
 using ClockFunction = std::uint64_t (*)();
@@ -25,8 +26,9 @@ enum class MissingTime : std::uint8_t { kNow, kBlanks };
 class LegacyZynRecord {
   public:
     static constexpr std::uint32_t kLongestMessage = 2048;
-    // Blanks at the start of a message's further lines.
-    static constexpr std::uint32_t kContinuationBlanks = 79;
+    // Blanks at the start of a message's further lines. Kept as is: one more than stand before the
+    // message; what users cut the lines by.
+    static constexpr std::uint32_t kContinuationBlanks = kMessageColumn + 1;
 
     // separator: as RecordLine has it.
     explicit LegacyZynRecord(std::string_view separator, ClockFunction clock = CurrentTimeMs,

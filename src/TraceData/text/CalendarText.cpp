@@ -1,8 +1,8 @@
-#include "TraceData/CalendarText.h"
+#include "TraceData/text/CalendarText.h"
 
 #include <cstring>
 
-#include "TraceData/Digits.h"
+#include "TraceData/text/Digits.h"
 
 namespace {
 

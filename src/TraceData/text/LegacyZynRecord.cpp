@@ -1,4 +1,4 @@
-#include "TraceData/LegacyZynRecord.h"
+#include "TraceData/text/LegacyZynRecord.h"
 
 #include <cstddef>
 #include <ctime>

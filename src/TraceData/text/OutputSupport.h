@@ -1,6 +1,6 @@
 // The column header that opens a text export.
-#ifndef ZYN_TRACEDATA_OUTPUTSUPPORT_H
-#define ZYN_TRACEDATA_OUTPUTSUPPORT_H
+#ifndef ZYN_TRACEDATA_TEXT_OUTPUTSUPPORT_H
+#define ZYN_TRACEDATA_TEXT_OUTPUTSUPPORT_H
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // The date and time of a second as text, in the local zone. A zone conversion costs more than all
 // the rest of a record, so it is made once per quarter of an hour of log time, not per record.
-#ifndef ZYN_TRACEDATA_CALENDARTEXT_H
-#define ZYN_TRACEDATA_CALENDARTEXT_H
+#ifndef ZYN_TRACEDATA_TEXT_CALENDARTEXT_H
+#define ZYN_TRACEDATA_TEXT_CALENDARTEXT_H
 
 #include <array>
 #include <cstddef>
