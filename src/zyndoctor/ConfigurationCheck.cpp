@@ -66,7 +66,7 @@ bool SayVariable(Diagnosis& diagnosis) {
     for (const char* name : {"KORVA_VANTOREL_CFG", "VTRLCFGPATH"}) {
         const char* value = std::getenv(name);
         if (value != nullptr && *value != '\0') {
-            diagnosis.Say("configuration-variable", std::string(name) + " is " + value);
+            diagnosis.Say("configuration-variable", std::string(name).append(" is ").append(value));
             return true;
         }
     }

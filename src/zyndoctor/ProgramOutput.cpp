@@ -13,8 +13,6 @@
 
 #include "Support/FileDescriptor.h"
 
-extern char** environ;
-
 namespace {
 
 class FileActions {
@@ -100,6 +98,7 @@ ProgramOutput RunForOutput(const std::vector<std::string>& command, std::chrono:
     FileActions actions;
     std::vector<std::string> words = command;
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words) {
         arguments.push_back(word.data());
     }

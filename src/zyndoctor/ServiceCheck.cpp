@@ -181,12 +181,12 @@ void CheckClientRegions(Diagnosis& diagnosis) {
                 continue;
             }
             any = true;
-            const std::string process = "process " + std::to_string(*pid);
+            std::string text = name;
+            text.append(": process ").append(std::to_string(*pid));
             if (ProcessLives(*pid)) {
-                diagnosis.Say("region-in-use", name + ": " + process + " lives");
+                diagnosis.Say("region-in-use", text.append(" lives"));
             } else {
-                diagnosis.Find("region-left",
-                               name + ": " + process + " is dead; the file can be removed");
+                diagnosis.Find("region-left", text.append(" is dead; the file can be removed"));
             }
         }
     }
