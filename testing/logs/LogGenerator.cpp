@@ -212,7 +212,13 @@ void LogGenerator::MakeRecord(std::uint32_t number) {
     values.module = pick(modules_);
     values.client = pick(clients_);
     values.label = PickLogLabel(random_);
-    if (random_.Percent(options_.controlPercent)) {
+    if (options_.calls) {
+        const CallTrace::Event event =
+            calls_.Next(values.process, values.thread, random_, message_);
+        values.module = event.module;
+        values.client = event.client;
+        values.label = event.label;
+    } else if (random_.Percent(options_.controlPercent)) {
         values.control = 1 + random_.Below(kControlCodes);
     } else {
         const std::uint32_t length =

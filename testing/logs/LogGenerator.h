@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "testing/logs/CallTrace.h"
 #include "testing/logs/LogVocabulary.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/logs/PacketOrder.h"
@@ -44,7 +45,8 @@ struct LogGeneratorOptions {
     std::uint32_t startTime = 1700000000;      // of the first record, seconds since 1970 UTC
     std::string packets{PacketOrder::kUsual};  // their order in a record (PacketOrder)
     std::uint32_t extraPercent = 0;            // records with packets that repeat or mean nothing
-    bool span = false;  // files end in the middle of a record; else every block lies in one file
+    bool calls = false;  // of functions that begin, nest and end, instead of all other messages
+    bool span = false;   // files end in the middle of a record; else every block lies in one file
 };
 
 // Throws std::invalid_argument, with a text for the user, for options that make no log.
@@ -74,6 +76,7 @@ class LogGenerator {
     std::uint32_t made_ = 0;  // records that have left in a block
 
     PacketOrder packets_;
+    CallTrace calls_;
     LogRecord record_;  // the next one, when it was made but did not fit
     bool pending_ = false;
     std::string message_;

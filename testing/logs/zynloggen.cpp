@@ -47,6 +47,8 @@ Writes a trace log as zynlog-0001.txt and so on into DIR.
                               several orders with commas between them, random for another one with
                               each record, writer for another one with each writer (tTpmclM)
       --extra-percent P       records with packets that repeat or mean nothing (0)
+      --calls                 calls of functions that nest, overlap over threads and processes, and
+                              some of whose ends are missing, instead of all other messages
       --span                  let blocks run on from file to file
       --help                  this text
 )";
@@ -82,6 +84,7 @@ enum Option : int {
     kStartTime,
     kPackets,
     kExtraPercent,
+    kCalls,
     kSpan,
     kHelp,
 };
@@ -105,6 +108,7 @@ constexpr std::array kOptions = {
     option{"start-time", required_argument, nullptr, kStartTime},
     option{"packets", required_argument, nullptr, kPackets},
     option{"extra-percent", required_argument, nullptr, kExtraPercent},
+    option{"calls", no_argument, nullptr, kCalls},
     option{"span", no_argument, nullptr, kSpan},
     option{"help", no_argument, nullptr, kHelp},
     option{nullptr, 0, nullptr, 0},
@@ -192,6 +196,9 @@ bool ParseLogOption(int name, std::string_view value, LogGeneratorOptions& log) 
             return true;
         case kStartTime:
             log.startTime = ParseNumber<std::uint32_t>(value);
+            return true;
+        case kCalls:
+            log.calls = true;
             return true;
         case kSpan:
             log.span = true;
