@@ -169,7 +169,7 @@ class ManyHosts(LogCase):
     def test_counts_of_all_hosts(self):
         text = run(BIN / "zynlog-cat", "--quiet", "-o", "count-json",
                    *(str(self.place / f"h{host:03}/log") for host in range(1, 11)))
-        self.assertEqual(json.loads(text)["records"], 10 * len(self.whole.splitlines()))
+        self.assertEqual(json.loads(text)["records"], 10 * 60)
 
 
 if __name__ == "__main__":
