@@ -17,16 +17,19 @@ std::string_view PlainName(std::string_view name) noexcept {
     return name;
 }
 
-std::vector<std::string> ListLogFiles(const std::string& directory, InputListener& listener) {
-    std::vector<std::string> names = LogFileNames(directory);
+bool StandsBefore(std::string_view left, std::string_view right) noexcept {
     // The plain name is the shortest, so it comes before the others.
-    std::sort(names.begin(), names.end(), [](const std::string& left, const std::string& right) {
-        return std::tuple(PlainName(left), std::string_view(left)) <
-               std::tuple(PlainName(right), std::string_view(right));
-    });
+    return std::tuple(PlainName(left), left) < std::tuple(PlainName(right), right);
+}
+
+std::vector<std::string> SortedWithoutTwins(const std::string& directory,
+                                            std::vector<std::string> names,
+                                            InputListener& listener) {
+    std::sort(names.begin(), names.end(), StandsBefore);
     std::vector<std::string> listed;
     for (std::string& name : names) {
-        if (listed.empty() || PlainName(listed.back()) != PlainName(name)) {
+        if (listed.empty() || listed.back() == name ||
+            PlainName(listed.back()) != PlainName(name)) {
             listed.push_back(std::move(name));
         } else {
             listener.OnIssue({InputIssueKind::kTwin, directory + "/" + name,
@@ -34,4 +37,8 @@ std::vector<std::string> ListLogFiles(const std::string& directory, InputListene
         }
     }
     return listed;
+}
+
+std::vector<std::string> ListLogFiles(const std::string& directory, InputListener& listener) {
+    return SortedWithoutTwins(directory, LogFileNames(directory), listener);
 }

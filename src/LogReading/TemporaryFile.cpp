@@ -61,3 +61,9 @@ void TemporaryFile::ReadAt(std::uint64_t offset, char* buffer, std::size_t count
         }
     }
 }
+
+void TemporaryFile::ShrinkTo(std::uint64_t size) {
+    errno = 0;
+    ZYN_CHECK_OS_CALL(ftruncate(file_.Get(), static_cast<off_t>(size)) == 0,
+                      "Failed to write temporary file");
+}

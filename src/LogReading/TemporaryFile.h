@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 #include "Support/FileDescriptor.h"
 
@@ -15,6 +16,13 @@ class TemporaryFile {
     void WriteAt(std::uint64_t offset, const char* bytes, std::size_t count);
     // All of the bytes have been written.
     void ReadAt(std::uint64_t offset, char* buffer, std::size_t count);
+    // Drops what lies behind so many bytes.
+    void ShrinkTo(std::uint64_t size);
+    // By which this process can open it anew as long as this object lives; once it has been
+    // written.
+    [[nodiscard]] std::string Path() const {
+        return "/proc/self/fd/" + std::to_string(file_.Get());
+    }
     // Gives the disk's room back.
     void Clear() noexcept { file_.Close(); }
 

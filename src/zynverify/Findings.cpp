@@ -32,6 +32,10 @@ std::string_view KindName(FindingKind kind) noexcept {
             return "unfinished";
         case FindingKind::kNoFiles:
             return "no-files";
+        case FindingKind::kCompressed:
+            return "compressed";
+        case FindingKind::kTwin:
+            return "twin";
         case FindingKind::kRestart:
             break;
     }
@@ -45,6 +49,8 @@ std::string_view ExportEffect(FindingKind kind) noexcept {
             return "fails";
         case FindingKind::kForeignFile:
         case FindingKind::kNoFiles:
+        case FindingKind::kCompressed:
+        case FindingKind::kTwin:
             return "omits";
         case FindingKind::kBlockHeader:
         case FindingKind::kBlockCut:

@@ -27,6 +27,8 @@ enum class FindingKind : std::uint8_t {
     kZeros,        // the log ends in zeros where a block should begin: an export stops
     kUnfinished,   // the last file is being written, up to the middle of a block: no damage
     kNoFiles,      // there is nothing to be verified
+    kCompressed,   // compressed data ends early or is damaged
+    kTwin,         // a compressed file beside the one that is read: no damage
 };
 
 // The word for it in reports.
@@ -35,7 +37,8 @@ enum class FindingKind : std::uint8_t {
 [[nodiscard]] std::string_view ExportEffect(FindingKind kind) noexcept;
 [[nodiscard]] constexpr bool IsDamage(FindingKind kind) noexcept {
     return kind != FindingKind::kRestart && kind != FindingKind::kUnreadable &&
-           kind != FindingKind::kUnfinished && kind != FindingKind::kNoFiles;
+           kind != FindingKind::kUnfinished && kind != FindingKind::kNoFiles &&
+           kind != FindingKind::kTwin;
 }
 
 struct Finding {

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "LogReading/LogFiles.h"
+#include "LogReading/LogListing.h"
 #include "zynverify/StandardInput.h"
 
 namespace {
@@ -18,6 +19,16 @@ namespace {
 std::string Reason(const std::string& path) {
     return path + ": " + std::generic_category().message(errno);
 }
+
+// Notes the files of a log that are left out.
+class NotedTwins final : public InputListener {
+  public:
+    explicit NotedTwins(std::vector<InputIssue>& twins) noexcept : twins_(twins) {}
+    void OnIssue(const InputIssue& issue) override { twins_.push_back(issue); }
+
+  private:
+    std::vector<InputIssue>& twins_;
+};
 
 // Collects the logs operand by operand.
 class Operands {
@@ -39,7 +50,8 @@ class Operands {
 
     FoundLogs Take() {
         for (LogToVerify& log : found_.logs) {
-            std::sort(log.files.begin(), log.files.end());
+            NotedTwins twins(log.twins);
+            log.files = SortedWithoutTwins(log.directory, std::move(log.files), twins);
         }
         if (options_.live) {
             MarkGrowing();
@@ -64,6 +76,7 @@ class Operands {
             found_.logs.push_back({.name = path, .directory = path, .files = std::move(names)});
             return;
         }
+        std::sort(names.begin(), names.end(), StandsBefore);
         for (const std::string& name : names) {
             found_.logs.push_back({.name = path + "/" + name, .directory = path, .files = {name}});
         }
@@ -95,7 +108,7 @@ class Operands {
         for (const LogToVerify& log : found_.logs) {
             for (const std::string& name : log.files) {
                 std::string& last = newest[log.directory];
-                last = std::max(last, name);
+                last = std::max(last, name, StandsBefore);
             }
         }
         for (LogToVerify& log : found_.logs) {

@@ -5,12 +5,16 @@
 #include <string>
 #include <vector>
 
-// Files of one directory that are read as one stream, in the bytewise order of their names.
+#include "LogReading/InputIssue.h"
+
+// Files of one directory that are read as one stream, in the bytewise order of their names,
+// compressed ones where their plain names would stand.
 struct LogToVerify {
     std::string name;  // as the user knows it
     std::string directory;
     std::vector<std::string> files{};
-    std::string shown{};   // what the only file is called in reports; empty: by its path
+    std::string shown{};              // what the only file is called in reports; empty: by its path
+    std::vector<InputIssue> twins{};  // files that were one with one of these: not read
     bool growing = false;  // its last file may be in the middle of a block, or of its header
 };
 

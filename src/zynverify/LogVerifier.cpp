@@ -6,7 +6,6 @@
 #include <exception>
 #include <memory>
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,63 +18,9 @@
 #include "TraceData/RecordSplitter.h"
 #include "zynverify/Joined.h"
 #include "zynverify/LogObserver.h"
+#include "zynverify/VerifiedFiles.h"
 
 namespace {
-
-// What a file of the log is called in the report.
-std::string ShownPath(const LogToVerify& log, const std::string& path) {
-    return log.shown.empty() ? path : log.shown;
-}
-
-// Opens the files that can be opened, and reports the others and those that an export leaves out.
-std::vector<std::string> UsableFiles(const LogToVerify& log, LogObserver& observer) {
-    std::vector<std::string> usable;
-    for (const std::string& name : log.files) {
-        const std::string path = log.directory + "/" + name;
-        const auto report = [&](FindingKind kind, std::uint64_t bytes, std::string text) {
-            observer.ReportFile(kind, ShownPath(log, path), bytes, std::move(text));
-        };
-        try {
-            const LogStream::FileToBeRead file(path);
-            if (file.HasHeader()) {
-                usable.push_back(name);
-            } else {
-                report(FindingKind::kForeignFile, file.DataSize(),
-                       "does not begin with the header of a log file");
-            }
-        } catch (const std::logic_error&) {
-            const bool begun = log.growing && name == log.files.back();
-            report(begun ? FindingKind::kUnfinished : FindingKind::kSmallFile, 0,
-                   "is smaller than the header of a log file");
-        } catch (const std::exception& failure) {
-            report(FindingKind::kUnreadable, 0, failure.what());
-        }
-    }
-    return usable;
-}
-
-// The files as they lie in the stream.
-std::vector<LogFileExtent> OpenFiles(const LogToVerify& log, LogStream& stream,
-                                     LogObserver& observer) {
-    std::vector<LogFileExtent> files;
-    if (log.files.empty()) {
-        observer.ReportFile(FindingKind::kNoFiles, log.directory, 0, "there are no log files");
-    }
-    const std::vector<std::string> usable = UsableFiles(log, observer);
-    try {
-        stream.OpenLogFiles(log.directory, usable, kLogFormat);
-        files = stream.Extents();
-    } catch (const std::exception& failure) {
-        // One has gone, or become another, since it was looked at.
-        observer.ReportFile(FindingKind::kUnreadable, log.directory, 0, failure.what());
-        stream.OpenLogFiles(log.directory, {}, kLogFormat);
-    }
-    for (LogFileExtent& file : files) {
-        file.path = ShownPath(log, file.path);
-    }
-    observer.SetFiles(files);
-    return files;
-}
 
 // What is wrong with a block whose header cannot be read.
 Finding LostHeader(Damage damage) {
@@ -142,12 +87,10 @@ class HeaderStream {
 class LogPass {
   public:
     LogPass(const LogToVerify& log, LogStream& stream, LogObserver& observer)
-        : stream_(stream), observer_(observer) {
-        for (const LogFileExtent& file : OpenFiles(log, stream_, observer_)) {
+        : files_(log, stream, observer), stream_(stream), observer_(observer) {
+        for (const LogFileExtent& file : files_.Extents()) {
             const std::uint64_t begin = ends_.empty() ? 0 : ends_.back();
             ends_.push_back(begin + file.dataBytes);
-            growing_ =
-                log.growing && file.path == ShownPath(log, log.directory + "/" + log.files.back());
         }
     }
 
@@ -177,7 +120,7 @@ class LogPass {
         return static_cast<std::size_t>(file - ends_.begin());
     }
     [[nodiscard]] bool IsBeingWritten(std::uint64_t position) const {
-        return growing_ && FileAt(position) + 1 == ends_.size();
+        return files_.Growing() && FileAt(position) + 1 == ends_.size();
     }
 
     Finding LostAt(std::uint64_t begin, HeaderStream& header, Damage damage) const {
@@ -225,9 +168,9 @@ class LogPass {
         }
     }
 
+    VerifiedFiles files_;
     LogStream& stream_;
     LogObserver& observer_;
-    bool growing_ = false;             // the last of the files
     std::vector<std::uint64_t> ends_;  // of the files, in the stream
     BlockCursor blocks_;
     OrderedRecords<kReorderLimit> records_;

@@ -9,8 +9,8 @@
 // Verifies one log. Damage within a block costs the rest of it, a damaged packet its record: it
 // goes on with the next block, or record. Behind a damaged block header nothing can be found any
 // more: it ends there, and says how many bytes are left. Memory: that of the export, some 100 KiB
-// for the sequence numbers, and a report per file. Throws only what the listener throws; a file
-// that cannot be read is a finding.
+// for the sequence numbers, a report per file, and a decoder while a file is uncompressed. Throws
+// what VerifiedFiles and the listener throw; a file that cannot be read is a finding.
 LogReport VerifyLog(const LogToVerify& log, VerifyListener& listener);
 
 #endif
