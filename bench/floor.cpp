@@ -1,6 +1,6 @@
-// The least that an export can cost: reads all files of a directory in pieces of 256 KiB and writes as
-// many bytes as its text has in pieces of 128 KiB, with nothing between.
-// Usage: floor DIRECTORY TEXT BYTES
+// The least that an export can cost: reads all files of a directory in pieces of 256 KiB and writes
+// as many bytes as its text has in pieces of 128 KiB, with nothing between. Usage: floor DIRECTORY
+// TEXT BYTES
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -2,8 +2,8 @@
  * is enabled, and control requests to the tracing service. For C and C++; needs no other header.
  *
  * The first call of a process connects to the service if it runs. It then takes as long as the
- * service needs to confirm, about 2 seconds at most. Calls of other threads that come meanwhile wait
- * for the same attempt and share its outcome. From then on a thread of the library keeps the
+ * service needs to confirm, about 2 seconds at most. Calls of other threads that come meanwhile
+ * wait for the same attempt and share its outcome. From then on a thread of the library keeps the
  * connection in step with the service. When the service runs and does not confirm, or no thread can
  * be started, these calls do nothing more and tell a failure, whatever they were for, and the next
  * call tries again; a service that starts later and does not confirm is not looked for again.
@@ -64,10 +64,10 @@ ZYN_API int ZynRegisterClient(int module, unsigned int client, const char* name)
 ZYN_API int ZynTraceEnabledEx(int module, unsigned int client, int label) ZYN_API_NOEXCEPT;
 
 /* Control requests, for all clients of the service: stop and go on with tracing, read the
- * configuration file anew, turn preservation of log files on and off. Requests of a process are sent
- * one after another: each waits for those before it, then about 2 seconds at most for the service's
- * confirmation of its own. Returns 0 once confirmed, 1 when the service does not run, does not
- * confirm, or on any failure. */
+ * configuration file anew, turn preservation of log files on and off. Requests of a process are
+ * sent one after another: each waits for those before it, then about 2 seconds at most for the
+ * service's confirmation of its own. Returns 0 once confirmed, 1 when the service does not run,
+ * does not confirm, or on any failure. */
 ZYN_API int ZynPause(void) ZYN_API_NOEXCEPT;
 ZYN_API int ZynResume(void) ZYN_API_NOEXCEPT;
 ZYN_API int ZynReloadConfig(void) ZYN_API_NOEXCEPT;

@@ -225,25 +225,26 @@ TEST_F(VerifyTest, HelpAndVersion) {
     const ProgramResult help = Verify({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.error, "");
-    EXPECT_EQ(help.output,
-              "Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"
-              "  or:  zynlog-verify [-jq] --salvage NEW_DIRECTORY DIRECTORY|FILE\n"
-              "Tell what in binary trace logs an export would drop, stop at or leave in disorder.\n"
-              "The log files of a directory are verified as one log, and so are the files that\n"
-              "are named, per directory. The FILE - is the standard input.\n"
-              "\n"
-              "  -b, --blocks    report every block, not only the damaged ones\n"
-              "  -j, --json      report as one JSON document\n"
-              "  -l, --live      the newest file may end within a block: it is being written\n"
-              "  -q, --quiet     report nothing, only exit\n"
-              "  -s, --separate  verify each file as a log of its own\n"
-              "      --salvage NEW_DIRECTORY\n"
-              "                  copy what is good of a damaged log into a directory that is new or\n"
-              "                  empty, and report what was kept and what was skipped\n"
-              "  -h, --help      show this text and exit\n"
-              "  -V, --version   show the version and exit\n"
-              "\n"
-              "Exit status: 0 clean, 1 damage found, 2 something could not be read.\n");
+    EXPECT_EQ(
+        help.output,
+        "Usage: zynlog-verify [OPTION]... DIRECTORY|FILE...\n"
+        "  or:  zynlog-verify [-jq] --salvage NEW_DIRECTORY DIRECTORY|FILE\n"
+        "Tell what in binary trace logs an export would drop, stop at or leave in disorder.\n"
+        "The log files of a directory are verified as one log, and so are the files that\n"
+        "are named, per directory. The FILE - is the standard input.\n"
+        "\n"
+        "  -b, --blocks    report every block, not only the damaged ones\n"
+        "  -j, --json      report as one JSON document\n"
+        "  -l, --live      the newest file may end within a block: it is being written\n"
+        "  -q, --quiet     report nothing, only exit\n"
+        "  -s, --separate  verify each file as a log of its own\n"
+        "      --salvage NEW_DIRECTORY\n"
+        "                  copy what is good of a damaged log into a directory that is new or\n"
+        "                  empty, and report what was kept and what was skipped\n"
+        "  -h, --help      show this text and exit\n"
+        "  -V, --version   show the version and exit\n"
+        "\n"
+        "Exit status: 0 clean, 1 damage found, 2 something could not be read.\n");
     EXPECT_EQ(Verify({"-h"}).output, help.output);
     const ProgramResult version = Verify({"--version"});
     EXPECT_EQ(version.status, 0);
