@@ -42,7 +42,7 @@ class MemoryLog {
     std::size_t position_ = 0;
 };
 
-void CheckRoad(const LogCase& log, const ModelExport& expected, bool inPlace) {
+void CheckPath(const LogCase& log, const ModelExport& expected, bool inPlace) {
     static const MemoryFile memory;
     MemoryLog stream(log.log, inPlace);
     std::string failure;
@@ -68,7 +68,7 @@ void CheckRoad(const LogCase& log, const ModelExport& expected, bool inPlace) {
 int ZynFuzzBlock(FuzzInput input) {
     const LogCase log(input);
     const ModelExport expected = ModelExportLog(log.log, log.separator, kFuzzNow, 1);
-    CheckRoad(log, expected, true);
-    CheckRoad(log, expected, false);
+    CheckPath(log, expected, true);
+    CheckPath(log, expected, false);
     return 0;
 }

@@ -21,16 +21,16 @@ struct LogInputOptions {
     // Everything will be read twice, in any order: what can be read only once goes through a
     // temporary file.
     bool readableTwice = false;
-    // Files whose header is damaged or gone are told to the listener, and read all the same: from
-    // behind it when at least half of it is there, else from their beginning.
+    // Files whose header is damaged or gone are reported to the listener, and read all the same:
+    // from behind it when at least half of it is there, else from their beginning.
     bool damagedHeaders = false;
 };
 
 // Opens a log directory (the files that an export reads, in its order, compressed ones where their
 // plain names would stand), one file, a pipe, or "-" for standard input. The listener outlives the
-// data. What is no log file is left out and told to the listener; when no file is left, the data is
-// Empty(). Throws std::system_error with the path for one that is not there or cannot be opened,
-// and what reading a pipe's first bytes throws.
+// data. What is no log file is left out and reported to the listener; when no file is left, the
+// data is Empty(). Throws std::system_error with the path for one that is not there or cannot be
+// opened, and what reading a pipe's first bytes throws.
 [[nodiscard]] std::unique_ptr<LogData> OpenLog(const std::string& path, InputListener& listener,
                                                const LogInputOptions& options = {});
 

@@ -34,7 +34,7 @@ concept ThreadWorker = requires(T& object) {
 // Runs object.Worker() on a thread of its own, from construction until the join in the destructor.
 // The owner sets the object's stop flag before that, or the join waits for ever, and keeps the
 // object alive until after it. The second argument tells that the destructor joins, the only form
-// there is. An exception out of Worker() ends the thread and is told to the diagnostic log only.
+// there is. An exception out of Worker() ends the thread and is written to the diagnostic log only.
 template <ThreadWorker T, bool Joined>
 requires(Joined) class MultithreadizedObject {
   public:
@@ -108,9 +108,9 @@ requires(Joined) class MultithreadizedObject {
 };
 
 // Calls target() on a thread of its own, sleeping periodMs milliseconds between the calls (the time
-// of a call adds to the period). An exception from target() is told to the diagnostic log only, and
-// the calls go on. target() should return within about one period, so that the destructor, which
-// stops the thread, does not wait long. The second argument is that of MultithreadizedObject.
+// of a call adds to the period). An exception from target() is written to the diagnostic log only,
+// and the calls go on. target() should return within about one period, so that the destructor,
+// which stops the thread, does not wait long. The second argument is that of MultithreadizedObject.
 template <std::invocable T, bool Joined>
 class TimerClassMemberFunction {
   public:

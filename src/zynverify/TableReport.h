@@ -18,12 +18,12 @@
 // terminal. Times are local, as in an export. The stream and the progress line outlive it.
 class TableReport final : public VerifyListener {
   public:
-    static constexpr std::size_t kUsualWidth = 100;
+    static constexpr std::size_t kDefaultWidth = 100;
 
     // blocks: a line for each block too. width: in characters, which the lines keep to as far as
     // the columns of numbers let them.
     TableReport(std::ostream& out, bool blocks, ProgressLine& progress,
-                std::size_t width = kUsualWidth)
+                std::size_t width = kDefaultWidth)
         : out_(out), progress_(progress), width_(width), blocks_(blocks) {}
 
     void OnLogBegin(const LogReport& log) override;

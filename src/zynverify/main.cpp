@@ -58,7 +58,7 @@ std::size_t ReportWidth() {
     winsize size{};
     if (isatty(STDOUT_FILENO) != 1 || ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 ||
         size.ws_col == 0) {
-        return TableReport::kUsualWidth;
+        return TableReport::kDefaultWidth;
     }
     return size.ws_col;
 }

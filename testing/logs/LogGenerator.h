@@ -42,9 +42,9 @@ struct LogGeneratorOptions {
     std::uint32_t multilinePercent = 3;  // messages of several lines
     std::uint32_t noTimePercent = 0;     // records without a time packet
     std::uint64_t stepUs = 500;          // log time from record to record, microseconds
-    std::uint32_t startTime = 1700000000;      // of the first record, seconds since 1970 UTC
-    std::string packets{PacketOrder::kUsual};  // their order in a record (PacketOrder)
-    std::uint32_t extraPercent = 0;            // records with packets that repeat or mean nothing
+    std::uint32_t startTime = 1700000000;        // of the first record, seconds since 1970 UTC
+    std::string packets{PacketOrder::kDefault};  // their order in a record (PacketOrder)
+    std::uint32_t extraPercent = 0;              // records with packets that repeat or mean nothing
     bool calls = false;  // of functions that begin, nest and end, instead of all other messages
     bool span = false;   // files end in the middle of a record; else every block lies in one file
 };

@@ -23,7 +23,7 @@ PacketOrder::PacketOrder(std::string_view orders, std::uint32_t extraPercent, st
 }
 
 std::string PacketOrder::Shuffled(LogRandom& random) {
-    std::string order(kUsual);
+    std::string order(kDefault);
     for (std::size_t i = order.size() - 1; i > 0; --i) {
         std::swap(order[i], order[random.Below(static_cast<std::uint32_t>(i + 1))]);
     }

@@ -21,7 +21,7 @@
 
 class PacketOrder {
   public:
-    static constexpr std::string_view kUsual = "tTpmclM";
+    static constexpr std::string_view kDefault = "tTpmclM";
     static constexpr std::string_view kLetters = "tTpmclM012345678bsv";
 
     // orders: one order, or several with commas between them of which each record takes one at
@@ -36,7 +36,7 @@ class PacketOrder {
     // For what else is drawn for a packet.
     LogRandom& Random() { return random_; }
 
-    // kUsual in any order.
+    // kDefault in any order.
     static std::string Shuffled(LogRandom& random);
 
   private:

@@ -297,7 +297,7 @@ class Clean(Scenario):
 
 
 class Control(Scenario):
-    """A command that talks to the service. Its failures are told to the system log; the console
+    """A command that talks to the service. Its failures go to the system log; the console
     has one text for all of them."""
 
     def __init__(self, name, arguments, diagnostic=False):

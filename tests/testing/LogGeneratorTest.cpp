@@ -443,8 +443,8 @@ TEST(LogGeneratorTest, PacketsHaveAnyOrderAtRandomOrByWriter) {
     const std::vector<std::string> writers = OrdersOf(options);
     EXPECT_EQ(std::set<std::string>(writers.begin(), writers.end()).size(), 7U);
     for (std::string order : {random[7], random[500], writers[7]}) {
-        EXPECT_TRUE(std::is_permutation(order.begin(), order.end(), PacketOrder::kUsual.begin(),
-                                        PacketOrder::kUsual.end()))
+        EXPECT_TRUE(std::is_permutation(order.begin(), order.end(), PacketOrder::kDefault.begin(),
+                                        PacketOrder::kDefault.end()))
             << order;
     }
     options.packets = "tTpmclM";

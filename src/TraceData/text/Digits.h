@@ -33,7 +33,7 @@ inline constexpr std::array<char, 4000> kDigitTriples = [] {
     return triples;
 }();
 
-// value is below 1,000; writes three characters and scribbles on a fourth.
+// value is below 1,000; writes three characters and overwrites a fourth.
 inline void PutThreeDigits(char* out, unsigned int value) noexcept {
     std::memcpy(out, kDigitTriples.data() + 4 * static_cast<std::size_t>(value), 4);
 }
