@@ -210,8 +210,9 @@ void ZynServiceMonitorProxy::CreateMonitor() {
     {
         std::unique_lock<std::mutex> lock(waiting_);
         if (attemptRuns_) {
-            changed_.wait(
-                lock, [this, mine = attemptsEnded_] { return attemptsEnded_ != mine || Closed(); });
+            changed_.wait(lock, [this, mine = attemptsEnded_.load()] {
+                return attemptsEnded_ != mine || Closed();
+            });
             if (!Closed() && failure_) {
                 failure_->empty() ? throw std::bad_alloc() : throw std::runtime_error(*failure_);
             }
@@ -231,18 +232,30 @@ void ZynServiceMonitorProxy::CreateMonitor() {
     EndAttempt(nullptr);
 }
 
-void ZynServiceMonitorProxy::EndAttempt(const char* failure) noexcept {
+// Waiters would wait for ever for an end that is not announced, so it is, even when the mutex
+// cannot be locked: change(locked) then sets nothing but atomics.
+template <typename Change>
+void ZynServiceMonitorProxy::AnnounceEnd(Change&& change) noexcept {
     {
-        const std::lock_guard<std::mutex> lock(waiting_);
-        failure_.reset();
-        if (failure != nullptr) {
-            failure_.emplace();
-            DropFailure([this, failure] { failure_->assign(failure); });
+        std::unique_lock<std::mutex> lock(waiting_, std::defer_lock);
+        DropFailure([&lock] { lock.lock(); });
+        change(lock.owns_lock());
+    }
+    changed_.notify_all();
+}
+
+void ZynServiceMonitorProxy::EndAttempt(const char* failure) noexcept {
+    AnnounceEnd([this, failure](bool locked) {
+        if (locked) {
+            failure_.reset();
+            if (failure != nullptr) {
+                failure_.emplace();
+                DropFailure([this, failure] { failure_->assign(failure); });
+            }
         }
         attemptRuns_ = false;
         ++attemptsEnded_;
-    }
-    changed_.notify_all();
+    });
 }
 
 void ZynServiceMonitorProxy::StartMonitor() {
@@ -270,11 +283,7 @@ ZynServiceMonitorProxy::Turn::~Turn() {
     if (!granted_) {
         return;
     }
-    {
-        const std::lock_guard<std::mutex> lock(proxy_.waiting_);
-        proxy_.requestRuns_ = false;
-    }
-    proxy_.changed_.notify_all();
+    proxy_.AnnounceEnd([this](bool /*locked*/) { proxy_.requestRuns_ = false; });
 }
 
 void ZynServiceMonitorProxy::Close() noexcept {

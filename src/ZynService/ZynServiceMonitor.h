@@ -180,6 +180,8 @@ class ZynServiceMonitorProxy {
     [[gnu::cold]] void CreateMonitor();
     void StartMonitor();
     void EndAttempt(const char* failure) noexcept;
+    template <typename Change>
+    void AnnounceEnd(Change&& change) noexcept;
 
     // All that a query or a request locks, in the order of the locks.
     struct Locks {
@@ -214,15 +216,16 @@ class ZynServiceMonitorProxy {
     // Whether a call of CreateMonitorOnDemand has nothing to do.
     std::atomic<bool> settled_{false};
 
-    // Guards what follows, and is held for no longer than it takes to look at it.
+    // Guards what follows, and is held for no longer than it takes to look at it. The atomic ones
+    // are set without it when it cannot be locked.
     std::mutex waiting_;
     // Tells that an attempt or a request has ended, or that the closing has begun.
     std::condition_variable changed_;
-    bool attemptRuns_ = false;
-    unsigned int attemptsEnded_ = 0;
+    std::atomic<bool> attemptRuns_{false};
+    std::atomic<unsigned int> attemptsEnded_{0};
     // What the last attempt threw, if it did; empty when there was no memory for the text.
     std::optional<std::string> failure_;
-    bool requestRuns_ = false;
+    std::atomic<bool> requestRuns_{false};
 
     // Of the thread that forks.
     std::optional<Locks> forkLocks_;
