@@ -103,14 +103,13 @@ void SalvageFile::Close() {
     Flush(buffer_);
     buffer_.clear();
     // Some file systems say only now that there is no room.
-    const int descriptor = file_.Release();
-    const int result = close(descriptor);
+    const bool closed = file_.TryClose();
     const int reason = errno;
-    if (result != 0) {
+    if (!closed) {
         directory_.Remove(name_);
     }
     errno = reason;
-    ZYN_CHECK_OS_CALL(result == 0, "Can not write file");
+    ZYN_CHECK_OS_CALL(closed, "Can not write file");
 }
 
 void SalvageFile::Flush(std::span<const char> bytes) {

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "Support/ValidationException.h"
 
@@ -16,7 +17,7 @@ TextFile::TextFile(const std::string& path, const SourceTest& isSource)
     Open(path, isSource);
 }
 
-TextFile::TextFile(FileDescriptor file) : file_(file.Release()), buffer_(new char[kBufferBytes]) {}
+TextFile::TextFile(FileDescriptor file) : file_(std::move(file)), buffer_(new char[kBufferBytes]) {}
 
 // Opens without emptying: only when the file is known not to be a source may its bytes go. One that
 // was made here needs no look.
@@ -39,17 +40,13 @@ void TextFile::Open(const std::string& path, const SourceTest& isSource) {
         ZYN_CHECK_OS_CALL(!S_ISREG(status.st_mode) || ftruncate(file.Get(), 0) == 0,
                           "Can not open file");
     }
-    file_ = file.Release();
+    file_ = std::move(file);
 }
 
 TextFile::~TextFile() {
-    if (file_ == -1) {
-        return;
-    }
-    if (failure_ == 0) {
+    if (file_.IsOpen() && failure_ == 0) {
         WriteAll(buffer_.get(), used_);
     }
-    close(file_);
 }
 
 void TextFile::Write(std::string_view text) {
@@ -64,10 +61,8 @@ void TextFile::Write(std::string_view text) {
 
 void TextFile::Close() {
     WriteOut(used_);
-    const int file = file_;
-    file_ = -1;
     errno = 0;
-    ZYN_CHECK_OS_CALL(close(file) == 0, "Can not write file");
+    ZYN_CHECK_OS_CALL(file_.TryClose(), "Can not write file");
 }
 
 // Whole blocks only, so that the file system is spared pages written in two parts.
@@ -87,7 +82,7 @@ void TextFile::WriteOut(std::size_t count) {
 
 bool TextFile::WriteAll(const char* bytes, std::size_t count) noexcept {
     while (count != 0) {
-        const ssize_t written = write(file_, bytes, count);
+        const ssize_t written = write(file_.Get(), bytes, count);
         if (written > 0) {
             bytes += written;
             count -= static_cast<std::size_t>(written);

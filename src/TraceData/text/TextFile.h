@@ -71,7 +71,7 @@ class TextFile {
     void WriteOut(std::size_t count);
     bool WriteAll(const char* bytes, std::size_t count) noexcept;
 
-    int file_ = -1;
+    FileDescriptor file_;
     int failure_ = 0;
     bool new_ = false;
     std::size_t used_ = 0;
