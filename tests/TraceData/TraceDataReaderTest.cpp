@@ -31,7 +31,9 @@ const std::string kInsufficient = "Bad logic:Insufficent data to read";
 class MemoryLog {
   public:
     explicit MemoryLog(std::string bytes, std::uint32_t largestView = UINT32_MAX)
-        : bytes_(std::move(bytes)), largestView_(largestView) {
+        : size_(bytes.size()), bytes_(std::move(bytes)), largestView_(largestView) {
+        // As much as may be read behind what View returns, and not a byte more.
+        bytes_.append(kReadSlack, '\xEE');
         bytes_.shrink_to_fit();
     }
 
@@ -41,7 +43,7 @@ class MemoryLog {
         return count <= kAlwaysViewed || count <= largestView_ ? Take(count) : nullptr;
     }
     [[nodiscard]] std::uint64_t BytesRead() const { return position_; }
-    [[nodiscard]] std::uint64_t TotalBytes() const { return bytes_.size(); }
+    [[nodiscard]] std::uint64_t TotalBytes() const { return size_; }
 
   private:
     const char* Take(std::uint32_t count) {
@@ -53,6 +55,7 @@ class MemoryLog {
 
     static constexpr std::uint32_t kAlwaysViewed = 64;
 
+    std::size_t size_;
     std::string bytes_;
     std::uint32_t largestView_;
     std::size_t position_ = 0;
