@@ -13,9 +13,6 @@ constexpr std::uint32_t kReadOffset = 0;
 constexpr std::uint32_t kWriteOffset = 4;
 constexpr std::uint32_t kCapacityOffset = 8;
 
-using BothPositions = std::atomic_ref<std::uint64_t>;
-static_assert(BothPositions::is_always_lock_free);
-
 // The header lies at the start of a page, so its words are aligned.
 template <typename Word>
 std::atomic_ref<Word> AtomicAt(char* address) {
@@ -25,7 +22,7 @@ std::atomic_ref<Word> AtomicAt(char* address) {
 }  // namespace
 
 MessageRing::MessageRing(SharedMemory& region, std::uint32_t capacity)
-    : region_(region), capacity_(capacity), data_(region.Address() + kHeaderBytes) {
+    : region_(region), data_(region.Address() + kHeaderBytes), capacity_(capacity) {
     region.Require(RegionBytes(capacity));
 }
 
@@ -33,15 +30,14 @@ void MessageRing::Initialise() noexcept {
     if (!region_.IsBacked()) {
         return;
     }
-    AtomicAt<std::uint64_t>(region_.Address()).store(0, std::memory_order_release);
+    AtomicAt<Positions>(region_.Address())
+        .store({.read = 0, .write = 0}, std::memory_order_release);
     StoreWord(kCapacityOffset, capacity_);
 }
 
 MessageRing::Positions MessageRing::Snapshot() const noexcept {
-    const std::uint64_t both =
-        AtomicAt<std::uint64_t>(region_.Address()).load(std::memory_order_acquire);
-    return {.read = static_cast<std::uint32_t>(both),
-            .write = static_cast<std::uint32_t>(both >> 32)};
+    static_assert(std::atomic_ref<Positions>::is_always_lock_free);
+    return AtomicAt<Positions>(region_.Address()).load(std::memory_order_acquire);
 }
 
 void MessageRing::StoreWord(std::uint32_t offset, std::uint32_t value) noexcept {

@@ -63,12 +63,13 @@ class MessageRing {
     };
 
   private:
-    struct Positions {
+    // As at the start of the header. Aligned, so that both are loaded and stored at once on 32-bit
+    // x86 too, and belong together whoever resets the ring meanwhile.
+    struct alignas(8) Positions {
         std::uint32_t read;
         std::uint32_t write;
     };
 
-    // Both at once, so that they belong together whoever resets the ring meanwhile.
     [[nodiscard]] Positions Snapshot() const noexcept;
     [[nodiscard]] bool IsInside(std::uint32_t position) const noexcept {
         return position < capacity_;
@@ -76,8 +77,8 @@ class MessageRing {
     void StoreWord(std::uint32_t offset, std::uint32_t value) noexcept;
 
     SharedMemory& region_;
-    std::uint32_t capacity_;
     char* data_;
+    std::uint32_t capacity_;
 };
 
 #endif

@@ -110,11 +110,12 @@ class ZynServiceClient
 
     unsigned int servicePid_;
     ZynFilterManager& filterManager_;
+    // Refers to the flag below.
+    MessageHandler handler_;
     // Set by the timer thread, cleared and polled by the sender of a request.
     std::atomic<bool> confirmed_{false};
     // Set by the destructor, looked at by the timer thread between two frames.
     std::atomic<bool> stopReceiving_{false};
-    MessageHandler handler_;
     // Last: started when all else is there, joined before anything goes.
     std::unique_ptr<Timer> timer_;
 };

@@ -39,8 +39,9 @@ std::atomic_ref<std::uint32_t> HeaderWord(std::uint8_t* region, std::size_t offs
     return std::atomic_ref<std::uint32_t>(*reinterpret_cast<std::uint32_t*>(region + offset));
 }
 
-std::atomic_ref<std::uint64_t> PositionsWord(std::uint8_t* region) {
-    return std::atomic_ref<std::uint64_t>(*reinterpret_cast<std::uint64_t*>(region));
+std::atomic_ref<RingPositions> HeaderPositions(std::uint8_t* region) {
+    static_assert(std::atomic_ref<RingPositions>::is_always_lock_free);
+    return std::atomic_ref<RingPositions>(*reinterpret_cast<RingPositions*>(region));
 }
 
 std::atomic_ref<std::uint8_t> DataByte(std::uint8_t* region, std::uint32_t position) {
@@ -153,19 +154,17 @@ void Ring::Initialise() const {
 }
 
 RingPositions Ring::Positions() const {
-    return std::bit_cast<RingPositions>(PositionsWord(region_).load(std::memory_order_acquire));
+    return HeaderPositions(region_).load(std::memory_order_acquire);
 }
 
 std::uint32_t Ring::CapacityField() const { return HeaderWord(region_, kCapacityOffset).load(); }
 
 void Ring::SetPositions(RingPositions positions) const {
-    PositionsWord(region_).store(std::bit_cast<std::uint64_t>(positions));
+    HeaderPositions(region_).store(positions);
 }
 
 bool Ring::Exchange(RingPositions expected, RingPositions desired) const {
-    auto word = std::bit_cast<std::uint64_t>(expected);
-    return PositionsWord(region_).compare_exchange_strong(word,
-                                                          std::bit_cast<std::uint64_t>(desired));
+    return HeaderPositions(region_).compare_exchange_strong(expected, desired);
 }
 
 Bytes Ring::Copy(RingPositions positions) const {

@@ -85,8 +85,9 @@ struct FrameScan {
 
 [[nodiscard]] FrameScan ScanFrames(std::span<const std::uint8_t> bytes);
 
-// Both positions of a ring, as one 8-byte word of the header.
-struct RingPositions {
+// Both positions of a ring, as the header has them: aligned, so that both are loaded and stored at
+// once, on 32-bit x86 too.
+struct alignas(8) RingPositions {
     std::uint32_t read = 0;
     std::uint32_t write = 0;
 
