@@ -65,8 +65,9 @@ bool ZynFilterManager::Resolve(std::uint32_t module, std::uint32_t client, std::
         enabled =
             client == kNoClient ? rules_.IsOn(module, label) : rules_.IsOn(module, client, label);
     }
-    // The flag is looked at anew: a reload may have begun since the caller saw it.
-    if (loaded_.load(std::memory_order_relaxed)) {
+    // The flag is looked at anew: a reload may have begun since the caller saw it. Whoever set it
+    // amid a replacement must not have the statuses of before kept beyond its end.
+    if (loaded_.load(std::memory_order_relaxed) && !replacing_) {
         if (CachedStatus* cached = Find(module, client, label)) {
             cached->store(enabled ? kOn : kOff, std::memory_order_relaxed);
         } else {

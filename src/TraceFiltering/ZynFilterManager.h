@@ -110,7 +110,8 @@ class ZynFilterManager : public ReferenceCount {
     // answered from the statuses of before. The former logs as Reset does, whose place it takes.
     void BeginReplacement();
     void EndReplacement();
-    // While the flag is clear every query resolves from the tables and caches nothing.
+    // While the flag is clear, and between BeginReplacement and EndReplacement, every query
+    // resolves from the tables and caches nothing.
     void SetLoaded(bool loaded);
     [[nodiscard]] bool Loaded() const noexcept { return loaded_.load(std::memory_order_acquire); }
 

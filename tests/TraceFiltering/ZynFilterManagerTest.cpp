@@ -303,6 +303,29 @@ TEST_F(FilterManager, WhatAReloadSetsTakesEffectAtItsEnd) {
     EXPECT_FALSE(manager_.IsEnabled(module_, 5, other)) << "not set by the reload";
 }
 
+TEST_F(FilterManager, LoadedFlagSetAmidAReloadKeepsNoStatusOfBefore) {
+    constexpr std::uint32_t kPastTheCaches = 70;
+    const std::vector<std::uint32_t> clients{5, kPastTheCaches};
+    for (const std::uint32_t client : clients) {
+        manager_.RegisterClient(module_, client, "c");
+    }
+    {
+        const FilterReload reload(manager_);
+        manager_.SetLoaded(true);
+        EXPECT_TRUE(Enabled()) << "as before";
+        for (const std::uint32_t client : clients) {
+            EXPECT_TRUE(Enabled(client)) << "as before";
+        }
+        manager_.SetModuleStatus("m", Status::Off);
+        EXPECT_TRUE(Enabled()) << "as before";
+    }
+    EXPECT_TRUE(manager_.Loaded());
+    EXPECT_FALSE(Enabled());
+    for (const std::uint32_t client : clients) {
+        EXPECT_FALSE(Enabled(client)) << "client " << client;
+    }
+}
+
 TEST_F(FilterManager, SettingsOfAReloadThatNobodyAskedForAreGoneWithTheNext) {
     manager_.RegisterClient(module_, 5, "c");
     EXPECT_TRUE(Enabled(5));
