@@ -1,6 +1,7 @@
 #include "ZynConfigFileReader/ConfigDocument.h"
 
 #include <sys/stat.h>
+#include <tinyxml.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -63,6 +64,12 @@ const char* FaultOf(const MarkupScanner& scanner) {
 
 }  // namespace
 
+ConfigDocument::ConfigDocument() : document_(std::make_unique<TiXmlDocument>()) {}
+
+ConfigDocument::~ConfigDocument() = default;
+
+TiXmlElement* ConfigDocument::Root(const char* name) { return document_->FirstChildElement(name); }
+
 bool ConfigDocument::Load(const std::string& path) {
     std::string text;
     if (const char* fault = ReadWholeFile(path, text)) {
@@ -92,8 +99,8 @@ bool ConfigDocument::Parse(std::string text) {
         return false;
     }
     // Rows and columns are not wanted, and counting them is what loops on a truncated character.
-    document_.SetTabSize(0);
-    document_.Parse(content.data(), nullptr, encoding);
-    description_ = document_.ErrorDesc();
-    return !document_.Error();
+    document_->SetTabSize(0);
+    document_->Parse(content.data(), nullptr, encoding);
+    description_ = document_->ErrorDesc();
+    return !document_->Error();
 }

@@ -5,13 +5,20 @@
 #ifndef ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
 #define ZYN_ZYNCONFIGFILEREADER_CONFIGDOCUMENT_H
 
-#include <tinyxml.h>
-
 #include <cstddef>
+#include <memory>
 #include <string>
+
+class TiXmlDocument;
+class TiXmlElement;
 
 class ConfigDocument {
   public:
+    ConfigDocument();
+    ConfigDocument(const ConfigDocument&) = delete;
+    ConfigDocument& operator=(const ConfigDocument&) = delete;
+    ~ConfigDocument();
+
     static constexpr std::size_t kMaxBytes = std::size_t{16} * 1024 * 1024;
     static constexpr std::size_t kMaxDepth = 1000;
     // TinyXML compares each attribute with all before it.
@@ -27,8 +34,8 @@ class ConfigDocument {
     // TinyXML's words; empty while nothing went wrong.
     [[nodiscard]] const std::string& ErrorDescription() const noexcept { return description_; }
 
-    // The document's first element of that name, null when there is none.
-    [[nodiscard]] TiXmlElement* Root(const char* name) { return document_.FirstChildElement(name); }
+    // The document's first element of that name, null when there is none. Goes with this object.
+    [[nodiscard]] TiXmlElement* Root(const char* name);
 
     // Whether the text was read byte by byte although it is declared to be UTF-8, because TinyXML
     // would have taken the end of a value, of a piece of text or of the whole for a part of a
@@ -36,7 +43,8 @@ class ConfigDocument {
     [[nodiscard]] bool ReadByteByByte() const noexcept { return readByteByByte_; }
 
   private:
-    TiXmlDocument document_;
+    // Behind a pointer, so that those who merely load need no header of TinyXML.
+    std::unique_ptr<TiXmlDocument> document_;
     std::string description_;
     bool readByteByByte_ = false;
 };

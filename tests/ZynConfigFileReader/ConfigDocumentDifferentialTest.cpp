@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/mman.h>
+#include <tinyxml.h>
 #include <unistd.h>
 
 #include <array>
