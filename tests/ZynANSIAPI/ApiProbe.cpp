@@ -5,12 +5,17 @@
 //                  no configuration gives
 //   cancel         a request on a thread that is cancelled, at the end of the input, while it waits
 //   leave          returns from main while other threads still query
+//   together       the first calls of the process, of all kinds, at the same time on as many
+//   threads
 #include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstddef>
 #include <cstdio>
+#include <functional>
+#include <latch>
 #include <string>
 #include <thread>
 #include <vector>
@@ -129,6 +134,36 @@ int Leave() {
     return 0;
 }
 
+int Together() {
+    int module = -1;
+    int label = -1;
+    const std::vector<std::function<int()>> calls{
+        [&module] { return ZynGetModuleHandle("M", &module); },
+        [&label] { return ZynGetLabelHandle("On", &label); },
+        [] { return ZynRegisterClient(0, 1, "C"); },
+        [] { return ZynTraceEnabledEx(0, 1, 0); },
+        [] { return ZynReloadConfig(); },
+    };
+    std::latch start(static_cast<std::ptrdiff_t>(calls.size()));
+    std::vector<int> answers(calls.size());
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < calls.size(); ++i) {
+        threads.emplace_back([&, i] {
+            start.arrive_and_wait();
+            answers[i] = calls[i]();
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    std::string line = "answers";
+    for (const int answer : answers) {
+        line += " " + std::to_string(answer);
+    }
+    Say(line);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -144,6 +179,9 @@ int main(int argc, char** argv) {
     }
     if (scenario == "cancel") {
         return Cancel();
+    }
+    if (scenario == "together") {
+        return Together();
     }
     return scenario == "leave" ? Leave() : 2;
 }

@@ -2,18 +2,22 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <syslog.h>
 #include <unistd.h>
 
 #include <string>
 #include <vector>
 
 #include "ZynANSIAPI/ApplicationsFixture.h"
+#include "testing/process/RunProgram.h"
 
 namespace {
 
 using standin::StandInProcess;
+using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 constexpr const char* kEnabled =
     "<Module name='M' state='1'><MLabel name='On' state='1'/></Module>";
@@ -82,6 +86,26 @@ TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndSaysSo) {
     EXPECT_THAT(trace, ::testing::HasSubstr("ZYNCLIENT: Service stopped.\n"));
     EXPECT_THAT(trace,
                 ::testing::HasSubstr("-Bad logic:ZYN Dispatching service is not running.\n"));
+}
+
+TEST_F(ApplicationsTest, CallersThatShareAFailedAttemptEachReportItAsTheirOwn) {
+    StandInProcess service = Service({"--silent"});
+    ProgramRun run;
+    run.program = ZYN_API_PROBE;
+    run.arguments = {"together"};
+    run.environment = environment_.Variables();
+    run.preloadLibrary = ZYN_SYSLOG_PRELOAD;
+    const ProgramResult result = RunProgram(run);
+    EXPECT_EQ(result.output, "answers 1 1 1 0 1\n");
+    EXPECT_EQ(result.status, 0);
+    const std::string record = "ZYNAPI|" + std::to_string(LOG_PID | LOG_CONS) + "|" +
+                               std::to_string(LOG_USER) + "|" + std::to_string(LOG_ERR) +
+                               "|Bad logic:Timeout waiting registration confirmation\n";
+    EXPECT_EQ(ReadFile(environment_.SyslogFile()), record + record + record + record + record);
+    EXPECT_EQ(service.Terminate(), 0);
+    EXPECT_THAT(service.Lines(), Contains(StartsWith("registered pid ")).Times(1))
+        << "one attempt for all";
+    EXPECT_THAT(environment_.Files(), IsEmpty());
 }
 
 TEST_F(ApplicationsTest, ForkClosesTheConnectionForParentAndChild) {
