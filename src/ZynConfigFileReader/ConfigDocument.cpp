@@ -70,6 +70,12 @@ ConfigDocument::~ConfigDocument() = default;
 
 TiXmlElement* ConfigDocument::Root(const char* name) { return document_->FirstChildElement(name); }
 
+std::string ConfigDocument::RootAttribute(const char* element, const std::string& attribute) {
+    const TiXmlElement* root = Root(element);
+    const std::string* value = root != nullptr ? root->Attribute(attribute) : nullptr;
+    return value != nullptr ? *value : std::string();
+}
+
 bool ConfigDocument::Load(const std::string& path) {
     std::string text;
     if (const char* fault = ReadWholeFile(path, text)) {

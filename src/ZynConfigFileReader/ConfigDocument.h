@@ -36,6 +36,8 @@ class ConfigDocument {
 
     // The document's first element of that name, null when there is none. Goes with this object.
     [[nodiscard]] TiXmlElement* Root(const char* name);
+    // An attribute of that element, empty when there is no such element or attribute.
+    [[nodiscard]] std::string RootAttribute(const char* element, const std::string& attribute);
 
     // Whether the text was read byte by byte although it is declared to be UTF-8, because TinyXML
     // would have taken the end of a value, of a piece of text or of the whole for a part of a

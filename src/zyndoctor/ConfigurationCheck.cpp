@@ -152,10 +152,9 @@ Configuration CheckConfiguration(Diagnosis& diagnosis) {
         ReportFailure(diagnosis, settings, reader.Failure());
     } else if (!settings.Trace().value_or(true)) {
         configuration.traceOff = true;
-        const std::string* trace = document.Root("ZYNConfig")->Attribute(std::string("trace"));
-        diagnosis.Find("trace-off", "trace is \"" + (trace != nullptr ? *trace : std::string()) +
-                                        "\", not \"1\": tracing is off, and no log directory is "
-                                        "read");
+        diagnosis.Find("trace-off",
+                       "trace is \"" + document.RootAttribute("ZYNConfig", "trace") +
+                           "\", not \"1\": tracing is off, and no log directory is read");
         return configuration;
     }
     if (settings.Trace().value_or(false)) {

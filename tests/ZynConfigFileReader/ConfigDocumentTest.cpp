@@ -207,6 +207,14 @@ TEST(ConfigDocument, TextAfterANulIsNotRead) {
     EXPECT_EQ(FaultOf(text), "none");
 }
 
+TEST(ConfigDocument, AttributeOfTheRootIsEmptyWhereItIsMissing) {
+    ConfigDocument document;
+    ASSERT_TRUE(document.Parse("<a b='c'/>"));
+    EXPECT_EQ(document.RootAttribute("a", "b"), "c");
+    EXPECT_EQ(document.RootAttribute("a", "x"), "");
+    EXPECT_EQ(document.RootAttribute("x", "b"), "");
+}
+
 TEST(ConfigDocument, LineEndsAreNormalised) {
     ConfigDocument document;
     ASSERT_TRUE(document.Parse("<a\r\nb='1\r\n2\r3'\r/>"));
