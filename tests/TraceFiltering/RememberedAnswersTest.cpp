@@ -78,6 +78,14 @@ TEST(RememberedAnswers, ForgetsTheLabelsOfOneClientInOneModule) {
     EXPECT_EQ(answers.Find(1, 2, 5), Answer::kOff);
 }
 
+TEST(RememberedAnswers, ForgettingAModuleThatDoesNotFitForgetsNoOther) {
+    // Its number would run over into that of the client.
+    RememberedAnswers answers;
+    answers.Store(0, 1, 0, true);
+    answers.Forget(RememberedAnswers::kMaxModules, 0, 1);
+    EXPECT_EQ(answers.Find(0, 1, 0), Answer::kOn);
+}
+
 TEST(RememberedAnswers, HoldsAsManyAsItSaysAndThenStartsAnew) {
     RememberedAnswers answers;
     const auto store = [&answers](std::size_t number) {

@@ -113,6 +113,26 @@ TEST_F(FilterManager, RegisteringResetsTheStatusesOfItsPairOnly) {
     EXPECT_TRUE(Enabled()) << "still the cached status";
 }
 
+TEST_F(FilterManager, RegistrationOfTheLastCachedClientDropsItsStatuses) {
+    constexpr std::uint32_t kLastCached = 69;
+    manager_.RegisterClient(module_, kLastCached, "c");
+    manager_.SetLoaded(true);
+    EXPECT_TRUE(Enabled(kLastCached));
+    manager_.SetModuleStatus("m", Status::Off);
+    manager_.RegisterClient(module_, kLastCached, "c");
+    EXPECT_FALSE(Enabled(kLastCached));
+}
+
+TEST_F(FilterManager, AReplacementByItselfForgetsWhatIsRememberedOfLargeKeys) {
+    constexpr std::uint32_t kPastTheCaches = 70;
+    manager_.RegisterClient(module_, kPastTheCaches, "c");
+    manager_.SetLoaded(true);
+    EXPECT_TRUE(Enabled(kPastTheCaches));
+    manager_.BeginReplacement();
+    manager_.EndReplacement();
+    EXPECT_FALSE(Enabled(kPastTheCaches)) << "nothing was set";
+}
+
 TEST_F(FilterManager, TheLabelPastTheCacheHasNoPlaceInIt) {
     // Label 30 would have the place of label 0 of the next client, or of the next module.
     for (int i = 0; i < 31; ++i) {

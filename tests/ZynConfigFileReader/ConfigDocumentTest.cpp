@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <filesystem>
 #include <random>
 #include <string>
 #include <string_view>
@@ -198,6 +200,18 @@ TEST(ConfigDocument, FileIsReadInPiecesAndAsFarAsItGoes) {
     // It has become shorter since its size was looked at.
     const LibcFault end(LibcCall::kRead, LibcFault::kZeroCount);
     EXPECT_EQ(LoadFaultOf(path), "Error document empty.");
+}
+
+TEST(ConfigDocument, FilesUpToTheLimitAreRead) {
+    const TempDirectory directory;
+    const std::string path = directory / "file";
+    WriteFile(path, "<a/>");
+    for (const std::size_t past : {std::size_t{0}, std::size_t{1}}) {
+        std::filesystem::resize_file(path, ConfigDocument::kMaxBytes + past);
+        ConfigDocument document;
+        EXPECT_EQ(document.Load(path), past == 0);
+        EXPECT_EQ(document.ErrorDescription(), past == 0 ? "" : "Document is too large");
+    }
 }
 
 TEST(ConfigDocument, TextAfterANulIsNotRead) {
