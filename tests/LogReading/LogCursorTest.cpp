@@ -11,6 +11,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -156,8 +157,39 @@ TEST_F(LogCursorTest, EachDamagedByteMakesItNoCursorFile) {
     }
 }
 
-TEST_F(LogCursorTest, FileThatCannotBeWrittenFails) {
-    EXPECT_THROW(LogCursor().Store(directory_ / "none/cursor"), std::runtime_error);
+TEST_F(LogCursorTest, FirstLineNamesTheProgramAndTheForm) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    EXPECT_TRUE(ReadFile(cursor_).starts_with("zynlog-cat cursor 1\n")) << ReadFile(cursor_);
+}
+
+TEST_F(LogCursorTest, FileThatCannotBeWrittenFailsAndNothingIsLeft) {
+    const auto failure = [](const std::string& path) -> std::string {
+        try {
+            LogCursor().Store(path);
+        } catch (const std::runtime_error& thrown) {
+            return thrown.what();
+        }
+        return "no failure";
+    };
+    EXPECT_EQ(failure(directory_ / "none/cursor"),
+              "Failed to write cursor file [OS call failed:2(No such file or directory)]");
+    // Written, it cannot take the place of a directory.
+    EXPECT_EQ(failure(log_), "Failed to write cursor file [OS call failed:21(Is a directory)]");
+    EXPECT_EQ(ListDirectory(directory_.Path()), std::vector<std::string>{"log"});
+}
+
+TEST_F(LogCursorTest, WhatAKilledRunLeftIsReplaced) {
+    Write("zynlog-1.txt", BlockOf(1));
+    WriteFile(cursor_ + ".zynlog-cat-new", "half a curs");
+    EXPECT_EQ(Run(), Numbers{1});
+    EXPECT_EQ(Run(), Numbers{});
+    EXPECT_EQ(ListDirectory(directory_.Path()), (std::vector<std::string>{"cursor", "log"}));
+    // Nothing is written through a link that somebody put there.
+    WriteFile(directory_ / "other", "mine");
+    std::filesystem::create_symlink(directory_ / "other", cursor_ + ".zynlog-cat-new");
+    EXPECT_EQ(Run(), Numbers{});
+    EXPECT_EQ(ReadFile(directory_ / "other"), "mine");
 }
 
 // Whoever is killed while it writes leaves the old cursor or the new one.

@@ -28,9 +28,11 @@ class Issues final : public InputListener {
     void OnIssue(const InputIssue& issue) override {
         kinds.push_back(issue.kind);
         paths.push_back(std::filesystem::path(issue.path).filename());
+        texts.push_back(issue.text);
     }
     std::vector<InputIssueKind> kinds;
     std::vector<std::string> paths;
+    std::vector<std::string> texts;
 };
 
 using Kinds = std::vector<InputIssueKind>;
@@ -81,6 +83,7 @@ TEST_F(LogInputTest, PlainFileWinsAndTheOtherIsSaid) {
     EXPECT_EQ(Read(), Numbers{1});
     EXPECT_EQ(issues_.kinds, Kinds{InputIssueKind::kTwin});
     EXPECT_EQ(issues_.paths, std::vector<std::string>{"zynlog-2.txt.gz"});
+    EXPECT_EQ(issues_.texts, std::vector<std::string>{"is left out: zynlog-2.txt is read"});
 }
 
 TEST_F(LogInputTest, SeveralMembersAndTrailingZerosAreOneFile) {
@@ -119,6 +122,10 @@ TEST_F(LogInputTest, WhatIsNoLogIsLeftOutAndSaid) {
     EXPECT_EQ(Read(), Numbers{4});
     EXPECT_EQ(issues_.kinds, (Kinds{InputIssueKind::kTooSmall, InputIssueKind::kForeign,
                                     InputIssueKind::kUnreadable}));
+    EXPECT_EQ(issues_.texts,
+              (std::vector<std::string>{"is smaller than the header of a log file",
+                                        "does not begin with the header of a log file",
+                                        "is not a regular file"}));
     EXPECT_THROW((void)OpenLog(Path("none"), issues_), std::system_error);
     EXPECT_TRUE(OpenLog(Path("zynlog-1.txt"), issues_)->Empty());
 }
