@@ -2,6 +2,7 @@
 
 #include <zlib.h>
 #include <zstd.h>
+#include <zstd_errors.h>
 
 #include <algorithm>
 #include <limits>
@@ -84,6 +85,8 @@ class GzipDecoder final : public StreamDecoder {
         stream_.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(input_.Data()));
         stream_.avail_in = static_cast<uInt>(input_.Size());
         const int result = inflate(&stream_, Z_NO_FLUSH);
+        // Its window is made when it is needed first.
+        ZYN_CHECK_MEMORY_ALLOCATION(result != Z_MEM_ERROR, "Can not create decoder");
         input_.Use(input_.Size() - stream_.avail_in);
         if (result == Z_STREAM_END) {
             betweenMembers_ = true;
@@ -139,6 +142,9 @@ class ZstdDecoder final : public StreamDecoder {
             const std::size_t result = ZSTD_decompressStream(context_.get(), &out, &in);
             input_.Use(in.pos);
             betweenFrames_ = result == 0;
+            // Its buffers are made when a frame tells their size.
+            ZYN_CHECK_MEMORY_ALLOCATION(ZSTD_getErrorCode(result) != ZSTD_error_memory_allocation,
+                                        "Can not create decoder");
             if (ZSTD_isError(result) != 0) {
                 end_ = DecoderEnd::kDamaged;
                 ended_ = true;
