@@ -1,0 +1,79 @@
+// zynlog-cat on a terminal: colours, and nothing that gives it orders.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdlib>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "cli/CatFixture.h"
+#include "testing/logs/LogWriter.h"
+#include "testing/process/RunProgram.h"
+
+namespace {
+
+class CatTerminalTest : public CatFixture {
+  protected:
+    void SetUp() override {
+        WriteLog("log", LogWriter().Block(LogBlock().Record(Record(1, "m\x1b]0;x\ay"))));
+    }
+
+    // What a terminal shows, whose lines end by carriage return and line feed.
+    std::string Shown(std::vector<std::string> arguments, ProgramRun run = {}) const {
+        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+        EXPECT_NE(terminal, -1);
+        EXPECT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
+        run.outputPath = ptsname(terminal);
+        const ProgramResult result = Cat(std::move(arguments), std::move(run));
+        EXPECT_EQ(result.error, "");
+        EXPECT_EQ(result.status, 0);
+        std::string shown;
+        std::array<char, 256> piece{};
+        // Ends with an error once nobody has the other side open.
+        for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
+            shown.append(piece.data(), static_cast<std::size_t>(count));
+        }
+        close(terminal);
+        return shown;
+    }
+    static ProgramRun NoColor(const std::string& value) {
+        ProgramRun run;
+        run.environment = {"NO_COLOR=" + value};
+        return run;
+    }
+};
+
+TEST_F(CatTerminalTest, ShortIsColouredByItsLabelAndMasked) {
+    EXPECT_EQ(Shown({"log", "-o", "short", "--color=never"}),
+              "22:13:21.250 Module1 client Odd 101/201 m?]0;x?y\r\n");
+    const std::string colored = Shown({"log", "-o", "short"});
+    const std::string before = "22:13:21.250 Module1 client ";
+    ASSERT_TRUE(colored.starts_with(before + "\x1b[")) << colored;
+    const std::size_t colorEnd = colored.find('m', before.size()) + 1;
+    EXPECT_EQ(colored.substr(colorEnd), "Odd\x1b[0m 101/201 m?]0;x?y\r\n");
+}
+
+TEST_F(CatTerminalTest, LastWordOnColoursCountsAndBeatsTheEnvironment) {
+    const auto isColored = [](const std::string& text) {
+        return text.find('\x1b') != std::string::npos;
+    };
+    EXPECT_TRUE(isColored(Shown({"log", "-o", "short"}, NoColor(""))));
+    EXPECT_FALSE(isColored(Shown({"log", "-o", "short"}, NoColor("0"))));
+    EXPECT_TRUE(isColored(Shown({"log", "-o", "short", "--color=always"}, NoColor("1"))));
+    EXPECT_FALSE(isColored(Shown({"log", "-o", "short", "--color=never"})));
+    EXPECT_TRUE(isColored(Shown({"--color=never", "log", "-o", "short", "--color", "auto"})));
+    EXPECT_FALSE(isColored(Shown({"log", "--color=always"}))) << "columns have no colours";
+}
+
+TEST_F(CatTerminalTest, ColumnsAreMaskedOnATerminalOnly) {
+    const std::string shown = Shown({"log"});
+    const std::string plain = Cat({"log"}).output;
+    EXPECT_NE(plain.find("m\x1b]0;x\ay"), std::string::npos);
+    EXPECT_NE(shown.find("m?]0;x?y"), std::string::npos) << shown;
+}
+
+}  // namespace
