@@ -23,6 +23,12 @@
 
 #include "ZynANSIAPI/ZynANSIAPI.h"
 
+// A child has the threads of its parent on ThreadSanitizer's list, and may start some of its own.
+extern "C" const char* __tsan_default_options();   // NOLINT: the sanitizer's name
+extern "C" const char* __tsan_default_options() {  // NOLINT
+    return "die_after_fork=0:report_thread_leaks=0";
+}
+
 namespace {
 
 constexpr unsigned kHangsAfterSeconds = 30;
