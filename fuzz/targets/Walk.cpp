@@ -44,9 +44,10 @@ std::string Walk(LogData& data, std::string_view log, LogEnd end, bool hop) {
                 const FoundBlock& block = walker.Block();
                 Require(block.position == next && block.End() <= log.size(), "a block elsewhere");
                 if (block.data != nullptr) {
-                    Require(log.substr(block.dataPosition, block.dataBytes) ==
-                                std::string_view(block.data, block.dataBytes),
-                            "other data");
+                    Require(
+                        log.substr(static_cast<std::size_t>(block.dataPosition), block.dataBytes) ==
+                            std::string_view(block.data, block.dataBytes),
+                        "other data");
                 }
                 next = block.End();
                 found += "block " + TextOf(block.position) + TextOf(block.dataBytes);

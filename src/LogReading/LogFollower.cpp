@@ -519,7 +519,9 @@ void LogFollower::NoteMark(Log& log, const Stream& stream) {
         const bool within = stream.data.PieceOf(position) + 1 == stream.data.Pieces().size();
         const std::uint64_t end = within ? position - piece.begin + piece.from : 0;
         const std::uint64_t count = std::min<std::uint64_t>(end, kMarkBytes);
-        file->markBytes = file->raw->TryReadAt(end - count, file->mark.data(), count, count);
+        file->markBytes =
+            file->raw->TryReadAt(end - count, file->mark.data(), static_cast<std::size_t>(count),
+                                 static_cast<std::size_t>(count));
         file->markEnd = end - count + file->markBytes;
     }
 }
