@@ -121,7 +121,7 @@ void LogFollower::OpenFirst(Log& log) {
         }
         for (const std::string& name :
              ListLogFiles(directory.empty() ? "/" : directory, listener_)) {
-            paths.push_back(directory + "/" + name);
+            paths.push_back(PathIn(directory, name));
         }
     }
     auto stream = std::make_unique<Stream>();
@@ -226,7 +226,7 @@ void LogFollower::LookForFiles(Log& log) {
             directory.pop_back();
         }
         for (const std::string& name : names) {
-            paths.push_back(directory + "/" + name);
+            paths.push_back(PathIn(directory, name));
         }
     }
     std::map<std::pair<dev_t, ino_t>, File*> files;

@@ -32,11 +32,15 @@ std::vector<std::string> SortedWithoutTwins(const std::string& directory,
             PlainName(listed.back()) != PlainName(name)) {
             listed.push_back(std::move(name));
         } else {
-            listener.OnIssue({InputIssueKind::kTwin, directory + "/" + name,
+            listener.OnIssue({InputIssueKind::kTwin, PathIn(directory, name),
                               "is left out: " + listed.back() + " is read"});
         }
     }
     return listed;
+}
+
+std::string PathIn(std::string directory, std::string_view name) {
+    return directory.append(1, '/').append(name);
 }
 
 std::vector<std::string> ListLogFiles(const std::string& directory, InputListener& listener) {

@@ -22,6 +22,9 @@
                                                           std::vector<std::string> names,
                                                           InputListener& listener);
 
+// The path of a file in a directory, which ends without a slash.
+[[nodiscard]] std::string PathIn(std::string directory, std::string_view name);
+
 // The names of a directory's log files in the order of an export, compressed ones where their plain
 // names would stand. Of several files that were one before they were compressed the plain one is
 // listed, or the first; the others are issues. A directory that does not exist has no files.
