@@ -271,6 +271,37 @@ class Verify(Scenario):
         return said or b"could not be read\n" in result.out or b'"unreadable":true' in result.out
 
 
+class Cat(Scenario):
+    """zynlog-cat: status 0 with the whole output, or 2 with a word of why, and nothing
+    touched."""
+
+    def __init__(self, name, arguments):
+        super().__init__(name, [*arguments, "../log"])
+        self.program = "zynlog-cat"
+
+    def prepare(self):
+        self.world.generate_log(*SPANNING)
+        self.inputs = contents(self.world.log)
+
+    def record(self):
+        if self.expected_err or self.expected_out.count(b"\n") < 5:
+            raise Problem(f"{self.name}: shows too little")
+
+    def check(self, fault, result):
+        if result.timed_out or result.status not in (0, 1, 2):
+            raise Problem("hangs" if result.timed_out else f"status {result.status}")
+        if result.status == 0 and (result.out, result.err) != (self.expected_out, b""):
+            raise Problem(f"success, but says {result.out!r} {result.err!r}")
+        # A stream whose write fails once says nothing more.
+        said = result.err.startswith(b"zynlog-cat: ") and result.err.endswith(b"\n")
+        if result.status != 0 and fault.call not in ("fwrite", "write") and not said:
+            raise Problem(f"status {result.status} without a word: {result.err!r}")
+        if result.status == 1:
+            raise Problem(f"damage in a good log: {result.err!r}")
+        if contents(self.world.log) != self.inputs or contents(self.world.out):
+            raise Problem("a file has changed")
+
+
 class Clean(Scenario):
     def prepare(self):
         self.world.generate_log("--records", "9", "--files", "3")
@@ -368,6 +399,10 @@ def scenarios():
         Export("export-configured", ["-f", "all.txt", "-silent"], SMALL, configured=True),
         Verify("verify", ["../log"]),
         Verify("verify-json", ["-j", "-b", "--live", "../log"]),
+        Cat("cat-short", ["-o", "short"]),
+        Cat("cat-json", ["-o", "json"]),
+        Cat("cat-merge", ["--merge"]),
+        Cat("cat-lines", ["-n", "7"]),
         Clean("clean-forced", ["clean", "-f"]),
         Clean("clean-asked", ["clean"], stdin=b"maybe\ny\n"),
         Control("pause", ["pause"]),
