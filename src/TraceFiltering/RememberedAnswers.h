@@ -51,8 +51,7 @@ class RememberedAnswers {
     using Slot = std::atomic<std::uint64_t>;
     // Slot::is_always_lock_free is false with clang++ for 32-bit x86, as it has unaligned words in
     // mind; these are aligned.
-    static_assert(alignof(Slot) == sizeof(Slot) &&
-                  std::atomic_ref<std::uint64_t>::is_always_lock_free);
+    static_assert(alignof(Slot) == 8 && std::atomic_ref<std::uint64_t>::is_always_lock_free);
 
     // A slot, and what it held when it was looked at: it may hold another key's by now.
     struct Found {
