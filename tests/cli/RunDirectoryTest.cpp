@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <future>
 #include <ostream>
+#include <sstream>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -130,6 +131,18 @@ TEST_P(RunDirectory, ServiceIsNotFoundThroughIt) {
     }
 }
 
+// A shell of the other word size cannot take the preloaded library, and says so.
+std::string WithoutLoaderLines(const std::string& error) {
+    std::istringstream lines(error);
+    std::string kept;
+    for (std::string line; std::getline(lines, line);) {
+        if (!line.starts_with("ERROR: ld.so: object")) {
+            kept += line + "\n";
+        }
+    }
+    return kept;
+}
+
 TEST_P(RunDirectory, TraceIsNotWrittenThroughItAndTheCommandSucceeds) {
     const std::string logs = environment_ / "logs";
     std::filesystem::create_directory(logs);
@@ -137,7 +150,7 @@ TEST_P(RunDirectory, TraceIsNotWrittenThroughItAndTheCommandSucceeds) {
     const ProgramResult result =
         RunOver("trace.txt", {"export", "-d", logs, "-f", text, "-silent"}, {"DIAGNOSTIC_MODE=1"});
     EXPECT_EQ(result.status, 0);
-    EXPECT_EQ(result.error, kBanner);
+    EXPECT_EQ(WithoutLoaderLines(result.error), kBanner);
     EXPECT_TRUE(std::filesystem::exists(text));
     ExpectNothingTouched();
     const std::string three =
