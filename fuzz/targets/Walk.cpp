@@ -2,7 +2,6 @@
 // piece and cut over several, from a file that can be read anywhere and from one that cannot.
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -23,7 +22,7 @@ std::shared_ptr<ByteSource> SourceOf(std::string_view bytes) {
             return MakeStreamDecoder(
                 Compression::kNone, [left = bytes](char* buffer, std::size_t room) mutable {
                     const std::size_t count = std::min({left.size(), room, std::size_t{100}});
-                    std::memcpy(buffer, left.data(), count);
+                    std::copy_n(left.data(), count, buffer);
                     left.remove_prefix(count);
                     return count;
                 });
