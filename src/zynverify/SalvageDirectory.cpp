@@ -75,10 +75,11 @@ void SalvageDirectory::Remove(const std::string& name) const noexcept {
 }
 
 SalvageFile::SalvageFile(const SalvageDirectory& directory, std::string name)
-    : directory_(directory), name_(std::move(name)), file_(directory.Create(name_)) {
-    const std::string& header = ZynBinaryFileOutputSupport::GetHeader();
+    : directory_(directory), name_(std::move(name)) {
     buffer_.reserve(kBufferBytes);
-    buffer_.append(header);
+    buffer_.append(ZynBinaryFileOutputSupport::GetHeader());
+    // Last: what throws behind it would leave a file that nobody removes.
+    file_ = directory.Create(name_);
 }
 
 SalvageFile::~SalvageFile() {
@@ -118,7 +119,11 @@ void SalvageFile::Flush(std::span<const char> bytes) {
         if (written == -1 && errno == EINTR) {
             continue;
         }
-        ZYN_CHECK_OS_CALL(written != -1, "Can not write file");
+        if (written == 0) {
+            // It would be the same for ever.
+            errno = EIO;
+        }
+        ZYN_CHECK_OS_CALL(written > 0, "Can not write file");
         bytes = bytes.subspan(static_cast<std::size_t>(written));
     }
 }

@@ -34,7 +34,7 @@ FileDescriptor UnnamedFile() {
 void WriteAll(const FileDescriptor& file, const char* bytes, std::size_t count) {
     while (count != 0) {
         const ssize_t written = write(file.Get(), bytes, count);
-        Check(written > 0 || errno == EINTR);
+        Check(written > 0 || (written == -1 && errno == EINTR));
         if (written > 0) {
             bytes += written;
             count -= static_cast<std::size_t>(written);
