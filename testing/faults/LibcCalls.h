@@ -31,6 +31,7 @@ enum class Call : std::size_t {
     kLseek,
     kLstat,
     kMalloc,  // aligned allocations too
+    kMkdir,
     kMmap,
     kMunmap,
     kMutexDestroy,
@@ -39,15 +40,19 @@ enum class Call : std::size_t {
     kMutexUnlock,
     kNew,  // operator new and new[] that return null
     kOpen,
+    kOpenat,
     kOpendir,
+    kPread,
     kPthreadCreate,
     kPthreadJoin,
+    kPwrite,
     kRead,
     kReaddir,
     kRealloc,
     kSetrlimit,
     kStat,
     kUnlink,
+    kUnlinkat,
     kUsleep,
     kWrite,
     kCount,
@@ -55,12 +60,13 @@ enum class Call : std::size_t {
 
 // As the functions are called, in the order above.
 inline constexpr const char* kNames[] = {
-    "access",         "calloc",       "clock_gettime", "close",   "closedir",    "fallocate",
-    "fcntl",          "fstat",        "ftruncate",     "fwrite",  "gethostname", "getrlimit",
-    "lseek",          "lstat",        "malloc",        "mmap",    "munmap",      "mutex_destroy",
-    "mutex_init",     "mutex_lock",   "mutex_unlock",  "new",     "open",        "opendir",
-    "pthread_create", "pthread_join", "read",          "readdir", "realloc",     "setrlimit",
-    "stat",           "unlink",       "usleep",        "write",
+    "access",        "calloc",     "clock_gettime", "close",          "closedir",     "fallocate",
+    "fcntl",         "fstat",      "ftruncate",     "fwrite",         "gethostname",  "getrlimit",
+    "lseek",         "lstat",      "malloc",        "mkdir",          "mmap",         "munmap",
+    "mutex_destroy", "mutex_init", "mutex_lock",    "mutex_unlock",   "new",          "open",
+    "openat",        "opendir",    "pread",         "pthread_create", "pthread_join", "pwrite",
+    "read",          "readdir",    "realloc",       "setrlimit",      "stat",         "unlink",
+    "unlinkat",      "usleep",     "write",
 };
 static_assert(std::size(kNames) == static_cast<std::size_t>(Call::kCount));
 

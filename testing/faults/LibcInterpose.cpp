@@ -81,6 +81,17 @@ int open(const char* path, int flags, ...) {
     return FailsWithErrno(Call::kOpen) ? -1 : real()(path, flags, mode);
 }
 
+int openat(int directory, const char* path, int flags, ...) {
+    static constinit Real<int(int, const char*, int, ...)> real("openat64");
+    va_list arguments;
+    va_start(arguments, flags);
+    const bool creates = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+    // NOLINTNEXTLINE(clang-analyzer-valist.Uninitialized): two lines up
+    const mode_t mode = creates ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
+    return FailsWithErrno(Call::kOpenat) ? -1 : real()(directory, path, flags, mode);
+}
+
 int close(int file) {
     static constinit Real<int(int)> real("close");
     return Freed(Call::kClose, [file] { return real()(file); });
@@ -96,6 +107,18 @@ ssize_t write(int file, const void* buffer, std::size_t count) {
     static constinit Real<ssize_t(int, const void*, std::size_t)> real("write");
     return Transferred(Call::kWrite, count,
                        [=](std::size_t part) { return real()(file, buffer, part); });
+}
+
+ssize_t pread(int file, void* buffer, std::size_t count, off_t offset) {
+    static constinit Real<ssize_t(int, void*, std::size_t, off_t)> real("pread64");
+    return Transferred(Call::kPread, count,
+                       [=](std::size_t part) { return real()(file, buffer, part, offset); });
+}
+
+ssize_t pwrite(int file, const void* buffer, std::size_t count, off_t offset) {
+    static constinit Real<ssize_t(int, const void*, std::size_t, off_t)> real("pwrite64");
+    return Transferred(Call::kPwrite, count,
+                       [=](std::size_t part) { return real()(file, buffer, part, offset); });
 }
 
 off_t lseek(int file, off_t offset, int whence) noexcept {
@@ -128,6 +151,16 @@ int access(const char* path, int mode) noexcept {
 int unlink(const char* path) noexcept {
     static constinit Real<int(const char*)> real("unlink");
     return FailsWithErrno(Call::kUnlink) ? -1 : real()(path);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+    static constinit Real<int(int, const char*, int)> real("unlinkat");
+    return FailsWithErrno(Call::kUnlinkat) ? -1 : real()(directory, path, flags);
+}
+
+int mkdir(const char* path, mode_t mode) noexcept {
+    static constinit Real<int(const char*, mode_t)> real("mkdir");
+    return FailsWithErrno(Call::kMkdir) ? -1 : real()(path, mode);
 }
 
 int ftruncate(int file, off_t length) noexcept {
@@ -256,7 +289,10 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) noexcept {
 // NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 int __open_2(const char* path, int flags);
 int __open64_2(const char* path, int flags);
+int __openat64_2(int directory, const char* path, int flags);
 ssize_t __read_chk(int file, void* buffer, std::size_t count, std::size_t bufferSize);
+ssize_t __pread64_chk(int file, void* buffer, std::size_t count, off_t offset,
+                      std::size_t bufferSize);
 int __gethostname_chk(char* name, std::size_t size, std::size_t bufferSize) noexcept;
 int __fprintf_chk(FILE* file, int flag, const char* format, ...);
 int __vfprintf_chk(FILE* file, int flag, const char* format, va_list arguments);
@@ -275,6 +311,20 @@ ssize_t __read_chk(int file, void* buffer, std::size_t count, std::size_t buffer
     static constinit Real<ssize_t(int, void*, std::size_t, std::size_t)> real("__read_chk");
     return Transferred(Call::kRead, count,
                        [=](std::size_t part) { return real()(file, buffer, part, bufferSize); });
+}
+
+int __openat64_2(int directory, const char* path, int flags) {
+    static constinit Real<int(int, const char*, int)> real("__openat64_2");
+    return FailsWithErrno(Call::kOpenat) ? -1 : real()(directory, path, flags);
+}
+
+ssize_t __pread64_chk(int file, void* buffer, std::size_t count, off_t offset,
+                      std::size_t bufferSize) {
+    static constinit Real<ssize_t(int, void*, std::size_t, off_t, std::size_t)> real(
+        "__pread64_chk");
+    return Transferred(Call::kPread, count, [=](std::size_t part) {
+        return real()(file, buffer, part, offset, bufferSize);
+    });
 }
 
 int __gethostname_chk(char* name, std::size_t size, std::size_t bufferSize) noexcept {

@@ -7,7 +7,7 @@ import unittest
 
 from world import BIN
 
-PROGRAMS = ["zyntool", "zynlog-verify", "zyn-doctor", "zyntraced-app"]
+PROGRAMS = ["zyntool", "zynlog-verify", "zynlog-cat", "zyn-doctor", "zyntraced-app"]
 KIT = ["libzyn_fault_preload.so", "libzyn_syslog_preload.so"]
 # They move bytes in memory and cannot fail.
 MEMORY = re.compile(r"__(stack|(v?sn?printf|mem\w+|str\w+|st[rp]n?cpy|longjmp|explicit_bzero|fdelt)_chk)")

@@ -52,6 +52,34 @@ TEST_F(FortifiedCalls, Read) {
     close(file);
 }
 
+TEST_F(FortifiedCalls, PositionedRead) {
+    const int file = open(path_.c_str(), O_RDONLY);
+    std::array<char, 8> bytes{};
+    {
+        const LibcFault fault(LibcCall::kPread, EIO);
+        EXPECT_EQ(pread(file, bytes.data(), Unknown(bytes.size()), 0), -1);
+        EXPECT_EQ(errno, EIO);
+    }
+    {
+        const LibcFault fault(LibcCall::kPread, LibcFault::kHalfCount);
+        EXPECT_EQ(pread(file, bytes.data(), Unknown(bytes.size()), 0), 4);
+    }
+    EXPECT_EQ(pread(file, bytes.data(), Unknown(bytes.size()), 2), 6) << "made";
+    close(file);
+}
+
+TEST_F(FortifiedCalls, OpenInADirectory) {
+    const int flags = static_cast<int>(Unknown(O_RDONLY));
+    {
+        const LibcFault fault(LibcCall::kOpenat, EMFILE);
+        EXPECT_EQ(openat(AT_FDCWD, path_.c_str(), flags), -1);
+        EXPECT_EQ(errno, EMFILE);
+    }
+    const int file = openat(AT_FDCWD, path_.c_str(), flags);
+    EXPECT_NE(file, -1);
+    close(file);
+}
+
 TEST_F(FortifiedCalls, Gethostname) {
     std::array<char, 300> name{};
     {
