@@ -105,20 +105,22 @@ class RecordShape::Learner {
     // Where the packet's text goes. One that went there before is not kept any more.
     std::string_view* PlaceOf(const TracePacket& packet) noexcept {
         RecordValues& values = shape_.record_.values;
-        for (std::string_view* place :
-             {&values.names[RecordValues::kModule], &values.names[RecordValues::kClient],
-              &values.names[RecordValues::kLabel], &values.message}) {
-            if (place->data() == packet.payload) {
-                for (std::size_t i = 0; i < groups_; ++i) {
-                    Leave(shape_.groups_[i].place, place);
-                }
-                for (std::size_t i = 0; i < texts_; ++i) {
-                    Leave(shape_.texts_[i].place, place);
-                }
-                return place;
+        std::string_view* place = &values.message;
+        for (std::string_view& name : values.names) {
+            if (name.data() == packet.payload) {
+                place = &name;
             }
         }
-        return Ignored();
+        if (place->data() != packet.payload) {
+            return Ignored();
+        }
+        for (std::size_t i = 0; i < groups_; ++i) {
+            Leave(shape_.groups_[i].place, place);
+        }
+        for (std::size_t i = 0; i < texts_; ++i) {
+            Leave(shape_.texts_[i].place, place);
+        }
+        return place;
     }
     void Leave(std::string_view*& held, const std::string_view* wanted) noexcept {
         if (held == wanted) {

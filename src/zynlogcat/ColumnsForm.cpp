@@ -47,7 +47,7 @@ class ColumnsForm final : public OutputForm {
 // Where the message begins in the line of a record: behind seven columns, of which those of numbers
 // give way to what is longer.
 std::size_t MessageColumn(const DecodedRecord& record) noexcept {
-    std::size_t column = LegacyZynRecord::kContinuationBlanks - 1;
+    std::size_t column = kMessageBegin;
     const auto add = [&column](std::uint32_t number, std::uint32_t limit) {
         for (; number >= limit; number /= 10) {
             ++column;

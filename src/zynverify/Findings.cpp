@@ -2,68 +2,59 @@
 
 #include <algorithm>
 
-std::string_view KindName(FindingKind kind) noexcept {
+namespace {
+
+struct FindingFacts {
+    std::string_view name;
+    std::string_view exportEffect;
+    bool damage;
+};
+
+FindingFacts FactsOf(FindingKind kind) noexcept {
     switch (kind) {
         case FindingKind::kUnreadable:
-            return "unreadable";
+            return {"unreadable", "fails", false};
         case FindingKind::kSmallFile:
-            return "small-file";
+            return {"small-file", "fails", true};
         case FindingKind::kForeignFile:
-            return "foreign-file";
+            return {"foreign-file", "omits", true};
         case FindingKind::kBlockHeader:
-            return "block-header";
+            return {"block-header", "stops", true};
         case FindingKind::kBlockCut:
-            return "block-cut";
+            return {"block-cut", "stops", true};
         case FindingKind::kRecord:
-            return "record";
+            return {"record", "drops", true};
         case FindingKind::kPacket:
-            return "packet";
+            return {"packet", "stops", true};
         case FindingKind::kGap:
-            return "gap";
+            return {"gap", "keeps", true};
         case FindingKind::kDuplicate:
-            return "duplicate";
+            return {"duplicate", "keeps", true};
         case FindingKind::kOrder:
-            return "order";
+            return {"order", "keeps", true};
         case FindingKind::kStray:
-            return "stray";
-        case FindingKind::kZeros:
-            return "zeros";
-        case FindingKind::kUnfinished:
-            return "unfinished";
-        case FindingKind::kNoFiles:
-            return "no-files";
-        case FindingKind::kCompressed:
-            return "compressed";
-        case FindingKind::kTwin:
-            return "twin";
+            return {"stray", "keeps", true};
         case FindingKind::kRestart:
-            break;
+            return {"restart", "keeps", false};
+        case FindingKind::kZeros:
+            return {"zeros", "stops", true};
+        case FindingKind::kUnfinished:
+            return {"unfinished", "stops", false};
+        case FindingKind::kNoFiles:
+            return {"no-files", "omits", false};
+        case FindingKind::kCompressed:
+            return {"compressed", "omits", true};
+        case FindingKind::kTwin:
+            return {"twin", "omits", false};
     }
-    return "restart";
+    __builtin_unreachable();
 }
 
-std::string_view ExportEffect(FindingKind kind) noexcept {
-    switch (kind) {
-        case FindingKind::kUnreadable:
-        case FindingKind::kSmallFile:
-            return "fails";
-        case FindingKind::kForeignFile:
-        case FindingKind::kNoFiles:
-        case FindingKind::kCompressed:
-        case FindingKind::kTwin:
-            return "omits";
-        case FindingKind::kBlockHeader:
-        case FindingKind::kBlockCut:
-        case FindingKind::kPacket:
-        case FindingKind::kUnfinished:
-        case FindingKind::kZeros:
-            return "stops";
-        case FindingKind::kRecord:
-            return "drops";
-        default:
-            return "keeps";
-    }
-}
+}  // namespace
+
+std::string_view KindName(FindingKind kind) noexcept { return FactsOf(kind).name; }
+std::string_view ExportEffect(FindingKind kind) noexcept { return FactsOf(kind).exportEffect; }
+bool IsDamage(FindingKind kind) noexcept { return FactsOf(kind).damage; }
 
 void Writers::Add(const Writer& writer) {
     if ((!known.empty() && known.back() == writer) ||

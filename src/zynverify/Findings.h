@@ -35,11 +35,7 @@ enum class FindingKind : std::uint8_t {
 [[nodiscard]] std::string_view KindName(FindingKind kind) noexcept;
 // What an export does there: "fails", "omits", "stops", "drops" or "keeps".
 [[nodiscard]] std::string_view ExportEffect(FindingKind kind) noexcept;
-[[nodiscard]] constexpr bool IsDamage(FindingKind kind) noexcept {
-    return kind != FindingKind::kRestart && kind != FindingKind::kUnreadable &&
-           kind != FindingKind::kUnfinished && kind != FindingKind::kNoFiles &&
-           kind != FindingKind::kTwin;
-}
+[[nodiscard]] bool IsDamage(FindingKind kind) noexcept;
 
 struct Finding {
     FindingKind kind{};

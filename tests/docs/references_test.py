@@ -74,6 +74,28 @@ class ReferencesTest(unittest.TestCase):
             with self.subTest(suite=suite, case=case):
                 self.assertTrue(re.search(rf"TEST(_F|_P)?\({suite}, {case}\)", code), "no such test")
 
+    def test_every_fuzz_target_is_in_the_ledger(self):
+        targets = re.findall(r"^([a-z_]+) ", (SOURCE / "fuzz" / "targets.txt").read_text(), re.MULTILINE)
+        self.assertGreater(len(targets), 5)
+        pieces = (SOURCE / "fuzz" / "LEDGER.md").read_text().split("| Target | Piece |")[1].split("\n\n")[0]
+        self.assertEqual(sorted(re.findall(r"^\| `(\w+)`", pieces, re.MULTILINE)), sorted(targets))
+
+    def test_every_output_form_is_documented_and_completed(self):
+        code = (SOURCE / "src" / "zynlogcat" / "OutputForm.cpp").read_text()
+        forms = re.findall(r'\{"([\w-]+)", Make', code)
+        self.assertGreater(len(forms), 5)
+        manual = (SOURCE / "man" / "zynlog-cat.1").read_text()
+        listed = manual.split(".It Fl o ,")[1].split(".It Fl -no-header")[0]
+        self.assertEqual(sorted(word for line in re.findall(r"^\.It Cm (.*)$", listed, re.MULTILINE)
+                                for word in line.split(" , ")), sorted(forms))
+        usage = (SOURCE / "src" / "zynlogcat" / "CatOptions.cpp").read_text().split("--output FORM")[1]
+        for form in forms:
+            with self.subTest(form=form):
+                self.assertRegex(usage.split("--no-header")[0], rf"(?<![\w-]){form}(?![\w-])")
+        for completion in ("zynlog-cat.bash", "_zynlog-cat", "zynlog-cat.fish"):
+            with self.subTest(completion=completion):
+                self.assertIn(" ".join(forms), (SOURCE / "completions" / completion).read_text())
+
     def test_messages_of_the_manual_are_those_of_the_program(self):
         code = sources("src")
         diagnostics = (SOURCE / "man" / "zyntool.1").read_text().split(".Sh DIAGNOSTICS")[1]

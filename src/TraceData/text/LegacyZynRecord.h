@@ -28,7 +28,7 @@ class LegacyZynRecord {
     static constexpr std::uint32_t kLongestMessage = 2048;
     // Blanks at the start of a message's further lines. Kept as is: one more than stand before the
     // message; what users cut the lines by.
-    static constexpr std::uint32_t kContinuationBlanks = kMessageColumn + 1;
+    static constexpr std::uint32_t kContinuationBlanks = kMessageBegin + 1;
 
     // separator: as RecordLine has it.
     explicit LegacyZynRecord(std::string_view separator, ClockFunction clock = CurrentTimeMs,

@@ -1,6 +1,5 @@
 #include "TraceData/text/OutputSupport.h"
 
-#include <array>
 #include <cstddef>
 #include <string_view>
 
@@ -9,27 +8,14 @@
 
 namespace {
 
-struct Column {
-    std::string_view title;
-    std::size_t width;
-};
-
-// Kept as is: numbers are headed one character wider than they are written.
-constexpr std::array<Column, 7> kColumns{{{"Timestamp", kTimeWidth},
-                                          {"PID", kProcessWidth + 1},
-                                          {"TID", kThreadWidth + 1},
-                                          {"Module", kModuleWidth},
-                                          {"Client", kClientWidth},
-                                          {"Label", kLabelWidth},
-                                          {"Message", 10}}};
 constexpr std::size_t kHeaderLineLength = 127;
 
 std::string BuildColumnHeader() {
     CFastStr<128> line;
-    for (const Column& column : kColumns) {
+    for (const TextColumn& column : kTextColumns) {
         line.Append('#');
         line.Append(column.title);
-        line.Append(' ', column.width - column.title.size());
+        line.Append(' ', column.titleWidth - column.title.size());
     }
     line.Append(' ', kHeaderLineLength - line.Length());
     line.Append('\n');

@@ -17,10 +17,10 @@ void RecordLine::Write(const RecordValues& values, TextFile& file) {
 }
 
 void RecordLine::WriteWithoutTime(const RecordValues& values, TextFile& file) {
-    static_assert(kTimeWidth == CalendarText::kLength + 3);
+    static_assert(kTimeColumn.width == CalendarText::kLength + 3);
     char* const line = file.Prepare(kRoom);
-    std::memset(line, ' ', kTimeWidth);
-    PutAny(line, line + kTimeWidth, values, file);
+    std::memset(line, ' ', kTimeColumn.width);
+    PutAny(line, line + kTimeColumn.width, values, file);
 }
 
 void RecordLine::PutAny(char* line, char* afterTime, const RecordValues& values, TextFile& file) {

@@ -99,8 +99,8 @@ class RecordLine {
     static char* PutName(char* out, std::string_view text) noexcept;
 
     CalendarText calendar_;
-    NumberColumn<kProcessWidth> processColumn_;
-    NumberColumn<kThreadWidth> threadColumn_;
+    NumberColumn<kProcessColumn.width> processColumn_;
+    NumberColumn<kThreadColumn.width> threadColumn_;
     std::size_t separatorLength_;
     std::array<char, kReadSlack> separator_{};
     Layout layout_;
@@ -172,9 +172,9 @@ inline char* RecordLine::PutHead(char* out, const RecordValues& values) {
     out = separator.Put(threadColumn_.Put(out, values.thread));
     const auto& [module, client, label] = values.names;
     if constexpr (FixedWidth) {
-        out = separator.Put(PutColumn<kModuleWidth>(out, module));
-        out = separator.Put(PutColumn<kClientWidth>(out, client));
-        return separator.Put(PutColumn<kLabelWidth>(out, label));
+        out = separator.Put(PutColumn<kModuleColumn.width>(out, module));
+        out = separator.Put(PutColumn<kClientColumn.width>(out, client));
+        return separator.Put(PutColumn<kLabelColumn.width>(out, label));
     } else {
         out = separator.Put(PutName(out, module));
         out = separator.Put(PutName(out, client));
