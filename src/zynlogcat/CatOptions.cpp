@@ -255,6 +255,22 @@ void Refuse(bool mistaken, const char* text) {
     }
 }
 
+// What getopt_long itself would say; it does not mask what it repeats, and names the program by its
+// path.
+std::string Mistake(const char* word) {
+    if (optopt == 0) {
+        return std::string("unrecognized option '") + word + "'";
+    }
+    const auto* const known =
+        std::find_if(kOptions.begin(), kOptions.end() - 1,
+                     [](const option& candidate) { return candidate.val == optopt; });
+    if (known == kOptions.end() - 1) {
+        return std::string("invalid option -- '") + static_cast<char>(optopt) + "'";
+    }
+    return std::string("option '--") + known->name +
+           (known->has_arg == required_argument ? "' takes a value" : "' takes no value");
+}
+
 void CheckTogether(const CatOptions& options) {
     const auto inputs = std::count(options.logs.begin(), options.logs.end(), "-");
     Refuse(inputs > 1, "standard input can be read once only");
@@ -279,11 +295,13 @@ CatOptions ParseCatOptions(int argc, char** argv) {
     CatOptions options;
     TypedTimes times;
     optind = 0;  // tests parse more than once
+    opterr = 0;
     for (int letter = 0;
          (letter = getopt_long(argc, argv, kLetters, kOptions.data(), nullptr)) != -1;) {
         const std::string value = optarg != nullptr ? optarg : "";
-        // getopt_long has said what it is.
-        Refuse(letter == '?', "");
+        if (letter == '?') {
+            throw CatUsageError(Mistake(argv[optind - 1]));
+        }
         if (!TakeCondition(letter, value, options.conditions, times) &&
             !TakeSwitch(letter, options)) {
             TakeValue(letter, value, options);

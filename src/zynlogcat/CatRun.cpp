@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -129,7 +130,6 @@ class CatRun final : private FollowListener {
         if (options_.follow) {
             RefuseCompressed();
         }
-        form_->Begin();
         if (options_.follow || !options_.cursorFile.empty()) {
             Follow();
         } else if (options_.merge) {
@@ -139,12 +139,7 @@ class CatRun final : private FollowListener {
                 ShowLog(log);
             }
         }
-        FinishTail();
-        form_->End();
-        out_.Flush();
-        if (const std::string remark = form_->Remark(); !remark.empty()) {
-            report_.Say(remark);
-        }
+        EndForm();
         return report_.Status();
     }
 
@@ -161,20 +156,24 @@ class CatRun final : private FollowListener {
     void Merge();
     void RefuseCompressed();
     void Follow();
+    void Wait(LogFollower& follower, int stop);
     void LoadCursor(LogFollower& follower);
     void StoreCursor(const LogFollower& follower);
     void FinishTail();
+    void BeginForm();
+    void EndForm();
     template <typename Action>
     bool Try(const std::string& log, Action&& action);
 
     void OnBlock(std::size_t log, const FoundBlock& block, LogData& data) override;
     void OnDamagedPlace(std::size_t log, const DamagedPlace& place, LogData& data) override;
-    void OnIssue(const InputIssue& issue) override { report_.OnIssue(issue); }
+    void OnIssue(const InputIssue& issue) override;
 
     const CatOptions& options_;
     TextFile& out_;
     RunReport report_;
     std::unique_ptr<OutputForm> form_;
+    bool begun_ = false;
     std::optional<RecordTail> tail_;
     Chooser chooser_;
     BlockRecords<Chooser> records_;
@@ -211,6 +210,7 @@ std::unique_ptr<LogData> CatRun::Open(const std::string& log) {
         return nullptr;
     }
     report_.SetData(*data);
+    BeginForm();
     return data;
 }
 
@@ -276,24 +276,39 @@ void CatRun::Follow() {
     const std::optional<StopSignals> stop =
         options_.follow ? std::optional<StopSignals>(std::in_place) : std::nullopt;
     Try(options_.follow ? "--follow" : options_.logs.front(), [&] {
+        report_.BeginLog(IsDirectory(options_.logs.front()));
         LogFollower follower(options_.logs, *this);
+        if (!options_.follow && follower.Files(0).empty()) {
+            report_.OnEmptyLog(options_.logs.front());
+            return;
+        }
+        BeginForm();
         LoadCursor(follower);
         follower.Look();
         FinishTail();
-        StoreCursor(follower);
-        auto stored = std::chrono::steady_clock::now();
-        while (options_.follow &&
-               follower.Wait(stop->Descriptor(), STDOUT_FILENO) == LogFollower::Event::kLook) {
-            follower.Look();
-            out_.Flush();
-            if (const auto now = std::chrono::steady_clock::now();
-                now - stored >= std::chrono::seconds(1)) {
-                StoreCursor(follower);
-                stored = now;
-            }
+        if (options_.follow) {
+            Wait(follower, stop->Descriptor());
         }
+        // Also the sums are there before the cursor moves.
+        EndForm();
         StoreCursor(follower);
     });
+}
+
+void CatRun::Wait(LogFollower& follower, int stop) {
+    std::optional<std::chrono::steady_clock::time_point> stored;
+    for (;;) {
+        out_.Flush();
+        if (const auto now = std::chrono::steady_clock::now();
+            !stored || now - *stored >= std::chrono::seconds(1)) {
+            StoreCursor(follower);
+            stored = now;
+        }
+        if (follower.Wait(stop, STDOUT_FILENO) != LogFollower::Event::kLook) {
+            return;
+        }
+        follower.Look();
+    }
 }
 
 void CatRun::LoadCursor(LogFollower& follower) {
@@ -317,7 +332,6 @@ void CatRun::LoadCursor(LogFollower& follower) {
 
 // Behind the output: what was not written out is shown once more the next time.
 void CatRun::StoreCursor(const LogFollower& follower) {
-    out_.Flush();
     if (!options_.cursorFile.empty()) {
         cursor_ = LogCursor::At(follower.Places(0), cursor_);
         cursor_.Store(options_.cursorFile);
@@ -332,9 +346,37 @@ void CatRun::FinishTail() {
     }
 }
 
+// Of a log that cannot be read nothing is shown, not even the header of an output.
+void CatRun::BeginForm() {
+    if (!begun_) {
+        begun_ = true;
+        form_->Begin();
+    }
+}
+
+void CatRun::EndForm() {
+    if (!begun_) {
+        return;
+    }
+    begun_ = false;
+    FinishTail();
+    form_->End();
+    out_.Flush();
+    if (const std::string remark = form_->Remark(); !remark.empty()) {
+        report_.Say(remark);
+    }
+}
+
 void CatRun::OnBlock(std::size_t /*log*/, const FoundBlock& block, LogData& data) {
     report_.SetData(data);
     records_.Read(block, data);
+}
+
+void CatRun::OnIssue(const InputIssue& issue) {
+    const bool isLog =
+        std::find(options_.logs.begin(), options_.logs.end(), issue.path) != options_.logs.end();
+    report_.BeginLog(!isLog);
+    report_.OnIssue(issue);
 }
 
 void CatRun::OnDamagedPlace(std::size_t /*log*/, const DamagedPlace& place, LogData& data) {

@@ -4,6 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "Support/PrintableText.h"
 #include "TraceData/text/LegacyZynRecord.h"
@@ -65,11 +67,17 @@ void ColumnsForm::PutMasked(const DecodedRecord& record) {
     char* const begin = out_.Prepare(TextFile::kLargestPiece);
     line_.Write(record, out_);
     char* const end = out_.Prepare(0);
-    char* const message =
-        begin + std::min(MessageColumn(record), static_cast<std::size_t>(end - begin));
-    std::replace_if(begin, message, IsControlCharacter, '?');
-    const auto isMasked = [](char c) { return c != '\n' && IsControlCharacter(c); };
-    std::replace_if(message, end, isMasked, '?');
+    const std::string_view line(begin, static_cast<std::size_t>(end - begin));
+    std::string masked = MaskedControls(line.substr(0, MessageColumn(record)));
+    for (std::string_view rest = line.substr(std::min(MessageColumn(record), line.size()));
+         !rest.empty();) {
+        const std::size_t lineFeed = std::min(rest.find('\n'), rest.size() - 1);
+        masked.append(MaskedControls(rest.substr(0, lineFeed))).append(1, rest[lineFeed]);
+        rest.remove_prefix(lineFeed + 1);
+    }
+    // It is never longer.
+    std::copy(masked.begin(), masked.end(), begin);
+    out_.Commit(begin + masked.size());
 }
 
 }  // namespace

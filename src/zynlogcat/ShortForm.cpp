@@ -105,6 +105,11 @@ void ShortForm::PutNumbers(const DecodedRecord& record) {
 }
 
 void ShortForm::PutPrintable(std::string_view text) {
+    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
+    if (!std::all_of(text.begin(), text.end(), isAscii)) [[unlikely]] {
+        out_.Write(MaskedControls(text));
+        return;
+    }
     while (!text.empty()) {
         const std::string_view piece = text.substr(0, TextFile::kLargestPiece);
         char* const out = out_.Prepare(piece.size());

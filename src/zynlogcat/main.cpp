@@ -11,6 +11,7 @@
 #include <string>
 
 #include "Support/FileDescriptor.h"
+#include "Support/PrintableText.h"
 #include "TraceData/text/TextFile.h"
 #include "ZynConfigFileReader/ConfiguredLog.h"
 #include "zynlogcat/CatOptions.h"
@@ -19,12 +20,16 @@
 
 namespace {
 
-int Refuse(const char* mistake) {
-    if (*mistake != '\0') {
-        std::cerr << "zynlog-cat: " << mistake << '\n';
-    }
-    std::cerr << "Try 'zynlog-cat --help'.\n";
+// What was typed and is repeated gives a terminal no orders.
+int Fail(const std::string& text) {
+    std::cerr << "zynlog-cat: " << MaskedControls(text) << '\n';
     return RunReport::kUnreadable;
+}
+
+int Refuse(const char* mistake) {
+    const int status = Fail(mistake);
+    std::cerr << "Try 'zynlog-cat --help'.\n";
+    return status;
 }
 
 CatTerminal TerminalFor(const CatOptions& options) {
@@ -52,7 +57,7 @@ bool AddConfiguredLog(CatOptions& options) {
             reason = std::string(": ") + failure.what();
         }
     }
-    std::cerr << "zynlog-cat: no log named, and the configuration names none" << reason << '\n';
+    Fail("no log named, and the configuration names none" + reason);
     return false;
 }
 
@@ -97,7 +102,6 @@ int main(int argc, char** argv) {
     } catch (const CatUsageError& mistake) {
         return Refuse(mistake.what());
     } catch (const std::exception& failure) {
-        std::cerr << "zynlog-cat: " << failure.what() << '\n';
-        return RunReport::kUnreadable;
+        return Fail(failure.what());
     }
 }

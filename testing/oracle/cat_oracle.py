@@ -36,6 +36,7 @@ class Shown:
     writer: int
     path: bytes
     offset: int
+    file_number: int = 0  # in the log
     time: int | None = None  # milliseconds, carried
     counted: int | None = None  # the time it counts with
     pid: int | None = None
@@ -61,6 +62,9 @@ class Data:
         for path, content in files:
             self.pieces.append((len(self.bytes), path))
             self.bytes += content[256:]
+
+    def file_number(self, position: int) -> int:
+        return sum(begin <= position for begin, _ in self.pieces) - 1
 
     def place(self, position: int) -> tuple[bytes, int]:
         begin, path = [
@@ -269,7 +273,8 @@ def read_log(
         counted = None
         for offset, at, number, content in export_order(records):
             shown = Shown(content, number, host, _U32(header, 32)[0],
-                          *data.place(begin + offset))
+                          *data.place(begin + offset),
+                          data.file_number(begin + offset))
             try:
                 fill(shown)
             except decoder.LogFault as fault:
@@ -284,6 +289,52 @@ def read_log(
             walker.damage.append((*data.place(begin + bad), "record"))
     log.damage = walker.damage
     return log
+
+
+def merged(logs: Sequence[Sequence[Shown]]) -> list[Shown]:
+    """By time over all writers: the heads of the writers compared, each with
+    the latest time its writer has had, then log, file and offset."""
+    writers: dict[tuple, list[tuple]] = {}
+    latest: dict[tuple, int] = {}
+    for number, records in enumerate(logs):
+        for record in records:
+            writer = (number, record.host, record.writer)
+            latest[writer] = max(latest.get(writer, 0), record.time or 0)
+            writers.setdefault(writer, []).append(
+                (latest[writer], number, record.file_number, record.offset,
+                 record))
+    heads = [(queue[0][:4], index, 0)
+             for index, queue in enumerate(writers.values())]
+    queues = list(writers.values())
+    heapq.heapify(heads)
+    order = []
+    while heads:
+        _, index, at = heapq.heappop(heads)
+        order.append(queues[index][at][4])
+        if at + 1 < len(queues[index]):
+            heapq.heappush(heads, (queues[index][at + 1][:4], index, at + 1))
+    return order
+
+
+def begins_with_block(content: bytes) -> bool | None:
+    """Whether the data of a log file begins with a block header; None for
+    what has no data."""
+    if not content.startswith(decoder.FILE_HEADER) or len(content) == 256:
+        return None
+    return header_at(content, 256, 40) is not None
+
+
+def files_since(files: Sequence[tuple[bytes, float]], since: float) -> int:
+    """How many of (content, time of change), in order, --since leaves out."""
+    old = 0
+    while old < len(files) and files[old][1] < since - 60:
+        old += 1
+    while old:
+        behind = [begins_with_block(content) for content, _ in files[old:]]
+        if next((b for b in behind if b is not None), False):
+            break
+        old -= 1
+    return old
 
 
 @dataclass
@@ -352,7 +403,10 @@ def columns(records: list[Shown], header: bool = True) -> bytes:
 
 
 def printable(text: bytes) -> bytes:
-    return bytes(0x3F if c < 0x20 or c == 0x7F else c for c in text)
+    """Control characters of both sets, as bytes or in UTF-8, are masked."""
+    shown = text.decode("utf-8", "surrogateescape")
+    shown = re.sub("[\0-\x1f\x7f-\x9f\udc80-\udc9f]", "?", shown)
+    return shown.encode("utf-8", "surrogateescape")
 
 
 def short(records: list[Shown]) -> bytes:
@@ -439,6 +493,32 @@ def count_items(records: list[Shown]) -> list[tuple[str, object]]:
         items.append((kind, sorted(
             sums.items(), key=lambda item: (-item[1], item[0].encode()))))
     return items
+
+
+def count_table(records: list[Shown]) -> bytes:
+    """In the zone of the process."""
+    def local(milliseconds: int) -> str:
+        clock = time.localtime(milliseconds // 1000 % 2**32)
+        return time.strftime("%m/%d/%Y %H:%M:%S", clock) + ".%03d" % (
+            milliseconds % 1000)
+
+    times = [r.time for r in records if r.time is not None]
+    text = b"%d record%s" % (len(records), b"s"[len(records) == 1:])
+    if times:
+        text += f", {local(min(times))} to {local(max(times))}".encode()
+    text += b"\n"
+    for kind in KINDS:
+        sums: dict[bytes, int] = {}
+        for record in records:
+            value = getattr(record, kind)
+            name = (b"" if value is None else value
+                    if isinstance(value, bytes) else str(value).encode())
+            sums[name] = sums.get(name, 0) + 1
+        text += b"\n     RECORDS  %s\n" % kind.upper().encode()
+        for name, count in sorted(
+                sums.items(), key=lambda item: (-item[1], item[0])):
+            text += b"%12d  %s\n" % (count, printable(name) or b"-")
+    return text
 
 
 def timeline_events(

@@ -76,4 +76,19 @@ TEST_F(CatTerminalTest, ColumnsAreMaskedOnATerminalOnly) {
     EXPECT_NE(shown.find("m?]0;x?y"), std::string::npos) << shown;
 }
 
+// Both a byte by itself and its form in UTF-8 begin a sequence on some terminals.
+TEST_F(CatTerminalTest, SecondSetOfControlCharactersIsMaskedToo) {
+    WriteLog("log", LogWriter().Block(LogBlock().Record(Record(1,
+                                                               "a\x9b"
+                                                               "1m \xc2\x9b"
+                                                               "2m \xc3\x9b \xe2\x82\xac"))));
+    const std::string masked = " a?1m ?2m \xc3\x9b \xe2\x82\xac";
+    for (const char* form : {"short", "columns"}) {
+        EXPECT_NE(Shown({"log", "-o", form, "--color=never"}).find(masked + "\r\n"),
+                  std::string::npos)
+            << form;
+    }
+    EXPECT_NE(Cat({"log", "-o", "short"}).output.find(masked + "\n"), std::string::npos);
+}
+
 }  // namespace

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -182,7 +183,11 @@ TEST_F(CatTest, MistakesInTheCommandLineReadNothing) {
     EXPECT_EQ(mistake({"-n", "-1"}),
               "zynlog-cat: --lines: not a number from 0 to 4294967295: '-1'\n" + kTry);
     EXPECT_EQ(mistake({"-g", "("}), "zynlog-cat: --grep: missing ): (\n" + kTry);
-    EXPECT_NE(mistake({"--nothing"}).find(kTry), std::string::npos);
+    EXPECT_EQ(mistake({"--nothing"}), "zynlog-cat: unrecognized option '--nothing'\n" + kTry);
+    EXPECT_EQ(mistake({"-o", "\x1b[0m"}),
+              "zynlog-cat: --output: not one of columns, short, json, csv, count, count-json, "
+              "timeline: '?[0m'\n" +
+                  kTry);
 }
 
 TEST_F(CatTest, ColorsAreForTerminalsUnlessToldOtherwise) {
@@ -262,6 +267,40 @@ TEST_F(CatTest, LogWithoutFilesIsSaid) {
     const ProgramResult both = Cat({"missing", "log", "-o", "short"});
     EXPECT_NE(both.output.find(" m5\n"), std::string::npos) << "the other log is shown";
     EXPECT_EQ(both.status, 2);
+}
+
+TEST_F(CatTest, OfWhatCannotBeReadNothingIsShown) {
+    static_cast<void>(directory_.MakeDirectory("empty"));
+    WriteFile(directory_.MakeDirectory("foreign") + "/zynlog-1.txt", "no log");
+    for (const char* log : {"missing", "empty", "foreign", "foreign/zynlog-1.txt"}) {
+        for (const char* form :
+             {"columns", "short", "json", "csv", "count", "count-json", "timeline"}) {
+            for (const std::vector<std::string>& how :
+                 {std::vector<std::string>{}, {"--merge"}, {"-n", "1"}, {"--cursor-file=c"}}) {
+                std::vector<std::string> arguments{log, "-o", form};
+                arguments.insert(arguments.end(), how.begin(), how.end());
+                const ProgramResult result = Cat(arguments);
+                EXPECT_EQ(result.output, "") << log << ' ' << form;
+                EXPECT_NE(result.error, "") << log << ' ' << form;
+                EXPECT_EQ(result.status, 2) << log << ' ' << form;
+            }
+        }
+    }
+    EXPECT_EQ(access((directory_ / "c").c_str(), F_OK), -1) << "no cursor of what was not read";
+}
+
+TEST_F(CatTest, LogWithoutARecordHasItsHeader) {
+    WriteLog("log", LogWriter());
+    ASSERT_EQ(Tool({"export", "-d", "log", "-f", "all.txt", "-l", "-silent"}).status, 0);
+    for (const std::vector<std::string>& how :
+         {std::vector<std::string>{}, {"--merge"}, {"-n", "1"}, {"--cursor-file=c"}}) {
+        std::vector<std::string> arguments{"log"};
+        arguments.insert(arguments.end(), how.begin(), how.end());
+        const ProgramResult result = Cat(arguments);
+        EXPECT_EQ(result.output, ReadFile(directory_ / "all.txt"));
+        EXPECT_EQ(result.status, 0);
+    }
+    EXPECT_EQ(Cat({"missing", "log"}).output, ReadFile(directory_ / "all.txt"));
 }
 
 TEST_F(CatTest, WhatIsNoLogFileIsLeftOut) {
