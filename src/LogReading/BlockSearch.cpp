@@ -194,13 +194,16 @@ HeaderShape BlockBeginsAt(LogData& data, std::uint64_t position) {
                                                : header.shape;
 }
 
-bool IsWholeBlock(LogData& data, std::uint64_t position) {
+std::optional<std::uint64_t> WholeBlockEnd(LogData& data, std::uint64_t position) {
     const BlockHeaderBytes header = ReadBlockHeader(data.Peek(position, kLongestBlockHeader));
     const std::uint64_t begin = position + header.Bytes();
+    const std::uint64_t behind = begin + header.block.dataSize;
     StepBudget budget;
-    return header.shape == HeaderShape::kWhole && header.block.dataSize != 0 &&
-           data.Reaches(begin + header.block.dataSize) &&
-           RecordsFill(data, begin, header.block.dataSize, budget);
+    if (header.shape != HeaderShape::kWhole || header.block.dataSize == 0 ||
+        !data.Reaches(behind) || !RecordsFill(data, begin, header.block.dataSize, budget)) {
+        return std::nullopt;
+    }
+    return behind;
 }
 
 std::optional<std::uint64_t> FindBlockHeader(LogData& data, std::uint64_t from, LogEnd end,

@@ -79,8 +79,8 @@ class StepBudget {
 // wherever it may end.
 [[nodiscard]] HeaderShape BlockBeginsAt(LogData& data, std::uint64_t position);
 
-// Whether all of a block is there, and its records fill it.
-[[nodiscard]] bool IsWholeBlock(LogData& data, std::uint64_t position);
+// Where a block ends of which all is there, and whose records fill it.
+[[nodiscard]] std::optional<std::uint64_t> WholeBlockEnd(LogData& data, std::uint64_t position);
 
 // The first block header at or behind a position that is believed: the data has all of its block,
 // its first record header fits into it, and its length leads to another header or to the end of the

@@ -19,12 +19,20 @@
 #include "LogReading/LogInput.h"
 #include "LogReading/LogListing.h"
 #include "Support/ValidationException.h"
+#include "TraceData/PacketLayout.h"
 
 namespace {
 
 constexpr std::size_t kMarkBytes = 64;
 constexpr std::uint32_t kListingEvents =
     IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
+
+// A new file whose beginning is not clear is taken for what it looks like when it has rested for so
+// long; and when a file before it is not clear either, for so long.
+constexpr auto kRestPatience = 2 * LogFollower::kLookPeriod;
+constexpr auto kUndecidedPatience = 5 * LogFollower::kLookPeriod;
+// The flags of a block header and its length.
+constexpr std::uint64_t kTellingHeaderBytes = 1 + kPacketLengthBytes;
 
 std::string DirectoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
@@ -344,33 +352,53 @@ void LogFollower::Begin(Log& log, File& file) {
 
 // Whether it can be told how a new file begins: with a block, or with the rest of one that another
 // file broke off, whose stream goesOn is set to.
+//
+// Bytes with the flags and the length of a header are hardly anything else. But the last bytes of a
+// message, up to the flags of a header, may read together with the header behind them as one that
+// has an id; and where only the end of a message is missing, any bytes fill the gap. So a decision
+// waits while the files before, or more bytes, may still tell; what nobody writes to any more is
+// taken for what it looks like.
 bool LogFollower::HowItBegins(Log& log, const File& file,
                               const std::shared_ptr<PlainSource>& source, Stream*& goesOn) {
     LogData alone;
     alone.Add(file.raw->Path(), source, kLogHeaderBytes);
-    const HeaderShape shape = BlockBeginsAt(alone, 0);
+    const std::uint64_t bytes = alone.Size();
+    const auto rested = Clock::now() - file.grown;
     const auto [broken, undecided] = PredecessorOf(log, file);
-    if (broken != nullptr) {
-        LogData joined;
-        for (const LogData::Piece& piece : broken->data.Pieces()) {
-            joined.Add(piece.path, piece.source, piece.from);
-        }
-        joined.Add(file.raw->Path(), source, kLogHeaderBytes);
-        if (IsWholeBlock(joined, broken->walker.Position())) {
-            goesOn = broken;
+    if (bytes == 0 || (undecided && rested < kUndecidedPatience)) {
+        return false;
+    }
+    const std::optional<std::uint64_t> rest =
+        broken == nullptr ? std::nullopt : RestIn(*broken, file.raw->Path(), source);
+    const bool shifted = rest && *rest < kTellingHeaderBytes && *rest < bytes;
+    switch (BlockBeginsAt(alone, 0)) {
+        case HeaderShape::kWhole:
+            goesOn = shifted ? broken : nullptr;
             return true;
-        }
+        case HeaderShape::kCut:
+            goesOn = shifted || bytes < kTellingHeaderBytes ? broken : nullptr;
+            return shifted || rested >= kRestPatience;
+        case HeaderShape::kNone:
+            break;
     }
-    if (shape == HeaderShape::kWhole) {
-        return true;
-    }
-    // The rest of a block that is shorter than a header may look like one, and a file that was
-    // renamed while the directory was listed is found with the next listing. What nobody writes to
-    // any more is taken for what it is, in the order in which it was found.
-    const auto patience = undecided ? 5 * kLookPeriod : 2 * kLookPeriod;
     goesOn = broken;
-    return Clock::now() - file.grown >= patience ||
-           (broken != nullptr && !undecided && shape == HeaderShape::kNone);
+    return broken != nullptr || rested >= kRestPatience;
+}
+
+// How many bytes at the beginning of a file complete the block that a stream ends with, if what
+// stands behind them may be a header.
+std::optional<std::uint64_t> LogFollower::RestIn(const Stream& broken, const std::string& path,
+                                                 const std::shared_ptr<PlainSource>& source) {
+    LogData joined;
+    for (const LogData::Piece& piece : broken.data.Pieces()) {
+        joined.Add(piece.path, piece.source, piece.from);
+    }
+    const std::uint64_t before = joined.Size();
+    joined.Add(path, source, kLogHeaderBytes);
+    const auto end = WholeBlockEnd(joined, broken.walker.Position());
+    return end && *end >= before && HeaderStandsAt(joined, *end, LogEnd::kFollowed)
+               ? std::optional(*end - before)
+               : std::nullopt;
 }
 
 // The file that was found before it, or else the one whose name comes before its own.
@@ -393,7 +421,9 @@ LogFollower::Predecessor LogFollower::PredecessorOf(Log& log, const File& file) 
                 byName = other.get();
             }
         } else if (!other->source && !other->foreign && (before || path < file.raw->Path())) {
-            predecessor.undecided = true;
+            // One that stays empty is none that anything goes on from.
+            predecessor.undecided = predecessor.undecided || other->raw->Size() > kLogHeaderBytes ||
+                                    Clock::now() - other->grown < kRestPatience;
         }
     }
     if (predecessor.brokenOff == nullptr && byName != nullptr) {

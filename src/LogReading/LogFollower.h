@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -35,7 +36,7 @@ class FollowListener : public InputListener {
 // bytes for each other one.
 //
 // The listener outlives it. Throws what OpenLog, LogData and the listener throw, and CheckOSCall
-// X
+// of the system's refusals.
 class LogFollower {
   public:
     static constexpr std::chrono::milliseconds kLookPeriod{200};
@@ -83,6 +84,8 @@ class LogFollower {
     void Begin(Log& log, File& file);
     static bool HowItBegins(Log& log, const File& file, const std::shared_ptr<PlainSource>& source,
                             Stream*& goesOn);
+    static std::optional<std::uint64_t> RestIn(const Stream& broken, const std::string& path,
+                                               const std::shared_ptr<PlainSource>& source);
     void Restart(Log& log, File& file, std::uint64_t from);
     void Grow(Log& log, File& file);
     bool BeganAnew(File& file);

@@ -86,6 +86,16 @@ class LogFollowerTest : public testing::Test {
         return found_.Take();
     }
 
+    // Looks until so many blocks came, for some seconds at most.
+    Numbers LookUntil(std::size_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (found_.numbers.size() < count && std::chrono::steady_clock::now() < deadline) {
+            EXPECT_EQ(follower_->Wait(-1, -1), LogFollower::Event::kLook);
+            follower_->Look();
+        }
+        return found_.Take();
+    }
+
     TempDirectory directory_;
     Found found_;
     std::optional<LogFollower> follower_;
@@ -180,6 +190,73 @@ TEST_F(LogFollowerTest, FileThatBeginsWithABlockLeavesTheBrokenOneAlone) {
     EXPECT_EQ(Look(), Numbers{3});
     Append("zynlog-1.txt", block.substr(50));
     EXPECT_EQ(Look(), Numbers{2});
+    EXPECT_TRUE(found_.damage.empty());
+}
+
+TEST_F(LogFollowerTest, RestThatReadsAsAHeaderWaitsForTheFileBefore) {
+    // With the next block's header behind them, the two last bytes of the message are a packet
+    // head with an id.
+    const std::string first = BlockOf(1);
+    const std::string second = BlockOf(2, "xx");
+    Follow();
+    Write("zynlog-1.txt", first.substr(0, 21));
+    Write("zynlog-2.txt", first.substr(21) + second.substr(0, second.size() - 2));
+    Write("zynlog-3.txt", "xx" + BlockOf(3));
+    EXPECT_EQ(LookUntil(3), (Numbers{1, 2, 3}));
+    EXPECT_TRUE(found_.damage.empty());
+}
+
+TEST_F(LogFollowerTest, NewBlockIsNotTakenForTheRestOfAnAbandonedOne) {
+    // The broken block lacks as many bytes as there are of the new one.
+    const std::string block = BlockOf(1, std::string(200, 'm'));
+    const std::string next = BlockOf(2);
+    for (std::size_t bytes = 0; bytes <= next.size(); ++bytes) {
+        SCOPED_TRACE(std::to_string(bytes) + " bytes");
+        const TempDirectory directory;
+        Found found;
+        LogFollower follower({directory.Path()}, found);
+        WriteFile(directory / "zynlog-1.txt",
+                  LogWriter::FileHeader() + block.substr(0, block.size() - bytes));
+        follower.Look();
+        std::ofstream file(directory / "zynlog-2.txt", std::ios::binary);
+        file << LogWriter::FileHeader() << next.substr(0, bytes) << std::flush;
+        EXPECT_EQ(follower.Wait(-1, -1), LogFollower::Event::kLook);
+        follower.Look();
+        file << next.substr(bytes) << BlockOf(3) << std::flush;
+        follower.Look();
+        EXPECT_EQ(found.times[2], 1);
+        EXPECT_EQ(found.times[3], 1);
+        EXPECT_TRUE(found.damage.empty());
+    }
+}
+
+TEST_F(LogFollowerTest, NewBlockThatPausesIsNotTakenForARestEither) {
+    const std::string block = BlockOf(1, std::string(60, 'm'));
+    const std::string next = BlockOf(2);
+    Follow();
+    Write("zynlog-1.txt", block.substr(0, block.size() - 30));
+    Write("zynlog-2.txt", next.substr(0, 30));
+    for (int look = 0; look < 5; ++look) {
+        EXPECT_EQ(Look(), Numbers{});
+    }
+    Append("zynlog-2.txt", next.substr(30));
+    EXPECT_EQ(Look(), Numbers{2});
+    EXPECT_TRUE(found_.damage.empty());
+}
+
+TEST_F(LogFollowerTest, EmptyFileBesideABrokenBlockBeginsWithWhatComes) {
+    const std::string block = BlockOf(1);
+    Write("zynlog-1.txt", block.substr(0, 60));
+    Follow();
+    EXPECT_EQ(Look(), Numbers{});
+    Write("zynlog-2.txt", "");
+    for (int look = 0; look < 4; ++look) {
+        EXPECT_EQ(Look(), Numbers{});
+    }
+    Append("zynlog-2.txt", BlockOf(2));
+    EXPECT_EQ(Look(), Numbers{2});
+    Append("zynlog-1.txt", block.substr(60));
+    EXPECT_EQ(Look(), Numbers{1});
     EXPECT_TRUE(found_.damage.empty());
 }
 
