@@ -6,17 +6,22 @@
 //   crowd fork|exit      at the end of its input, while eight threads wait for their requests;
 //                        or ends then
 // Rounds run in processes of their own, several at a time. A process that hangs is ended by its
-// alarm clock, and counted.
+// alarm clock. How a round failed is told on a line of its own, before the line that counts them.
 #include <pthread.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdlib>
 #include <functional>
+#include <new>
 #include <random>
+#include <span>
 #include <string>
 #include <thread>
 #include <vector>
@@ -31,7 +36,7 @@ extern "C" const char* __tsan_default_options() {  // NOLINT
 
 namespace {
 
-constexpr unsigned kHangsAfterSeconds = 30;
+constexpr unsigned kHangsAfterSeconds = 20;
 
 void Say(const std::string& line) {
     const std::string text = line + "\n";
@@ -75,7 +80,11 @@ void Record(const char* handler) {
 // As early as the library registers its own, and linked in front of it.
 [[gnu::constructor(101)]] void RegisterEarlyHandlers() {
     ::pthread_atfork([] { Record("early prepare"); }, [] { Record("early parent"); },
-                     [] { Record("early child"); });
+                     [] {
+                         // Of the fork's end in the child, too.
+                         ::alarm(kHangsAfterSeconds);
+                         Record("early child");
+                     });
 }
 
 int Handlers() {
@@ -96,14 +105,61 @@ int Handlers() {
     return 0;
 }
 
-// What a child that was forked at some moment has to be able to do.
-int UseInterface() {
-    ::alarm(kHangsAfterSeconds);
-    static_cast<void>(ZynResume());
-    const int handle = Handle();
-    static_cast<void>(Query());
-    return handle;
+std::string StatusText(int status) {
+    return WIFSIGNALED(status) ? "signal " + std::to_string(WTERMSIG(status))
+                               : "status " + std::to_string(WEXITSTATUS(status));
 }
+
+// What a process did so far: lies in memory of all processes, to be read when that one was killed.
+class Journal {
+  public:
+    void Note(const std::string& step) {
+        const std::string text = (used_ == 0 ? "" : ", ") + step;
+        used_ += text.copy(text_.data() + used_, text_.size() - used_);
+    }
+    // A call that has not come back stands there without its result.
+    template <typename Call>
+    int Note(const std::string& name, Call call) {
+        Note(name);
+        const int result = call();
+        Note(std::to_string(result));
+        return result;
+    }
+    [[nodiscard]] std::string Text() const { return {text_.data(), used_}; }
+
+  private:
+    std::array<char, 1000> text_{};
+    std::size_t used_ = 0;
+};
+
+// Of one round: its process, and the child that this one forks.
+struct Round {
+    Journal parent;
+    Journal child;
+};
+
+class SharedRounds {
+  public:
+    explicit SharedRounds(std::size_t count)
+        : bytes_(count * sizeof(Round)),
+          address_(
+              ::mmap(nullptr, bytes_, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) {
+        if (address_ == MAP_FAILED) {
+            throw std::bad_alloc();
+        }
+        rounds_ = {new (address_) Round[count], count};
+    }
+    SharedRounds(const SharedRounds&) = delete;
+    SharedRounds& operator=(const SharedRounds&) = delete;
+    ~SharedRounds() { ::munmap(address_, bytes_); }
+
+    Round& operator[](std::size_t index) { return rounds_[index]; }
+
+  private:
+    std::size_t bytes_;
+    void* address_;
+    std::span<Round> rounds_;
+};
 
 int StatusOf(pid_t process) {
     int status = -1;
@@ -111,13 +167,51 @@ int StatusOf(pid_t process) {
     return status;
 }
 
+// The child has an alarm clock of its own, so this process's may stand still meanwhile.
+int AwaitChild(pid_t child, Journal& journal) {
+    ::alarm(0);
+    const int status = StatusOf(child);
+    ::alarm(kHangsAfterSeconds);
+    journal.Note("its child ended with " + StatusText(status));
+    return status;
+}
+
+// A call that connects fails once the service had 2 s to confirm: each sender empties the service's
+// ring, another's message in it included. The next call tries again, and so does this. No other
+// failure is one to be repeated.
+int UntilConfirmed(Journal& journal, const std::string& name, int (*call)()) {
+    constexpr int kAttempts = 10;
+    constexpr std::chrono::seconds kUnconfirmed{2};
+    for (int attempt = 1; attempt <= kAttempts; ++attempt) {
+        ::alarm(kHangsAfterSeconds);
+        const auto start = std::chrono::steady_clock::now();
+        if (journal.Note(name, call) == 0) {
+            return 0;
+        }
+        if (std::chrono::steady_clock::now() - start < kUnconfirmed) {
+            journal.Note("failed at once");
+            return 1;
+        }
+    }
+    return 1;
+}
+
+// What a child that was forked at some moment has to be able to do.
+int UseInterface(Journal& journal) {
+    journal.Note("request", ZynResume);
+    const int handle = UntilConfirmed(journal, "handle", Handle);
+    ::alarm(kHangsAfterSeconds);
+    journal.Note("query", Query);
+    journal.Note("end");
+    return handle;
+}
+
 void Pause(std::minstd_rand& random, unsigned maximumMicroseconds) {
     std::this_thread::sleep_for(std::chrono::microseconds(random() % maximumMicroseconds));
 }
 
 // One process whose threads make its first calls while it forks.
-int ForkAmidFirstCalls(std::minstd_rand random) {
-    ::alarm(kHangsAfterSeconds);
+int ForkAmidFirstCalls(std::minstd_rand random, Round& round) {
     std::vector<std::thread> threads;
     for (unsigned long count = 1 + random() % 4; count > 0; --count) {
         threads.emplace_back([kind = random() % 3] {
@@ -125,56 +219,69 @@ int ForkAmidFirstCalls(std::minstd_rand random) {
         });
     }
     Pause(random, 2000);
+    round.parent.Note("fork");
     const pid_t child = ::fork();
     if (child == 0) {
         // The child may be connected itself, if it was forked before anything of the library was
         // there: it ends the ordinary way, though without joining threads that it does not have.
-        std::exit(UseInterface());  // NOLINT(concurrency-mt-unsafe)
+        std::exit(UseInterface(round.child));  // NOLINT(concurrency-mt-unsafe)
     }
-    const int status = StatusOf(child);
+    const int status = AwaitChild(child, round.parent);
     for (std::thread& thread : threads) {
         thread.join();
     }
+    round.parent.Note("end");
     return status == 0 ? 0 : 1;
 }
 
 // One process that is connected and forks while orders come. The configuration stays as it is, so
 // what it enables is enabled in parent and child.
-int ForkAmidOrders(std::minstd_rand random) {
-    ::alarm(kHangsAfterSeconds);
+int ForkAmidOrders(std::minstd_rand random, Round& round) {
     // Nothing is enabled in the middle of a reload.
+    round.parent.Note("connect");
     while (Query() != 1) {
         Pause(random, 1000);
     }
     Pause(random, 300'000);
+    round.parent.Note("fork");
     const pid_t child = ::fork();
     if (child == 0) {
-        const int result = UseInterface();
-        std::_Exit(result == 0 && Query() == 1 ? 0 : 1);
+        const int result = UseInterface(round.child);
+        std::_Exit(result == 0 && round.child.Note("query", Query) == 1 ? 0 : 1);
     }
-    const int status = StatusOf(child);
-    return status == 0 && Query() == 1 ? 0 : 1;
+    const int status = AwaitChild(child, round.parent);
+    const int query = round.parent.Note("query", Query);
+    return status == 0 && query == 1 ? 0 : 1;
 }
 
-int Rounds(const std::function<int(std::minstd_rand)>& round, int rounds, unsigned seed,
-           int atOnce) {
+// Says of each round that failed how its processes ended, and how far they had come. The first that
+// fail are the last.
+int Rounds(const std::function<int(std::minstd_rand, Round&)>& run, std::size_t count,
+           unsigned seed, std::size_t atOnce) {
     std::minstd_rand random(seed);
-    int failed = 0;
-    for (int done = 0; done < rounds; done += atOnce) {
+    SharedRounds rounds(count);
+    std::size_t failed = 0;
+    std::size_t done = 0;
+    for (; done < count && failed == 0; done += atOnce) {
         std::vector<pid_t> processes;
-        for (int i = 0; i < std::min(atOnce, rounds - done); ++i) {
+        for (std::size_t at = done; at < std::min(done + atOnce, count); ++at) {
             const std::minstd_rand own(static_cast<unsigned>(random()));
             const pid_t process = ::fork();
             if (process == 0) {
-                std::exit(round(own));  // NOLINT(concurrency-mt-unsafe)
+                std::exit(run(own, rounds[at]));  // NOLINT(concurrency-mt-unsafe)
             }
             processes.push_back(process);
         }
-        for (const pid_t process : processes) {
-            failed += StatusOf(process) == 0 ? 0 : 1;
+        for (std::size_t at = done; at < done + processes.size(); ++at) {
+            const int status = StatusOf(processes[at - done]);
+            if (status != 0) {
+                ++failed;
+                Say("round " + std::to_string(at) + ": " + StatusText(status) + " [" +
+                    rounds[at].parent.Text() + "] child [" + rounds[at].child.Text() + "]");
+            }
         }
     }
-    Say("rounds " + std::to_string(rounds) + ", failed " + std::to_string(failed));
+    Say("rounds " + std::to_string(std::min(done, count)) + ", failed " + std::to_string(failed));
     return 0;
 }
 
@@ -198,7 +305,8 @@ int Crowd(bool forks) {
     }
     const pid_t child = ::fork();
     if (child == 0) {
-        std::_Exit(UseInterface());
+        Journal journal;
+        std::_Exit(UseInterface(journal));
     }
     Say("child status " + std::to_string(StatusOf(child)));
     for (std::thread& thread : threads) {
@@ -220,7 +328,7 @@ int main(int argc, char** argv) {
         return Crowd(arguments[1] == "fork");
     }
     if (arguments.size() == 3) {
-        const int rounds = std::stoi(arguments[1]);
+        const std::size_t rounds = std::stoul(arguments[1]);
         const auto seed = static_cast<unsigned>(std::stoul(arguments[2]));
         if (scenario == "first") {
             return Rounds(ForkAmidFirstCalls, rounds, seed, 10);
