@@ -1,58 +1,88 @@
 #include "Support/PrintableText.h"
 
+#include <array>
+#include <cstdio>
+#include <cstring>
+
+#include "Support/Utf8.h"
+
 namespace {
 
-unsigned Byte(std::string_view text, std::size_t at) noexcept {
-    return static_cast<unsigned char>(text[at]);
+// Characters are looked at one by one only where a step of the text has others than these.
+constexpr std::size_t kStep = 16;
+
+constexpr bool IsPlain(char character) noexcept { return character >= ' ' && character < 0x7F; }
+
+bool IsPlainStep(const char* text) noexcept {
+    bool plain = true;
+    for (std::size_t i = 0; i < kStep; ++i) {
+        plain &= IsPlain(text[i]);
+    }
+    return plain;
 }
 
-// How many bytes a character has that begins with this one; 1 for one that begins none.
-std::size_t BytesAnnounced(unsigned first) noexcept {
-    if (first >= 0xC2 && first <= 0xDF) {
-        return 2;
-    }
-    if (first >= 0xE0 && first <= 0xEF) {
-        return 3;
-    }
-    return first >= 0xF0 && first <= 0xF4 ? 4 : 1;
+bool IsControl(std::string_view character) noexcept {
+    // In UTF-8 those from 0x80 to 0x9F are 0xC2 and that byte.
+    const bool twoBytes = character.size() == 2 && character[0] == '\xC2';
+    const auto last = static_cast<unsigned char>(character.back());
+    return (character.size() == 1 && last < ' ') ||
+           ((character.size() == 1 || twoBytes) && last >= 0x7F && last <= 0x9F);
 }
 
 }  // namespace
 
 std::size_t CharacterBytes(std::string_view text) noexcept {
-    const unsigned first = Byte(text, 0);
-    const std::size_t count = BytesAnnounced(first);
-    if (count > text.size()) {
-        return 1;
-    }
-    for (std::size_t at = 1; at < count; ++at) {
-        if ((Byte(text, at) & 0xC0U) != 0x80) {
-            return 1;
-        }
-    }
-    // Longer than need be, a half of a pair, or beyond the last character.
-    const unsigned second = count > 2 ? Byte(text, 1) : 0;
-    const bool wrong = (first == 0xE0 && second < 0xA0) || (first == 0xED && second > 0x9F) ||
-                       (first == 0xF0 && second < 0x90) || (first == 0xF4 && second > 0x8F);
-    return wrong ? 1 : count;
+    const Utf8Part part = FirstUtf8Part(text);
+    return part.valid ? part.length : 1;
 }
 
-std::string MaskedControls(std::string_view text) {
-    std::string shown;
-    shown.reserve(text.size());
+char* MaskControls(std::string_view text, char* out) noexcept {
     while (!text.empty()) {
-        const std::size_t count = CharacterBytes(text);
-        const unsigned first = Byte(text, 0);
-        const bool control = count == 1 ? first < ' ' || (first >= 0x7F && first <= 0x9F)
-                                        : count == 2 && first == 0xC2 && Byte(text, 1) <= 0x9F;
-        if (control) {
-            shown += '?';
+        std::size_t count = 1;
+        if (text.size() >= kStep && IsPlainStep(text.data())) {
+            count = kStep;
+            std::memmove(out, text.data(), count);
+            out += count;
+        } else if (IsPlain(text.front())) {
+            *out++ = text.front();
         } else {
-            shown.append(text, 0, count);
+            count = CharacterBytes(text);
+            if (IsControl(text.substr(0, count))) {
+                *out++ = '?';
+            } else {
+                std::memmove(out, text.data(), count);
+                out += count;
+            }
         }
         text.remove_prefix(count);
     }
-    return shown;
+    return out;
+}
+
+std::string MaskedControls(std::string_view text) {
+    std::string masked(text);
+    const char* const end = MaskControls(masked, masked.data());
+    masked.resize(static_cast<std::size_t>(end - masked.data()));
+    return masked;
+}
+
+std::string EscapedControls(std::string_view text) {
+    std::string escaped;
+    while (!text.empty()) {
+        const std::string_view character = text.substr(0, CharacterBytes(text));
+        if (IsControl(character)) {
+            for (const char byte : character) {
+                std::array<char, 5> escape{};
+                static_cast<void>(std::snprintf(escape.data(), escape.size(), "\\x%02x",
+                                                static_cast<unsigned char>(byte)));
+                escaped += escape.data();
+            }
+        } else {
+            escaped += character;
+        }
+        text.remove_prefix(character.size());
+    }
+    return escaped;
 }
 
 std::size_t BytesOfCharacters(std::string_view text, std::size_t count) noexcept {

@@ -1,4 +1,6 @@
-// Text that came from outside, made fit for a terminal.
+// Text that came from outside, made fit for a terminal. Control characters could move the cursor,
+// change colours or hide text: those of ASCII, DEL, and those from 0x80 to 0x9F, whether as bytes
+// of their own or in UTF-8. Other UTF-8 and other bytes stay.
 #ifndef ZYN_SUPPORT_PRINTABLETEXT_H
 #define ZYN_SUPPORT_PRINTABLETEXT_H
 
@@ -6,16 +8,15 @@
 #include <string>
 #include <string_view>
 
-// Of the first set, which ASCII has.
-[[nodiscard]] constexpr bool IsControlCharacter(char character) noexcept {
-    const auto byte = static_cast<unsigned char>(character);
-    return byte < ' ' || byte == 0x7F;
-}
-
-// Control characters could move the cursor, change colours or hide text: each becomes '?', also
-// those of the second set (0x80 to 0x9F), whether as bytes of their own or in UTF-8. Other UTF-8
-// and other bytes stay.
+// The text with '?' for each control character.
 [[nodiscard]] std::string MaskedControls(std::string_view text);
+
+// Writes the same to out, which has room for text.size() bytes and may be where the text is;
+// returns the end.
+char* MaskControls(std::string_view text, char* out) noexcept;
+
+// The text with the bytes of control characters as "\x1b", for reports that say what was there.
+[[nodiscard]] std::string EscapedControls(std::string_view text);
 
 // The length in bytes of the character that a text begins with: one of UTF-8, or a byte that is
 // none. The text is not empty.

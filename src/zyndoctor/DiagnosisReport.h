@@ -3,15 +3,11 @@
 #define ZYN_ZYNDOCTOR_DIAGNOSISREPORT_H
 
 #include <iosfwd>
-#include <string>
-#include <string_view>
 
 #include "zyndoctor/Diagnosis.h"
 
-// The text with control characters as "\x1b", so that no file name drives the reader's terminal.
-[[nodiscard]] std::string Printable(std::string_view text);
-
-// One line a remark, indented; "!!" marks findings and "??" what could not be looked at.
+// One line a remark, indented; "!!" marks findings and "??" what could not be looked at. Control
+// characters are escaped: no file name drives the reader's terminal.
 void WriteText(std::ostream& out, const Diagnosis& diagnosis);
 
 // One JSON document: {"program", "version", "sections": [{"title", "remarks": [{"kind", "code",

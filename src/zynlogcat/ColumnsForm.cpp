@@ -4,8 +4,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <string>
-#include <string_view>
 
 #include "Support/PrintableText.h"
 #include "TraceData/text/LegacyZynRecord.h"
@@ -67,17 +65,18 @@ void ColumnsForm::PutMasked(const DecodedRecord& record) {
     char* const begin = out_.Prepare(TextFile::kLargestPiece);
     line_.Write(record, out_);
     char* const end = out_.Prepare(0);
-    const std::string_view line(begin, static_cast<std::size_t>(end - begin));
-    std::string masked = MaskedControls(line.substr(0, MessageColumn(record)));
-    for (std::string_view rest = line.substr(std::min(MessageColumn(record), line.size()));
-         !rest.empty();) {
-        const std::size_t lineFeed = std::min(rest.find('\n'), rest.size() - 1);
-        masked.append(MaskedControls(rest.substr(0, lineFeed))).append(1, rest[lineFeed]);
-        rest.remove_prefix(lineFeed + 1);
+    char* const message =
+        begin + std::min(MessageColumn(record), static_cast<std::size_t>(end - begin));
+    char* out = MaskControls({begin, message}, begin);
+    for (const char* line = message; line != end;) {
+        const char* const lineFeed = std::find(line, static_cast<const char*>(end), '\n');
+        out = MaskControls({line, lineFeed}, out);
+        line = lineFeed;
+        if (line != end) {
+            *out++ = *line++;
+        }
     }
-    // It is never longer.
-    std::copy(masked.begin(), masked.end(), begin);
-    out_.Commit(begin + masked.size());
+    out_.Commit(out);
 }
 
 }  // namespace

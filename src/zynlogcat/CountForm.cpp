@@ -18,12 +18,12 @@
 #include <vector>
 
 #include "Support/PrintableText.h"
+#include "Support/Utf8.h"
 #include "TraceData/text/CalendarText.h"
 #include "zynlogcat/JsonText.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordFields.h"
 #include "zynlogcat/UtcText.h"
-#include "zynlogcat/Utf8.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "Support/Utf8.h"
 #include "zynlogcat/JsonText.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordFields.h"
 #include "zynlogcat/UtcText.h"
-#include "zynlogcat/Utf8.h"
 
 namespace {
 

@@ -10,8 +10,8 @@
 #include <charconv>
 
 #include "MemoryStream/MemoryStream.h"
+#include "Support/Utf8.h"
 #include "TraceData/text/Digits.h"
-#include "zynlogcat/Utf8.h"
 
 namespace {
 

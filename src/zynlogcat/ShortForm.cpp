@@ -1,6 +1,5 @@
 // One line for people: time of day, names, numbers, message, nothing cut.
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -34,6 +33,20 @@ std::string_view ColorOf(std::string_view label) noexcept {
         hash = hash * 31 + static_cast<unsigned char>(character);
     }
     return kColors[hash % kColors.size()];
+}
+
+// How much of a text can be put at once without cutting a character of UTF-8.
+std::size_t WholeCharacters(std::string_view text) noexcept {
+    constexpr std::size_t kMost = TextFile::kLargestPiece;
+    if (text.size() <= kMost) {
+        return text.size();
+    }
+    for (std::size_t end = kMost; end > kMost - 4; --end) {
+        if ((static_cast<unsigned char>(text[end]) & 0xC0U) != 0x80) {
+            return end;
+        }
+    }
+    return kMost;
 }
 
 class ShortForm final : public OutputForm {
@@ -105,16 +118,9 @@ void ShortForm::PutNumbers(const DecodedRecord& record) {
 }
 
 void ShortForm::PutPrintable(std::string_view text) {
-    const auto isAscii = [](char c) { return static_cast<unsigned char>(c) < 0x80; };
-    if (!std::all_of(text.begin(), text.end(), isAscii)) [[unlikely]] {
-        out_.Write(MaskedControls(text));
-        return;
-    }
     while (!text.empty()) {
-        const std::string_view piece = text.substr(0, TextFile::kLargestPiece);
-        char* const out = out_.Prepare(piece.size());
-        std::replace_copy_if(piece.begin(), piece.end(), out, IsControlCharacter, '?');
-        out_.Commit(out + piece.size());
+        const std::string_view piece = text.substr(0, WholeCharacters(text));
+        out_.Commit(MaskControls(piece, out_.Prepare(piece.size())));
         text.remove_prefix(piece.size());
     }
 }

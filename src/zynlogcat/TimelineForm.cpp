@@ -15,10 +15,10 @@
 #include <utility>
 #include <vector>
 
+#include "Support/Utf8.h"
 #include "zynlogcat/JsonText.h"
 #include "zynlogcat/OutputForm.h"
 #include "zynlogcat/RecordFields.h"
-#include "zynlogcat/Utf8.h"
 
 namespace {
 

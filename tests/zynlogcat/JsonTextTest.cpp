@@ -4,9 +4,9 @@
 #include <string>
 
 #include "MemoryStream/MemoryStream.h"
+#include "Support/Utf8.h"
 #include "testing/process/Files.h"
 #include "zynlogcat/JsonText.h"
-#include "zynlogcat/Utf8.h"
 
 namespace {
 

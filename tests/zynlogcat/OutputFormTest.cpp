@@ -55,6 +55,11 @@ TEST(ColumnsFormTest, OnATerminalControlCharactersAreMasked) {
               "11/14/2023 22:13:20.65535 1234567          1 a?b                     ?[31m        "
               "x?[0my?\n" +
                   std::string(79, ' ') + "next?line\n");
+    const SampleRecord upper(
+        FullRecord().Client("\x9B\xC2\x9B").Message("\xC3\x9B\xC2\x85y\n\x9Bz\n"));
+    const std::string masked = Written("columns", terminal, upper);
+    EXPECT_NE(masked.find(" ??        "), std::string::npos) << masked;
+    EXPECT_TRUE(masked.ends_with("\xC3\x9B?y\n" + std::string(79, ' ') + "?z\n")) << masked;
     // Not where a program reads.
     EXPECT_NE(Written("columns", Plain(), record).find('\x1b'), std::string::npos);
 }
@@ -76,6 +81,20 @@ TEST(ShortFormTest, ControlCharactersAreMasked) {
               "22:13:20.250 a?b rx Info 15873/3050630000 link up??x??"
               "\xC3\xA9" +
                   std::string(5000, '?') + "\n");
+}
+
+TEST(ShortFormTest, UpperControlCharactersAreMaskedAndLongTextIsCutBetweenCharacters) {
+    for (std::size_t shift = 0; shift < 4; ++shift) {
+        std::string message(shift, '-');
+        std::string expected = message;
+        for (int i = 0; i < 3000; ++i) {
+            // U+00DF, U+1F7DF and U+009B, the first two of which hold bytes like the third.
+            message += "\xC3\x9F\xF0\x9F\x9F\x9F\xC2\x9B";
+            expected += "\xC3\x9F\xF0\x9F\x9F\x9F?";
+        }
+        const std::string line = Written("short", {}, SampleRecord(LogRecord(1).Message(message)));
+        EXPECT_TRUE(line.ends_with("- - - -/- " + expected + "\n")) << shift;
+    }
 }
 
 TEST(ShortFormTest, MillisecondsOver999Carry) {

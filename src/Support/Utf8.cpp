@@ -1,4 +1,4 @@
-#include "zynlogcat/Utf8.h"
+#include "Support/Utf8.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "zynlogcat/Utf8.h"
+#include "Support/Utf8.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // UTF-8 as it comes: finds the parts of a text that are none.
-#ifndef ZYN_ZYNLOGCAT_UTF8_H
-#define ZYN_ZYNLOGCAT_UTF8_H
+#ifndef ZYN_SUPPORT_UTF8_H
+#define ZYN_SUPPORT_UTF8_H
 
 #include <cstddef>
 #include <string>
