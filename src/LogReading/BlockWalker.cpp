@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "TraceData/PacketLayout.h"
+
 class BlockWalker::Holding {
   public:
     Holding(LogData& data, std::uint64_t position) : data_(data) { data_.Hold(position); }
@@ -44,13 +46,22 @@ BlockWalker::Step BlockWalker::Walk(bool withData) {
         case HeaderShape::kWhole:
             return WalkBlock(header, withData);
         case HeaderShape::kCut:
-            return end_ == LogEnd::kFinal
-                       ? WalkDamage(BlockDamage::kBlockHeader, BlockDamage::kBlockCut, std::nullopt)
-                       : Step::kUnfinished;
+            return WalkCutHeader();
         case HeaderShape::kNone:
+            // Too short to be told from one that is cut, but for a log of which more comes.
+            if (end_ != LogEnd::kFollowed &&
+                bytes.size() < PacketHeadBytes(static_cast<std::uint8_t>(bytes.front()))) {
+                return WalkCutHeader();
+            }
             break;
     }
     return WalkDamage(BlockDamage::kBlockHeader, BlockDamage::kBlockHeader, std::nullopt);
+}
+
+BlockWalker::Step BlockWalker::WalkCutHeader() {
+    return end_ == LogEnd::kFinal
+               ? WalkDamage(BlockDamage::kBlockHeader, BlockDamage::kBlockCut, std::nullopt)
+               : Step::kUnfinished;
 }
 
 BlockWalker::Step BlockWalker::WalkBlock(const BlockHeaderBytes& header, bool withData) {

@@ -85,6 +85,7 @@ class BlockWalker {
     class Holding;
 
     Step Walk(bool withData);
+    Step WalkCutHeader();
     Step WalkBlock(const BlockHeaderBytes& header, bool withData);
     Step WalkUnfinished(const BlockHeaderBytes& header);
     Step WalkDamage(BlockDamage found, BlockDamage atEnd, std::optional<std::uint32_t> dataBytes);

@@ -73,21 +73,9 @@ def header_at(log: bytes, at: int) -> Block | None:
 
 def is_cut_header(log: bytes, at: int) -> bool:
     """Whether the log ends before it could be told, or within the header."""
-    rest = log[at:]
-    for ident in (0, 2):
-        # What could follow to make it one.
-        for flags in {rest[0]} if rest else set(range(256)):
-            if bool(flags & 0x20) != bool(ident) or not flags & 0x08:
-                continue
-            start = bytes([flags])
-            length = BLOCK_PAYLOAD.to_bytes(4, "little")
-            if len(rest) < 1 + ident:
-                return True
-            whole = start + rest[1:1 + ident] + length
-            size = len(whole) + BLOCK_PAYLOAD
-            if len(rest) < size and whole.startswith(rest[:len(whole)]):
-                return True
-    return False
+    found = packet_payload(log, at)
+    return found is None or (
+        found[1] == BLOCK_PAYLOAD and found[0] + BLOCK_PAYLOAD > len(log))
 
 
 def next_record(log: bytes, at: int) -> int | None:

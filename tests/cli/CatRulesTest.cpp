@@ -247,4 +247,21 @@ TEST_F(CatRulesTest, CursorFileThatCannotGrowIsSaidAndTheOldOneStays) {
     Shell("test \"$(ls)\" = \"$(printf 'cursor\\nlog')\"");
 }
 
+// As zynlog-verify has it: what is too short to be told from a block header is one that is cut.
+TEST_F(CatRulesTest, LogThatEndsWithinAHeaderIsCut) {
+    for (const std::string& end : {std::string("\x08\x00", 2), std::string("\x2a\x01"),
+                                   std::string("\x0a\x28\x00\x00\x00host", 9)}) {
+        WriteFile(directory_ / "log", LogWriter().Block(Block(1, 1)).Raw(end).File());
+        const ProgramResult result = Cat({"log", "--no-header"});
+        EXPECT_NE(result.error.find(": block-cut: the log ends within the block; " +
+                                    std::to_string(end.size()) + " bytes not shown"),
+                  std::string::npos)
+            << result.error;
+        EXPECT_EQ(result.status, 1);
+        EXPECT_EQ(Cat({"log", "--live"}).error, "");
+    }
+    WriteFile(directory_ / "log", LogWriter().Block(Block(1, 1)).Raw("\x01\x02").File());
+    EXPECT_NE(Cat({"log", "--live"}).error.find(": block-header: "), std::string::npos);
+}
+
 }  // namespace
