@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "TraceData/MemoryLog.h"
 #include "TraceData/PacketRecorder.h"
 #include "TraceData/TraceDataReader.h"
 #include "fixtures/DiagnosticTrace.h"
@@ -25,41 +26,6 @@ namespace {
 const std::string kNoMore = "Bad logic:No more bytes";
 const std::string kWrongLength = "Bad logic:Incorrect data length for specified data type.";
 const std::string kInsufficient = "Bad logic:Insufficent data to read";
-
-// A log in memory. Long views of more than largestView bytes are refused, so that any block but the
-// smallest can be read as a large one.
-class MemoryLog {
-  public:
-    explicit MemoryLog(std::string bytes, std::uint32_t largestView = UINT32_MAX)
-        : size_(bytes.size()), bytes_(std::move(bytes)), largestView_(largestView) {
-        // As much as may be read behind what View returns, and not a byte more.
-        bytes_.append(kReadSlack, '\xEE');
-        bytes_.shrink_to_fit();
-    }
-
-    void read(char* buffer, unsigned int count) { std::memcpy(buffer, Take(count), count); }
-    const char* View(std::uint32_t count) {
-        ZYN_CHECK_LOGIC(count <= TotalBytes() - BytesRead(), "No more bytes");
-        return count <= kAlwaysViewed || count <= largestView_ ? Take(count) : nullptr;
-    }
-    [[nodiscard]] std::uint64_t BytesRead() const { return position_; }
-    [[nodiscard]] std::uint64_t TotalBytes() const { return size_; }
-
-  private:
-    const char* Take(std::uint32_t count) {
-        ZYN_CHECK_LOGIC(count <= TotalBytes() - BytesRead(), "No more bytes");
-        const char* bytes = bytes_.data() + position_;
-        position_ += count;
-        return bytes;
-    }
-
-    static constexpr std::uint32_t kAlwaysViewed = 64;
-
-    std::size_t size_;
-    std::string bytes_;
-    std::uint32_t largestView_;
-    std::size_t position_ = 0;
-};
 
 using BlockReader = TraceBlockReader<PacketRecorder, 4>;
 
