@@ -5,38 +5,46 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <exception>
-#include <iterator>
-#include <ranges>
-#include <set>
+#include <map>
+#include <optional>
+#include <string_view>
 #include <system_error>
 #include <utility>
 
+#include "LogReading/FileBeginning.h"
+#include "LogReading/FollowedLog.h"
 #include "LogReading/LogFiles.h"
 #include "LogReading/LogInput.h"
 #include "LogReading/LogListing.h"
-#include "Support/ValidationException.h"
-#include "TraceData/PacketLayout.h"
 
 namespace {
 
-constexpr std::size_t kMarkBytes = 64;
 constexpr std::uint32_t kListingEvents =
     IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF;
-
-// A new file whose beginning is not clear is taken for what it looks like when it has rested for so
-// long; and when a file before it is not clear either, for so long.
-constexpr auto kRestPatience = 2 * LogFollower::kLookPeriod;
-constexpr auto kUndecidedPatience = 5 * LogFollower::kLookPeriod;
-// The flags of a block header and its length.
-constexpr std::uint64_t kTellingHeaderBytes = 1 + kPacketLengthBytes;
 
 std::string DirectoryOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// The paths of a log's files; list: gives the names of those in a directory.
+template <typename List>
+std::vector<std::string> PathsOf(const FollowedLog& log, List&& list) {
+    if (!log.directory) {
+        return {log.path};
+    }
+    std::string directory = log.path;
+    while (directory.ends_with('/')) {
+        directory.pop_back();
+    }
+    std::vector<std::string> paths;
+    for (const std::string& name : list(directory.empty() ? "/" : directory)) {
+        paths.push_back(PathIn(directory, name));
+    }
+    return paths;
 }
 
 }  // namespace
@@ -55,43 +63,6 @@ class LogFollower::FirstIssues final : public InputListener {
     InputListener& listener_;
 };
 
-// Of a log, by what the system knows it by.
-struct LogFollower::File {
-    std::shared_ptr<RawFile> raw;
-    std::shared_ptr<PlainSource> source;  // nullptr: not yet a log file, or none
-    bool foreign = false;
-    // What was given to streams: those behind it are new.
-    std::uint64_t taken = 0;
-    // Whose last piece is this file.
-    Stream* stream = nullptr;
-    // The bytes before an offset that was read: who changes them begins anew.
-    std::array<char, kMarkBytes> mark{};
-    std::size_t markBytes = 0;
-    std::uint64_t markEnd = 0;
-    Clock::time_point grown;
-    bool listed = true;
-};
-
-// Pieces that are read as one sequence.
-struct LogFollower::Stream {
-    LogData data;
-    BlockWalker walker{data, LogEnd::kFollowed};
-    bool rests = false;       // nothing came since it was read
-    bool unfinished = false;  // it ends within a block
-    Clock::time_point tried;  // when a block was searched for in vain
-};
-
-struct LogFollower::Log {
-    std::size_t number = 0;
-    std::string path;
-    bool directory = false;
-    std::vector<std::unique_ptr<File>> files;
-    std::vector<std::unique_ptr<Stream>> streams;
-    // Of streams that are gone, how far their files were read.
-    std::vector<FilePlace> places;
-    std::set<std::string> unreadable;
-};
-
 LogFollower::LogFollower(const std::vector<std::string>& paths, FollowListener& listener)
     : listener_(listener),
       firstIssues_(std::make_unique<FirstIssues>(listener)),
@@ -101,7 +72,7 @@ LogFollower::LogFollower(const std::vector<std::string>& paths, FollowListener& 
         if (stat(path.c_str(), &status) != 0 || access(path.c_str(), R_OK) != 0) {
             throw std::system_error(errno, std::generic_category(), path);
         }
-        auto log = std::make_unique<Log>();
+        auto log = std::make_unique<FollowedLog>();
         log->number = logs_.size();
         log->path = path;
         log->directory = S_ISDIR(status.st_mode);
@@ -119,21 +90,11 @@ LogFollower::LogFollower(const std::vector<std::string>& paths, FollowListener& 
 LogFollower::~LogFollower() = default;
 
 // What is there before the first look is one sequence.
-void LogFollower::OpenFirst(Log& log) {
-    std::vector<std::string> paths{log.path};
-    if (log.directory) {
-        paths.clear();
-        std::string directory = log.path;
-        while (directory.ends_with('/')) {
-            directory.pop_back();
-        }
-        for (const std::string& name :
-             ListLogFiles(directory.empty() ? "/" : directory, listener_)) {
-            paths.push_back(PathIn(directory, name));
-        }
-    }
-    auto stream = std::make_unique<Stream>();
-    File* last = nullptr;
+void LogFollower::OpenFirst(FollowedLog& log) {
+    const std::vector<std::string> paths =
+        PathsOf(log, [this](const std::string& path) { return ListLogFiles(path, listener_); });
+    auto stream = std::make_unique<FollowedStream>();
+    FollowedFile* last = nullptr;
     for (const std::string& path : paths) {
         OpenedLogFile opened = OpenLogFile(path, *firstIssues_);
         if (!opened.source) {
@@ -142,11 +103,11 @@ void LogFollower::OpenFirst(Log& log) {
         stream->data.Add(path, opened.source, kLogHeaderBytes);
         last = nullptr;
         if (opened.compression == Compression::kNone) {
-            auto file = std::make_unique<File>();
+            auto file = std::make_unique<FollowedFile>();
             file->raw = opened.file;
             file->source = std::static_pointer_cast<PlainSource>(opened.source);
             file->taken = opened.file->Size();
-            file->grown = Clock::now();
+            file->grown = FollowClock::now();
             last = file.get();
             log.files.push_back(std::move(file));
         }
@@ -182,28 +143,10 @@ std::vector<FilePlace> LogFollower::Files(std::size_t log) const {
     return files;
 }
 
-std::vector<FilePlace> LogFollower::Places(std::size_t log) const {
-    // A file may have been read in several streams, of which the last counts.
-    std::map<const RawFile*, FilePlace> places;
-    for (const FilePlace& place : logs_[log]->places) {
-        places[place.source->Raw().get()] = place;
-    }
-    for (const auto& stream : logs_[log]->streams) {
-        for (FilePlace& place : stream->data.PlacesAt(stream->walker.Position())) {
-            places[place.source->Raw().get()] = place;
-        }
-    }
-    std::vector<FilePlace> sorted;
-    sorted.reserve(places.size());
-    for (auto& [raw, place] : places) {
-        sorted.push_back(std::move(place));
-    }
-    std::ranges::sort(sorted, {}, &FilePlace::path);
-    return sorted;
-}
+std::vector<FilePlace> LogFollower::Places(std::size_t log) const { return logs_[log]->Places(); }
 
 void LogFollower::Look() {
-    const Clock::time_point now = Clock::now();
+    const FollowClock::time_point now = FollowClock::now();
     const bool list = listingChanged_ || now - lastListing_ >= kLookPeriod;
     for (const auto& log : logs_) {
         if (list) {
@@ -214,7 +157,7 @@ void LogFollower::Look() {
             Read(*log, *stream);
         }
         if (list) {
-            LetGo(*log);
+            log->LetGo(now - kPatience);
         }
     }
     if (list) {
@@ -224,20 +167,9 @@ void LogFollower::Look() {
 }
 
 // Which files there are, and which are new.
-void LogFollower::LookForFiles(Log& log) {
-    std::vector<std::string> paths{log.path};
-    if (log.directory) {
-        std::vector<std::string> names = LogFileNames(log.path);
-        paths.clear();
-        std::string directory = log.path;
-        while (directory.ends_with('/')) {
-            directory.pop_back();
-        }
-        for (const std::string& name : names) {
-            paths.push_back(PathIn(directory, name));
-        }
-    }
-    std::map<std::pair<dev_t, ino_t>, File*> files;
+void LogFollower::LookForFiles(FollowedLog& log) {
+    const std::vector<std::string> paths = PathsOf(log, LogFileNames);
+    std::map<std::pair<dev_t, ino_t>, FollowedFile*> files;
     for (const auto& file : log.files) {
         file->listed = false;
         files[{file->raw->Identity().device, file->raw->Identity().inode}] = file.get();
@@ -256,11 +188,11 @@ void LogFollower::LookForFiles(Log& log) {
     }
 }
 
-void LogFollower::AddFile(Log& log, const std::string& path) {
+void LogFollower::AddFile(FollowedLog& log, const std::string& path) {
     try {
-        auto file = std::make_unique<File>();
+        auto file = std::make_unique<FollowedFile>();
         file->raw = std::make_shared<RawFile>(path);
-        file->grown = Clock::now();
+        file->grown = FollowClock::now();
         log.files.push_back(std::move(file));
     } catch (const std::exception& failure) {
         // It may have gone since it was listed.
@@ -270,7 +202,7 @@ void LogFollower::AddFile(Log& log, const std::string& path) {
     }
 }
 
-void LogFollower::LookAtFiles(Log& log) {
+void LogFollower::LookAtFiles(FollowedLog& log) {
     // Streams may come, files not.
     for (const auto& file : log.files) {
         if (!file->foreign) {
@@ -283,12 +215,12 @@ void LogFollower::LookAtFiles(Log& log) {
     }
 }
 
-void LogFollower::LookAtFile(Log& log, File& file) {
+void LogFollower::LookAtFile(FollowedLog& log, FollowedFile& file) {
     const std::uint64_t before = file.raw->Size();
     file.raw->Refresh();
     const std::uint64_t size = file.raw->Size();
     if (size != before) {
-        file.grown = Clock::now();
+        file.grown = FollowClock::now();
     }
     if (!file.source) {
         Begin(log, file);
@@ -296,20 +228,20 @@ void LogFollower::LookAtFile(Log& log, File& file) {
     }
     const std::uint64_t known = file.stream != nullptr ? *file.source->Size() : file.taken;
     if (size < kLogHeaderBytes) {
-        // It will be another file.
-        Restart(log, file, 0);
+        // Until it is a log file once more, it is read no further.
+        log.Restart(file, 0);
     } else if (size < known) {
-        Restart(log, file, size);
+        log.Restart(file, size);
     } else if (size > known) {
-        if (BeganAnew(file)) {
-            Restart(log, file, kLogHeaderBytes);
+        if (file.BeganAnew()) {
+            log.Restart(file, kLogHeaderBytes);
         }
-        Grow(log, file);
+        log.Grow(file);
     }
 }
 
 // Looks whether a file has become a log file, and how it begins.
-void LogFollower::Begin(Log& log, File& file) {
+void LogFollower::Begin(FollowedLog& log, FollowedFile& file) {
     if (file.foreign || file.raw->Size() < kLogHeaderBytes) {
         return;
     }
@@ -329,172 +261,32 @@ void LogFollower::Begin(Log& log, File& file) {
         return;
     }
     const auto source = std::make_shared<PlainSource>(file.raw);
-    Stream* goesOn = nullptr;
-    if (!HowItBegins(log, file, source, goesOn)) {
+    const std::optional<FollowedStream*> goesOn = StreamToGoOnWith(log, file, source);
+    if (!goesOn) {
         return;
     }
     file.source = source;
     file.taken = file.raw->Size();
-    if (goesOn == nullptr) {
-        auto stream = std::make_unique<Stream>();
-        goesOn = stream.get();
-        log.streams.push_back(std::move(stream));
+    if (*goesOn == nullptr) {
+        log.AddStream(file, kLogHeaderBytes);
+        return;
     }
     for (const auto& other : log.files) {
-        if (other->stream == goesOn) {
+        if (other->stream == *goesOn) {
             other->stream = nullptr;
         }
     }
-    goesOn->data.Add(file.raw->Path(), source, kLogHeaderBytes);
-    goesOn->rests = false;
-    file.stream = goesOn;
-}
-
-// Whether it can be told how a new file begins: with a block, or with the rest of one that another
-// file broke off, whose stream goesOn is set to.
-//
-// Bytes with the flags and the length of a header are hardly anything else. But the last bytes of a
-// message, up to the flags of a header, may read together with the header behind them as one that
-// has an id; and where only the end of a message is missing, any bytes fill the gap. So a decision
-// waits while the files before, or more bytes, may still tell; what nobody writes to any more is
-// taken for what it looks like.
-bool LogFollower::HowItBegins(Log& log, const File& file,
-                              const std::shared_ptr<PlainSource>& source, Stream*& goesOn) {
-    LogData alone;
-    alone.Add(file.raw->Path(), source, kLogHeaderBytes);
-    const std::uint64_t bytes = alone.Size();
-    const auto rested = Clock::now() - file.grown;
-    const auto [broken, undecided] = PredecessorOf(log, file);
-    if (bytes == 0 || (undecided && rested < kUndecidedPatience)) {
-        return false;
-    }
-    const std::optional<std::uint64_t> rest =
-        broken == nullptr ? std::nullopt : RestIn(*broken, file.raw->Path(), source);
-    const bool shifted = rest && *rest < kTellingHeaderBytes && *rest < bytes;
-    switch (BlockBeginsAt(alone, 0)) {
-        case HeaderShape::kWhole:
-            goesOn = shifted ? broken : nullptr;
-            return true;
-        case HeaderShape::kCut:
-            goesOn = shifted || bytes < kTellingHeaderBytes ? broken : nullptr;
-            return shifted || rested >= kRestPatience;
-        case HeaderShape::kNone:
-            break;
-    }
-    goesOn = broken;
-    return broken != nullptr || rested >= kRestPatience;
-}
-
-// How many bytes at the beginning of a file complete the block that a stream ends with, if what
-// stands behind them may be a header.
-std::optional<std::uint64_t> LogFollower::RestIn(const Stream& broken, const std::string& path,
-                                                 const std::shared_ptr<PlainSource>& source) {
-    LogData joined;
-    for (const LogData::Piece& piece : broken.data.Pieces()) {
-        joined.Add(piece.path, piece.source, piece.from);
-    }
-    const std::uint64_t before = joined.Size();
-    joined.Add(path, source, kLogHeaderBytes);
-    const auto end = WholeBlockEnd(joined, broken.walker.Position());
-    return end && *end >= before && HeaderStandsAt(joined, *end, LogEnd::kFollowed)
-               ? std::optional(*end - before)
-               : std::nullopt;
-}
-
-// The file that was found before it, or else the one whose name comes before its own.
-LogFollower::Predecessor LogFollower::PredecessorOf(Log& log, const File& file) {
-    Predecessor predecessor;
-    const File* byName = nullptr;
-    bool before = true;
-    for (const auto& other : log.files) {
-        const std::string& path = other->raw->Path();
-        if (other.get() == &file) {
-            before = false;
-        } else if (other->stream != nullptr) {
-            const Stream& stream = *other->stream;
-            const bool broken = stream.unfinished && !stream.walker.IsLost();
-            if (before) {
-                predecessor = {broken ? other->stream : nullptr, false};
-            }
-            if (broken && path < file.raw->Path() &&
-                (byName == nullptr || byName->raw->Path() < path)) {
-                byName = other.get();
-            }
-        } else if (!other->source && !other->foreign && (before || path < file.raw->Path())) {
-            // One that stays empty is none that anything goes on from.
-            predecessor.undecided = predecessor.undecided || other->raw->Size() > kLogHeaderBytes ||
-                                    Clock::now() - other->grown < kRestPatience;
-        }
-    }
-    if (predecessor.brokenOff == nullptr && byName != nullptr) {
-        predecessor.brokenOff = byName->stream;
-    }
-    return predecessor;
-}
-
-// Whether bytes that were read are others now: the file was emptied and has grown again.
-bool LogFollower::BeganAnew(File& file) {
-    std::array<char, kMarkBytes> now{};
-    const std::size_t count = file.raw->TryReadAt(file.markEnd - file.markBytes, now.data(),
-                                                  file.markBytes, file.markBytes);
-    return count != file.markBytes ||
-           !std::equal(now.begin(), now.begin() + static_cast<std::ptrdiff_t>(count),
-                       file.mark.begin());
-}
-
-// Reads a file from another place on; 0: when it has become a log file once more.
-void LogFollower::Restart(Log& log, File& file, std::uint64_t from) {
-    std::uint64_t shown = 0;
-    if (file.stream != nullptr) {
-        const LogData& data = file.stream->data;
-        const LogPlace place = data.PlaceOf(file.stream->walker.Position());
-        const bool within =
-            data.PieceOf(file.stream->walker.Position()) + 1 == data.Pieces().size();
-        shown = within ? place.offset : kLogHeaderBytes;
-        // What it still held back is gone.
-        file.stream->rests = true;
-        file.stream->unfinished = false;
-    }
-    file.markBytes = 0;
-    file.markEnd = 0;
-    if (from == 0) {
-        file.source.reset();
-        file.stream = nullptr;
-        return;
-    }
-    // The end of a block that was not yet whole is written anew.
-    const std::uint64_t begin = file.stream != nullptr ? std::min(from, shown) : from;
-    file.source = std::make_shared<PlainSource>(file.raw);
-    file.taken = file.raw->Size();
-    file.source->SetSize(file.taken);
-    auto stream = std::make_unique<Stream>();
-    stream->data.Add(file.raw->Path(), file.source, begin);
-    file.stream = stream.get();
-    log.streams.push_back(std::move(stream));
-}
-
-// There is more of a file.
-void LogFollower::Grow(Log& log, File& file) {
-    const std::uint64_t size = file.raw->Size();
-    if (file.stream == nullptr) {
-        // Others have come behind it: what it gets now is for itself.
-        file.source = std::make_shared<PlainSource>(file.raw);
-        auto stream = std::make_unique<Stream>();
-        stream->data.Add(file.raw->Path(), file.source, file.taken);
-        file.stream = stream.get();
-        log.streams.push_back(std::move(stream));
-    }
-    file.source->SetSize(size);
-    file.taken = size;
+    file.stream = *goesOn;
+    file.stream->data.Add(file.raw->Path(), source, kLogHeaderBytes);
     file.stream->rests = false;
 }
 
 // Hands out the whole blocks of a stream.
-void LogFollower::Read(Log& log, Stream& stream) {
+void LogFollower::Read(FollowedLog& log, FollowedStream& stream) {
     if (stream.rests) {
         return;
     }
-    const Clock::time_point now = Clock::now();
+    const FollowClock::time_point now = FollowClock::now();
     if (stream.unfinished && stream.walker.IsLost() && now - stream.tried < kLookPeriod / 2) {
         return;
     }
@@ -502,17 +294,17 @@ void LogFollower::Read(Log& log, Stream& stream) {
         ReadBlocks(log, stream);
     } catch (const std::exception&) {
         // Amid a truncation, which the next look will see.
-        if (!HasShrunk(stream)) {
+        if (!stream.HasShrunk()) {
             throw;
         }
         return;
     }
     stream.rests = !stream.walker.IsLost();
     stream.data.ReleaseWindow();
-    NoteMark(log, stream);
+    log.NoteMark(stream);
 }
 
-void LogFollower::ReadBlocks(Log& log, Stream& stream) {
+void LogFollower::ReadBlocks(const FollowedLog& log, FollowedStream& stream) {
     while (true) {
         switch (stream.walker.Next()) {
             case BlockWalker::Step::kBlock:
@@ -526,57 +318,10 @@ void LogFollower::ReadBlocks(Log& log, Stream& stream) {
                 return;
             case BlockWalker::Step::kUnfinished:
                 stream.unfinished = true;
-                stream.tried = Clock::now();
+                stream.tried = FollowClock::now();
                 return;
         }
     }
-}
-
-bool LogFollower::HasShrunk(const Stream& stream) {
-    return std::ranges::any_of(stream.data.Pieces(), [](const LogData::Piece& piece) {
-        return piece.source->HasShrunk();
-    });
-}
-
-// Remembers the last bytes of what has been read of a file.
-void LogFollower::NoteMark(Log& log, const Stream& stream) {
-    const std::uint64_t position = stream.walker.Position();
-    for (const auto& file : log.files) {
-        if (file->stream != &stream) {
-            continue;
-        }
-        const LogData::Piece& piece = stream.data.Pieces().back();
-        const bool within = stream.data.PieceOf(position) + 1 == stream.data.Pieces().size();
-        const std::uint64_t end = within ? position - piece.begin + piece.from : 0;
-        const std::uint64_t count = std::min<std::uint64_t>(end, kMarkBytes);
-        file->markBytes =
-            file->raw->TryReadAt(end - count, file->mark.data(), static_cast<std::size_t>(count),
-                                 static_cast<std::size_t>(count));
-        file->markEnd = end - count + file->markBytes;
-    }
-}
-
-// Files that are no longer the log's, and have come to rest.
-void LogFollower::LetGo(Log& log) {
-    const Clock::time_point now = Clock::now();
-    std::erase_if(log.files,
-                  [&](const auto& file) { return !file->listed && now - file->grown > kPatience; });
-    const auto isFollowed = [&](const auto& raw) {
-        return std::ranges::any_of(log.files, [&](const auto& file) { return file->raw == raw; });
-    };
-    // Streams that nothing will come to.
-    std::erase_if(log.streams, [&](const auto& stream) {
-        const bool ended = std::ranges::none_of(
-            log.files, [&](const auto& file) { return file->stream == stream.get(); });
-        if (ended) {
-            std::ranges::move(stream->data.PlacesAt(stream->walker.Position()),
-                              std::back_inserter(log.places));
-        }
-        return ended;
-    });
-    std::erase_if(log.places, [&](const FilePlace& place) {
-        return !place.source->IsStream() && !isFollowed(place.source->Raw());
-    });
 }
 
 LogFollower::Event LogFollower::Wait(int stop, int output) {

@@ -6,17 +6,18 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "LogReading/BlockWalker.h"
-#include "LogReading/ByteSource.h"
 #include "LogReading/InputIssue.h"
 #include "LogReading/LogData.h"
 #include "Support/FileDescriptor.h"
+
+struct FollowedFile;
+struct FollowedLog;
+struct FollowedStream;
 
 // Takes what a follower finds; log: the number of the log in the follower's list. The data tells
 // where a position of the block lies.
@@ -66,44 +67,23 @@ class LogFollower {
     [[nodiscard]] std::vector<FilePlace> Places(std::size_t log) const;
 
   private:
-    struct File;
-    struct Stream;
-    struct Log;
-    // What a new file may go on with.
-    struct Predecessor {
-        Stream* brokenOff = nullptr;  // that of the file before it, if that ends within a block
-        bool undecided = false;       // there is a file between the two that may go on as well
-    };
-    using Clock = std::chrono::steady_clock;
-
-    void OpenFirst(Log& log);
-    void LookForFiles(Log& log);
-    void AddFile(Log& log, const std::string& path);
-    void LookAtFiles(Log& log);
-    void LookAtFile(Log& log, File& file);
-    void Begin(Log& log, File& file);
-    static bool HowItBegins(Log& log, const File& file, const std::shared_ptr<PlainSource>& source,
-                            Stream*& goesOn);
-    static std::optional<std::uint64_t> RestIn(const Stream& broken, const std::string& path,
-                                               const std::shared_ptr<PlainSource>& source);
-    void Restart(Log& log, File& file, std::uint64_t from);
-    void Grow(Log& log, File& file);
-    bool BeganAnew(File& file);
-    void Read(Log& log, Stream& stream);
-    void ReadBlocks(Log& log, Stream& stream);
-    void LetGo(Log& log);
-    static bool HasShrunk(const Stream& stream);
-    static void NoteMark(Log& log, const Stream& stream);
-    static Predecessor PredecessorOf(Log& log, const File& file);
+    void OpenFirst(FollowedLog& log);
+    void LookForFiles(FollowedLog& log);
+    void AddFile(FollowedLog& log, const std::string& path);
+    void LookAtFiles(FollowedLog& log);
+    void LookAtFile(FollowedLog& log, FollowedFile& file);
+    void Begin(FollowedLog& log, FollowedFile& file);
+    void Read(FollowedLog& log, FollowedStream& stream);
+    void ReadBlocks(const FollowedLog& log, FollowedStream& stream);
 
     // Passes on what is not a matter of time: files that are being written are often too short.
     class FirstIssues;
 
     FollowListener& listener_;
     std::unique_ptr<FirstIssues> firstIssues_;
-    std::vector<std::unique_ptr<Log>> logs_;
+    std::vector<std::unique_ptr<FollowedLog>> logs_;
     FileDescriptor watches_;
-    Clock::time_point lastListing_;
+    std::chrono::steady_clock::time_point lastListing_;
     bool listingChanged_ = true;
 };
 
