@@ -39,7 +39,7 @@ void ReadPackets(const PlacedBytes& bytes, Listener& listener) {
     TracePacketReader packets(bytes.Data(), SizeOf(bytes));
     TracePacket packet;
     while (packets.Next(packet)) {
-        TellMeaning(packet, listener);
+        DispatchPacket(packet, listener);
     }
     if (packets.FoundDamage() != Damage::kNone) {
         RaiseDamage(packets.FoundDamage());

@@ -22,7 +22,7 @@ enum class LogEnd : std::uint8_t {
 // A packet that is as long as a block or record header is.
 enum class HeaderShape : std::uint8_t {
     kNone,   // the bytes are something else
-    kCut,    // they end before it could be told
+    kCut,    // they end before that is clear
     kWhole,  // it is there, its payload too
 };
 
@@ -75,7 +75,7 @@ class StepBudget {
 // Whether a block header stands at a position, or, for a log that goes on, begins there at the end.
 [[nodiscard]] bool HeaderStandsAt(LogData& data, std::uint64_t position, LogEnd end);
 
-// Whether a block begins at a position, as far as its header and that of its first record can tell,
+// Whether a block begins at a position, as far as its header and that of its first record show,
 // wherever it may end.
 [[nodiscard]] HeaderShape BlockBeginsAt(LogData& data, std::uint64_t position);
 

@@ -48,7 +48,7 @@ BlockWalker::Step BlockWalker::Walk(bool withData) {
         case HeaderShape::kCut:
             return WalkCutHeader();
         case HeaderShape::kNone:
-            // Too short to be told from one that is cut, but for a log of which more comes.
+            // Too short to distinguish it from one that is cut, unless more of the log may come.
             if (end_ != LogEnd::kFollowed &&
                 bytes.size() < PacketHeadBytes(static_cast<std::uint8_t>(bytes.front()))) {
                 return WalkCutHeader();
@@ -105,7 +105,7 @@ BlockWalker::Step BlockWalker::HandOut(const BlockHeaderBytes& header, std::uint
     return Step::kBlock;
 }
 
-// Of a block that the data has all of. What is at hand is asked first: the next file may not be
+// Of a block that the data has all of. What is in memory is checked first: the next file may not be
 // readable, a pipe not have gone on yet.
 bool BlockWalker::LengthHolds(const BlockHeaderBytes& header) {
     const std::uint64_t begin = position_ + header.Bytes();

@@ -34,8 +34,8 @@ struct FoundBlock {
     std::uint32_t dataBytes = 0;
     std::uint32_t processId = 0;
     std::array<char, kHostNameBytes> hostBytes{};
-    // dataBytes, with kReadSlack bytes that can be read behind them, until the walker or
-    // the data is asked for anything else. nullptr when the block was hopped over.
+    // dataBytes, with kReadSlack bytes that can be read behind them, until the next call of the
+    // walker or the data. nullptr after Hop().
     const char* data = nullptr;
 
     // Up to the first NUL.
@@ -47,10 +47,10 @@ struct FoundBlock {
 };
 
 // A header that the block before leads to is believed when the data has all of its block. When its
-// length leads nowhere and its records do not fill it either, a block that is found within it is
-// gone on with, and it is handed out up to there. Cost: that of reading, however damaged or hostile
-// the data is. The data outlives the walker. Throws what LogData throws; the walk may be tried
-// again. One thread.
+// length leads nowhere and its records do not fill it either, the walk goes on with the next block
+// found within it, and hands the first one out up to there. Cost: that of reading, however damaged
+// or hostile the data is. The data outlives the walker. Throws what LogData throws; the walk may be
+// tried again. One thread.
 class BlockWalker {
   public:
     enum class Step : std::uint8_t {
@@ -81,7 +81,7 @@ class BlockWalker {
     void SetEnd(LogEnd end) noexcept { end_ = end; }
 
   private:
-    // Keeps all that can be read again while a block is looked for behind damage.
+    // Holds the data while a block is searched for behind damage.
     class Holding;
 
     Step Walk(bool withData);

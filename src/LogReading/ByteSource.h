@@ -25,7 +25,7 @@ class ByteSource : public std::enable_shared_from_this<ByteSource> {
 
     // Reads at least atLeast bytes from an offset on, and no more than atMost: fewer only at the
     // end. With `keep` all that is read for the first time can be read again; else a source that
-    // cannot go back forgets it.
+    // cannot seek discards it.
     virtual std::size_t ReadAt(std::uint64_t offset, char* buffer, std::size_t atLeast,
                                std::size_t atMost, bool keep) = 0;
 
@@ -51,8 +51,8 @@ class ByteSource : public std::enable_shared_from_this<ByteSource> {
     // The file that it reads; nullptr for a pipe.
     [[nodiscard]] const std::shared_ptr<RawFile>& Raw() const noexcept { return file_; }
 
-    // The process cannot spare a descriptor for it while something else is read: Park closes it,
-    // until the next reading.
+    // The process is short of descriptors: Park closes the file from now on, until the next
+    // reading.
     void MayPark() noexcept {
         mayPark_ = true;
         Park();
@@ -72,7 +72,7 @@ class ByteSource : public std::enable_shared_from_this<ByteSource> {
 };
 
 // An uncompressed file that can be read anywhere. Its size is what it was when it was opened, until
-// it is told another one.
+// SetSize.
 class PlainSource final : public ByteSource {
   public:
     explicit PlainSource(std::shared_ptr<RawFile> file) noexcept
@@ -99,7 +99,7 @@ class PlainSource final : public ByteSource {
 };
 
 // A compressed file, or a pipe, which can only be read on. What is kept lies in a temporary file,
-// which is emptied once all of it was read and nobody wants it kept.
+// which is emptied once all of it was read and `keep` is no longer set.
 class StreamSource final : public ByteSource {
   public:
     using Open = std::function<std::unique_ptr<StreamDecoder>()>;
@@ -118,7 +118,7 @@ class StreamSource final : public ByteSource {
     bool Reaches(std::uint64_t end) override;
     void Keep(std::uint64_t offset, const char* bytes, std::size_t count) override;
     [[nodiscard]] bool IsStream() const noexcept override { return true; }
-    // Of a file only. Damage has been said, or will be, by this one.
+    // Of a file only. Damage is reported by this one alone.
     std::shared_ptr<ByteSource> Afresh() override {
         return std::make_shared<StreamSource>(Raw(), open_, [](DecoderEnd /*end*/) {});
     }

@@ -29,7 +29,7 @@ struct FollowedStream {
     FollowClock::time_point tried;  // when a block was searched for in vain
 };
 
-// Known by what the system knows it by, not by its name.
+// Identified by device and inode, not by its name.
 struct FollowedFile {
     static constexpr std::size_t kMarkBytes = 64;
 
@@ -60,8 +60,8 @@ struct FollowedLog {
     void Grow(FollowedFile& file);
     // Remembers the last bytes that a stream has read of its last file.
     void NoteMark(const FollowedStream& stream);
-    // Forgets files that are no longer the log's and have not grown since, and what nothing will
-    // come to any more.
+    // Forgets files that no longer belong to the log and have not grown since, and streams that
+    // nothing will be added to.
     void LetGo(FollowClock::time_point grownBefore);
     // How far each file has been read, in the order of their names.
     [[nodiscard]] std::vector<FilePlace> Places() const;

@@ -192,7 +192,7 @@ bool LogCursor::Find(std::vector<FilePlace>& files) const {
     });
     match(
         [](const FilePlace& file, const Entry& entry) { return NameOf(file.path) == entry.name; });
-    // Neither the file nor its name: only what was read tells.
+    // Neither the file nor its name is the same: only the bytes that were read can identify it.
     match([](const FilePlace& /*file*/, const Entry& entry) {
         return entry.offset > kLogHeaderBytes;
     });

@@ -19,8 +19,8 @@ class NoCursorFile : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// Knows each file of the log by what the system knows it by, by its name, and by the bytes that
-// were read last; so it finds a file that was renamed, rotated or compressed since. One thread.
+// Identifies each file of the log by device and inode, by its name, and by the bytes that were read
+// last; so it finds a file that was renamed, rotated or compressed since. One thread.
 class LogCursor {
   public:
     // Before anything has been read.
@@ -30,8 +30,9 @@ class LogCursor {
     // "Failed to open file for read" or "Failed to read from file".
     [[nodiscard]] static std::optional<LogCursor> Load(const std::string& path);
 
-    // That of who has come to these places. before: what was made of the same files before, so that
-    // those that have not moved are not read again. Throws what reading the files throws.
+    // The cursor of a reader that is at these places. before: an earlier cursor of the same files,
+    // so that those that were not read since are not opened again. Throws what reading the files
+    // throws.
     [[nodiscard]] static LogCursor At(const std::vector<FilePlace>& places,
                                       const LogCursor& before);
 

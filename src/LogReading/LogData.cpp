@@ -103,8 +103,8 @@ std::size_t LogData::ReadAt(std::uint64_t position, char* buffer, std::size_t at
 }
 
 // Makes the window begin at a position and hold at least count bytes, if there are so many. Reads
-// ahead within a file but never into the next one before its bytes are asked for: a file that
-// cannot be read fails only after everything before it has been delivered.
+// ahead within a file but never into the next one before its bytes are needed: a file that cannot
+// be read fails only after everything before it has been delivered.
 bool LogData::Fill(std::uint64_t position, std::size_t count) {
     if (!window_) {
         window_.reset(new char[kWindowBytes + kReadSlack]);
@@ -133,7 +133,7 @@ const char* LogData::ViewOutside(std::uint64_t position, std::uint64_t count) {
     return Fill(position, static_cast<std::size_t>(count)) ? window_.get() : nullptr;
 }
 
-// Nothing is asked of memory before it is sure that the data has so many bytes.
+// Memory is allocated only once it is certain that the data has so many bytes.
 const char* LogData::ViewLarge(std::uint64_t position, std::uint64_t count) {
     if (!Reaches(position + count)) {
         return nullptr;

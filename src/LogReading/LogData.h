@@ -29,13 +29,13 @@ struct FilePlace {
 
 // Positions count from 0 over all pieces. Memory: one window, larger views while they are in use,
 // and a small object for each piece. What cannot be read twice is kept in an unlinked temporary
-// file while somebody may come back to it (Hold). All reading throws CheckOSCall "Failed to read
-// from file" and what reopening or the temporary file throws. One thread.
+// file while it may be read again (Hold). All reading throws CheckOSCall "Failed to read from file"
+// and what reopening or the temporary file throws. One thread.
 class LogData {
   public:
     // A block of 256 KiB, its header and the next one's fit.
     static constexpr std::size_t kWindowBytes = std::size_t{320} * 1024;
-    // As many as Peek gives at most.
+    // The most that Peek gives.
     static constexpr std::size_t kPeekBytes = 64;
 
     // A run of bytes of one file, from an offset (as uncompressed) to the source's end.
@@ -105,8 +105,8 @@ class LogData {
     // How many bytes there are; reads all of what is compressed or a pipe.
     std::uint64_t Size();
 
-    // From now on all bytes from a position on, which nobody has passed, can be read again and
-    // again, until Release. Holds nest: the first position counts until the last Release.
+    // From now on all bytes from a position on, which no reader has passed, can be read repeatedly,
+    // until Release. Holds nest: the first position counts until the last Release.
     void Hold(std::uint64_t position);
     void Release() noexcept { --holds_; }
 
@@ -114,10 +114,10 @@ class LogData {
     [[nodiscard]] LogPlace PlaceOf(std::uint64_t position) const;
     [[nodiscard]] std::size_t PieceOf(std::uint64_t position) const noexcept;
 
-    // Gives the window's memory back until the next View: for a log that rests.
+    // Frees the window until the next View: for a log that does not grow at present.
     void ReleaseWindow() noexcept;
 
-    // How far each piece has been read by who has come to a position.
+    // How far each piece has been read by a reader that is at a position.
     [[nodiscard]] std::vector<FilePlace> PlacesAt(std::uint64_t position) const;
 
   private:

@@ -15,7 +15,7 @@
 inline constexpr const char* kLogPrefix = "zynlog-";
 inline constexpr const char* kLogPart = "txt";
 inline constexpr std::string_view kLogExtension = ".txt";
-// The format that asks the stream for files with the header only.
+// The format for which the stream takes files with the header only.
 inline constexpr const char* kLogFormat = "binary";
 
 inline constexpr unsigned int kLogHeaderBytes = 256;

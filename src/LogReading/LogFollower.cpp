@@ -77,7 +77,7 @@ LogFollower::LogFollower(const std::vector<std::string>& paths, FollowListener& 
         log->path = path;
         log->directory = S_ISDIR(status.st_mode);
         const std::string watched = log->directory ? path : DirectoryOf(path);
-        // Without a watch the look every now and then must do, as on file systems that do not tell.
+        // Without a watch the periodic look has to do, as on file systems without notification.
         if (watches_.IsOpen()) {
             inotify_add_watch(watches_.Get(), watched.c_str(),
                               kListingEvents | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB);

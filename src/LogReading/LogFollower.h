@@ -19,29 +19,30 @@ struct FollowedFile;
 struct FollowedLog;
 struct FollowedStream;
 
-// Takes what a follower finds; log: the number of the log in the follower's list. The data tells
-// where a position of the block lies.
+// Takes what a follower finds; log: the number of the log in the follower's list. The data gives
+// the file and offset of a position.
 class FollowListener : public InputListener {
   public:
     virtual void OnBlock(std::size_t log, const FoundBlock& block, LogData& data) = 0;
     virtual void OnDamagedPlace(std::size_t log, const DamagedPlace& place, LogData& data) = 0;
 };
 
-// What is there at first is read as one sequence, as by everybody else. From then on each file is
-// one of its own, and new names are new files wherever they sort; only a file that does not begin
-// with a block header goes on with the block that another one broke off. A file is known by what
-// the system knows it by: a new name for it changes nothing, and it is held open and read to its
-// end when it is deleted. One that was truncated is read on from there; one that begins anew is
-// read anew. Compressed files are read when they are there at first, and never later: they are
-// what was read before. Memory: that of a LogData for each file that is being written, and some 300
-// bytes for each other one.
+// The files that exist at first are read as one sequence, as every reader does. From then on each
+// file is read by itself, and a new name is a new file wherever it sorts; only a file that does not
+// begin with a block header goes on with the block that another one broke off. A file is identified
+// by device and inode: renaming it changes nothing, and it is held open and read to its end when it
+// is deleted. One that was truncated is read on from there; one that begins anew is read anew.
+// Compressed files are read when they are there at first, and never later: they are what was read
+// before. Memory: that of a LogData for each file that is being written, and some 300 bytes for
+// each other one.
 //
 // The listener outlives it. Throws what OpenLog, LogData and the listener throw, and CheckOSCall
 // of the system's refusals.
 class LogFollower {
   public:
     static constexpr std::chrono::milliseconds kLookPeriod{200};
-    // How long a file that was deleted, or renamed out of the log, may rest before it is let go.
+    // How long a file that was deleted, or renamed out of the log, may stay unchanged before it is
+    // closed.
     static constexpr std::chrono::milliseconds kPatience{2000};
 
     // paths: log directories, which may be empty, and log files.
@@ -59,8 +60,8 @@ class LogFollower {
     void Look();
 
     enum class Event : std::uint8_t { kLook, kStop, kOutputClosed };
-    // Waits until there may be something new, kLookPeriod at most. stop: readable when it is time
-    // to end, or -1; output: whose reader may go away, or -1.
+    // Waits until there may be something new, kLookPeriod at most. stop: a descriptor that becomes
+    // readable when it is time to end, or -1; output: a pipe whose reader may close it, or -1.
     Event Wait(int stop, int output);
 
     // How far each file of a log has been read, in the order of their names.
@@ -76,7 +77,7 @@ class LogFollower {
     void Read(FollowedLog& log, FollowedStream& stream);
     void ReadBlocks(const FollowedLog& log, FollowedStream& stream);
 
-    // Passes on what is not a matter of time: files that are being written are often too short.
+    // Drops issues that time may settle: files that are being written are often too short.
     class FirstIssues;
 
     FollowListener& listener_;

@@ -213,7 +213,7 @@ std::optional<bool> BeginsWithBlock(const std::string& path) {
     return ReadBlockHeader(std::span(bytes).first(count)).shape == HeaderShape::kWhole;
 }
 
-// How many files at the head of the list nobody needs who asks for records since a time.
+// How many files at the head of the list have no records since a time.
 std::size_t CountOld(const std::string& directory, const std::vector<std::string>& names,
                      std::int64_t since) {
     const auto isOld = [&](const std::string& name) {

@@ -16,7 +16,7 @@ inline constexpr std::int64_t kSinceMarginSeconds = 60;
 struct LogInputOptions {
     // Seconds since 1970: files at the head of a directory's list that were last changed more than
     // kSinceMarginSeconds before are left out, as far as a file behind them begins with a block
-    // header. Nothing is said of them.
+    // header. They are not reported.
     std::optional<std::int64_t> since{};
     // Everything will be read twice, in any order: what can be read only once goes through a
     // temporary file.
@@ -36,7 +36,7 @@ struct LogInputOptions {
 
 // One regular file of a log.
 struct OpenedLogFile {
-    std::shared_ptr<ByteSource> source;  // nullptr: left out, and said
+    std::shared_ptr<ByteSource> source;  // nullptr: left out, and reported
     std::shared_ptr<RawFile> file;       // that the source reads
     Compression compression = Compression::kNone;
     std::uint64_t dataBegin = 0;  // in the file, as uncompressed

@@ -20,7 +20,7 @@
 #include "TraceData/OrderedRecords.h"
 #include "TraceData/RecordDecoder.h"
 
-// Hears of what is passed over; log: the number of the log in the merger's list.
+// Receives reports of what is skipped; log: the number of the log in the merger's list.
 class MergeListener {
   public:
     MergeListener() = default;
@@ -36,9 +36,9 @@ class MergeListener {
 
 struct MergedRecord {
     std::size_t log = 0;
-    // Its block, whose data is not at hand.
+    // Its block; `data` is not set.
     const FoundBlock* block = nullptr;
-    // Its bytes, kReadSlack readable ones behind them, valid until the next one is asked for.
+    // Its bytes, kReadSlack readable ones behind them, valid until the next call.
     PlacedRecord record;
     // In milliseconds since 1970: its own, else that of the record before it in its block.
     std::optional<std::uint64_t> time;

@@ -142,7 +142,7 @@ class ZstdDecoder final : public StreamDecoder {
             const std::size_t result = ZSTD_decompressStream(context_.get(), &out, &in);
             input_.Use(in.pos);
             betweenFrames_ = result == 0;
-            // Its buffers are made when a frame tells their size.
+            // Its buffers are allocated when a frame gives their size.
             ZYN_CHECK_MEMORY_ALLOCATION(ZSTD_getErrorCode(result) != ZSTD_error_memory_allocation,
                                         "Can not create decoder");
             if (ZSTD_isError(result) != 0) {

@@ -126,13 +126,13 @@ class MultiFileInputStream {
     [[nodiscard]] const std::vector<FileIdentity>& Identities() const noexcept {
         return identities_;
     }
-    // The files in reading order, as they were listed. To be asked before anything is read: used-up
-    // files are let go.
+    // The files in reading order, as they were listed. To be called before anything is read: files
+    // that were read to their end are closed.
     [[nodiscard]] std::vector<LogFileExtent> Extents() const;
 
   private:
     void LogFiles() const;
-    // Before memory is asked for or a byte is read, so that a damaged length costs nothing.
+    // Before memory is allocated or a byte is read, so that a damaged length costs nothing.
     void CheckAvailable(std::uint32_t count) const {
         ZYN_CHECK_LOGIC(count <= Remaining(), "No more files available for read");
     }
@@ -147,7 +147,7 @@ class MultiFileInputStream {
     std::size_t front_ = 0;
     std::uint64_t totalBytes_ = 0;
     std::uint64_t bytesRead_ = 0;
-    // Read from the files and not yet asked for: [begin_, end_) of buffer_.
+    // Read from the files and not yet handed out: [begin_, end_) of buffer_.
     std::unique_ptr<char[]> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
@@ -172,7 +172,7 @@ MultiFileInputStream<Support, HeaderSize>::FileToBeRead::FileToBeRead(std::strin
     }
 }
 
-// Of what somebody gave a log's name: a device, say, or a pipe, which has none.
+// For whatever has a log's name: a device, say, or a pipe, which has no size.
 template <FileOutputSupport Support, unsigned int HeaderSize>
 std::uint64_t MultiFileInputStream<Support, HeaderSize>::FileToBeRead::SizeBySeeking() const {
     errno = 0;
@@ -294,7 +294,8 @@ auto MultiFileInputStream<Support, HeaderSize>::Extents() const -> std::vector<L
     return extents;
 }
 
-// The file that has the next unread bytes; used-up ones before it are let go. There are such bytes.
+// The file that has the next unread bytes; those before it, which were read to their end, are
+// closed. There are such bytes.
 template <FileOutputSupport Support, unsigned int HeaderSize>
 auto MultiFileInputStream<Support, HeaderSize>::Front() -> FileToBeRead& {
     while (files_[front_]->Remaining() == 0) {
@@ -305,7 +306,7 @@ auto MultiFileInputStream<Support, HeaderSize>::Front() -> FileToBeRead& {
 }
 
 // Makes at least count bytes, count <= kBufferBytes, available in the buffer. Reads ahead within a
-// file but never into the next one before its bytes are asked for: a file that cannot be read fails
+// file but never into the next one before its bytes are needed: a file that cannot be read fails
 // only after everything before it has been delivered.
 template <FileOutputSupport Support, unsigned int HeaderSize>
 void MultiFileInputStream<Support, HeaderSize>::Fill(std::size_t count) {

@@ -10,7 +10,7 @@ template <typename Step>
 void DropFailure(Step&& step) noexcept {
     try {
         std::forward<Step>(step)();
-    } catch (...) {  // NOLINT(bugprone-empty-catch): that is what the caller asked for
+    } catch (...) {  // NOLINT(bugprone-empty-catch): the caller wants it so
     }
 }
 

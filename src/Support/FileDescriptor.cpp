@@ -42,12 +42,12 @@ FileDescriptor OpenForReading(const std::string& path) {
         if (file.IsOpen() || !FailedForALease(path)) {
             return file;
         }
-        SleepMilliseconds(kAskAgainMs);
+        SleepMilliseconds(kRetryMs);
     }
 }
 
-// The system asks the holder of a lease to give it up, and says EWOULDBLOCK meanwhile. So do
-// devices, for reasons of their own.
+// The system notifies the holder of a lease and fails the open with EWOULDBLOCK meanwhile. Devices
+// fail with it too, for other reasons.
 bool FailedForALease(const std::string& path) noexcept {
     const int error = errno;
     struct stat status {};

@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-// A file as the system knows it, whatever it is called.
+// Identifies a file whatever its name.
 struct FileIdentity {
     dev_t device = 0;
     ino_t inode = 0;

@@ -20,9 +20,9 @@ class CFileSystem {
                              const std::string& part, std::vector<std::string>& names);
 };
 
-// The entries of a directory that FindAllFiles finds, in the bytewise order of their names, for a
-// caller that asks again and again: the directory is read anew only when its time of change has
-// moved. One thread.
+// The entries of a directory that FindAllFiles finds, in the bytewise order of their names, for
+// callers that list them often: the directory is read anew only when its time of change has moved.
+// One thread.
 class DirectoryListing {
   public:
     DirectoryListing(std::string directory, std::string prefix, std::string part);
@@ -36,9 +36,10 @@ class DirectoryListing {
     // How often the directory has been read: while it stands, so do the names.
     [[nodiscard]] std::uint64_t Readings() const noexcept { return readings_; }
 
-    // For a caller that makes files in the directory whose names are not asked for: whether its
-    // time of change is still the known one, to be asked just before; and to take the new time for
-    // the known one, just after. What others do between the two stays unseen until the next change.
+    // For a caller that makes files in the directory whose names do not matter: IsCurrent, called
+    // just before, says whether the time of change is still the known one; TakeOwnChange, called
+    // just after, takes the new time for the known one. What others do between the two stays unseen
+    // until the next change.
     [[nodiscard]] bool IsCurrent() const;
     void TakeOwnChange() { static_cast<void>(HasChanged()); }
 

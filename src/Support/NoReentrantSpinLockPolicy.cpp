@@ -95,13 +95,13 @@ InterProcessLock::~InterProcessLock() {
 }
 
 void InterProcessLock::Lock() {
-    for (unsigned int asked = 0; asked < kMostAsksAgain; ++asked) {
+    for (unsigned int attempt = 0; attempt < kMaxRetries; ++attempt) {
         const bool locked = RecordLock(fd_.Get(), F_SETLK, F_WRLCK) != -1;
         ZYN_CHECK_OS_CALL(locked || errno == EAGAIN || errno == EACCES, "Can not lock");
         if (locked) {
             return;
         }
-        SleepMilliseconds(kAskAgainMs);
+        SleepMilliseconds(kRetryMs);
     }
     ReportHolder();
     ZYN_CHECK_OS_CALL(RecordLock(fd_.Get(), F_SETLKW, F_WRLCK) != -1, "Can not lock");

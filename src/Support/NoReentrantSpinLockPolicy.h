@@ -145,8 +145,8 @@ class ReferenceCount {
     CriticalSectionSyncPolicy mutex_;
 };
 
-// Both take the object's one mutex: readers do not share. Which one is used tells the reader of the
-// code what its author means to do.
+// Both take the object's one mutex: readers do not share. Which one is used only documents the
+// intention.
 class AutoReadReference : public AutoSync<ReferenceCount> {
   public:
     using AutoSync::AutoSync;

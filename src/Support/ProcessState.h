@@ -22,8 +22,8 @@ void ReleaseAll() noexcept;
 
 }  // namespace processstate
 
-// Sets the umask to 0 so that a file shared between processes gets exactly the permission bits
-// asked for, and puts the old mask back: every change of the umask is made in a section like this.
+// Sets the umask to 0 so that a file shared between processes gets exactly the requested permission
+// bits, and puts the old mask back: every change of the umask is made in a section like this.
 // Sections of all threads exclude each other. Not reentrant.
 class UmaskSection {
   public:

@@ -25,8 +25,8 @@ int FaultOf(const FileDescriptor& file, const std::string& path, bool onlyName) 
     if (!onlyName) {
         return 0;
     }
-    // The count of names alone does not do: whoever gave somebody's file this name could have
-    // taken it away since the open. One look tells both, that the name is still the file's and that
+    // The count of names alone does not do: whoever gave somebody's file this name could have taken
+    // it away since the open. A single lstat shows both that the name is still the file's and that
     // it has no other one.
     struct stat named {};
     if (::lstat(path.c_str(), &named) != 0) {
@@ -69,7 +69,7 @@ std::string runfile::PathOf(const std::string& name) {
 }
 
 FileDescriptor runfile::Open(const std::string& path, int flags, mode_t mode) {
-    for (unsigned int asked = 0;; ++asked) {
+    for (unsigned int attempt = 0;; ++attempt) {
         auto [file, made] = Attempt(path, flags, mode);
         int fault = file.IsOpen() ? 0 : errno;
         // One that was made here has nobody's bytes.
@@ -83,9 +83,9 @@ FileDescriptor runfile::Open(const std::string& path, int flags, mode_t mode) {
             return std::move(file);
         }
         errno = fault;
-        if (asked == kMostAsksAgain || (fault != ESTALE && !FailedForALease(path))) {
+        if (attempt == kMaxRetries || (fault != ESTALE && !FailedForALease(path))) {
             return {};
         }
-        SleepMilliseconds(kAskAgainMs);
+        SleepMilliseconds(kRetryMs);
     }
 }

@@ -31,8 +31,8 @@ mode_t PermissionBits() {
     return status.st_mode & kReadWriteForAll;
 }
 
-// A file that is only as long as asked for has no blocks yet, and a page that finds none on a full
-// disk ends the process. So the room is claimed now, where the file system can do that; only for
+// A file that was only extended has no blocks yet, and touching a page that gets none on a full
+// disk ends the process. So the room is allocated now, where the file system can do that; only for
 // what is touched, because run directories may have little.
 int ClaimRoom(int fd, off_t size) {
     int result = 0;

@@ -15,8 +15,8 @@
 // object has no lock: its users agree on who touches which byte when.
 //
 // The other side can shorten the file at any time, and touching a page that is gone ends the
-// process with SIGBUS. A user asks IsBacked() before it touches a region that another program could
-// have shortened; what remains is the moment between the question and the access, which zyntool
+// process with SIGBUS. A user checks IsBacked() before it touches a region that another program
+// could have shortened; what remains is the moment between the check and the access, which zyntool
 // survives (LostPages.h). A program that links the client library decides about signals itself, and
 // there the moment stays.
 class SharedMemory {

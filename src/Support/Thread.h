@@ -33,7 +33,7 @@ concept ThreadWorker = requires(T& object) {
 
 // Runs object.Worker() on a thread of its own, from construction until the join in the destructor.
 // The owner sets the object's stop flag before that, or the join waits for ever, and keeps the
-// object alive until after it. The second argument tells that the destructor joins, the only form
+// object alive until after it. The second argument says that the destructor joins, the only form
 // there is. An exception out of Worker() ends the thread and is written to the diagnostic log only.
 template <ThreadWorker T, bool Joined>
 requires(Joined) class MultithreadizedObject {
@@ -91,7 +91,7 @@ requires(Joined) class MultithreadizedObject {
         try {
             object_->Worker();
         } catch (...) {
-            // Nobody can be told: the thread that started this one has long gone on.
+            // The thread that started this one has long gone on.
             LogDiagnostic("Thread: Unhandled exception happened in worker function.");
         }
         DropFailure([] {

@@ -12,8 +12,7 @@
 #include "TraceData/PacketIds.h"
 #include "TraceData/TracePacket.h"
 
-// Who takes the values that packets carry. The bytes of a string are valid as long as the record
-// is.
+// Receives the values that packets carry. The bytes of a string are valid as long as the record is.
 template <typename T>
 concept PacketClient = requires(T client, std::string_view text, std::uint32_t value,
                                 std::uint16_t milliseconds, std::uint16_t id) {
@@ -42,10 +41,10 @@ struct PacketWords {
     std::uint32_t second;
 };
 
-// Tells the client what a packet means. Unknown ids and types mean nothing: a newer service may
-// write more than this tool knows.
+// Calls the client's function for what a packet means. Unknown ids and types are ignored: a newer
+// service may write more than this tool knows.
 template <PacketClient Client>
-inline void TellMeaning(const TracePacket& packet, Client& client) {
+inline void DispatchPacket(const TracePacket& packet, Client& client) {
     const PacketHead& head = packet.head;
     switch (head.Type()) {
         case PacketType::kString:

@@ -45,7 +45,7 @@ struct DecodedRecord {
     std::uint32_t length = 0;
 };
 
-// Fills a record with what its packets mean, told one by one.
+// Fills a record from its packets, one by one (see DispatchPacket).
 class RecordFiller {
   public:
     explicit RecordFiller(DecodedRecord& record) noexcept : record_(record) {}
@@ -123,7 +123,7 @@ void ForEachMessagePart(const DecodedRecord& record, Text&& text, Control&& cont
     TracePacketReader packets(record.data, record.length);
     TracePacket packet;
     while (packets.Next(packet)) {
-        TellMeaning(packet, parts);
+        DispatchPacket(packet, parts);
     }
 }
 

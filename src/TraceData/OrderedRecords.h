@@ -1,5 +1,4 @@
-// The records of a block for who wants to fetch them one by one, in the order in which an export
-// has them.
+// The records of a block, fetched one by one in the order in which an export has them.
 #ifndef ZYN_TRACEDATA_ORDEREDRECORDS_H
 #define ZYN_TRACEDATA_ORDEREDRECORDS_H
 

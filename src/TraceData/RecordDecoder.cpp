@@ -5,7 +5,8 @@
 
 namespace {
 
-// A log whose records hardly ever repeat a shape is asked only now and then whether it still does.
+// In a log whose records hardly ever repeat a shape, shapes are tried only for every so many
+// records.
 constexpr std::uint32_t kPatience = 16;
 
 }  // namespace
@@ -18,7 +19,7 @@ void DecodePackets(const char* data, std::uint32_t length, DecodedRecord& record
     TracePacketReader packets(data, length);
     TracePacket packet;
     while (packets.Next(packet)) {
-        TellMeaning(packet, filler);
+        DispatchPacket(packet, filler);
     }
     filler.OnEnd(packets.FoundDamage(), packets.Offset());
 }

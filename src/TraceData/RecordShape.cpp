@@ -5,9 +5,9 @@
 #include "TraceData/PacketLayout.h"
 #include "TraceData/TracePacket.h"
 
-// Makes the groups of a shape, packet by packet. What packets mean is left to TellMeaning and the
-// filler of the general path: the record that a shape is learned from is decoded on the way, and
-// seen to take a value from the packet or not.
+// Makes the groups of a shape, packet by packet. What packets mean is left to DispatchPacket and
+// the filler of the general path: the record that a shape is learned from is decoded on the way,
+// and seen to take a value from the packet or not.
 class RecordShape::Learner {
   public:
     explicit Learner(RecordShape& shape) noexcept : shape_(shape), filler_(shape.record_) {}
@@ -27,10 +27,10 @@ class RecordShape::Learner {
             AddToRow(packet.payload - headBytes, headBytes);
             here_ = {groups_, rowBytes_};
             rowBytes_ += head.length;
-            TellMeaning(packet, *this);
+            DispatchPacket(packet, *this);
             return true;
         }
-        TellMeaning(packet, *this);
+        DispatchPacket(packet, *this);
         return TakeText(packet, headBytes);
     }
 
@@ -46,7 +46,7 @@ class RecordShape::Learner {
         return true;
     }
 
-    // What TellMeaning calls.
+    // What DispatchPacket calls.
     void OnRead(std::string_view text, std::uint16_t id) noexcept { filler_.OnRead(text, id); }
     void OnThread(std::uint32_t number) noexcept {
         thread_ = here_;

@@ -1,6 +1,6 @@
 // The shape of a record: the heads of its packets and where the next one begins behind each. The
 // records of a writer mostly have one shape, or a few; one that has a known shape is taken apart by
-// comparing heads, without asking at each packet what it is. No order of packets is known
+// comparing heads, without looking at the type of each packet. No order of packets is known
 // beforehand.
 #ifndef ZYN_TRACEDATA_RECORDSHAPE_H
 #define ZYN_TRACEDATA_RECORDSHAPE_H
@@ -27,7 +27,7 @@ class RecordShape {
     RecordShape& operator=(const RecordShape&) = delete;
 
     // Learns the shape of an undamaged record. False, and then nothing matches, for one of more or
-    // larger packets than a shape holds, and for a time of an unusual length.
+    // larger packets than a shape holds, and for a time of another length than 12 bytes.
     bool Learn(const char* data, std::uint32_t length) noexcept;
 
     // Takes a record of this shape apart: Record() then holds its values. False for a record of any

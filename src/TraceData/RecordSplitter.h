@@ -42,7 +42,7 @@ class RecordSplitter {
         constexpr std::uint32_t kHeader = kPlainHead + kRecordHeaderPayload;
         if (left_ < kHeader || *next_ != kPlainBinary ||
             LoadLittleEndian<std::uint32_t>(next_ + 1) != kRecordHeaderPayload) [[unlikely]] {
-            // By way of a copy: what is never referred to can stay in registers.
+            // Through a copy: an object whose address is never taken can stay in registers.
             RecordSplitter copy(*this);
             const bool found = copy.NextOfAnyHeader(record);
             *this = copy;

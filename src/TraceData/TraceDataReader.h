@@ -14,7 +14,7 @@
 #include "TraceData/RecordSplitter.h"
 #include "TraceData/TracePacket.h"
 
-// Who takes whole records.
+// Receives whole records.
 template <typename T>
 concept RecordClient = requires(T client, std::uint64_t position, const DecodedRecord& record) {
     // A block of the log has been read: this far of the whole.
@@ -57,7 +57,8 @@ class TraceBlockReader {
     };
     using Order = ReOrderer<ReOrdererHelper, Limit>;
 
-    // The stream says in its own words that it has not as many bytes as the cursor wanted.
+    // A block that is cut off fails with the stream's own message: it is asked for more bytes than
+    // it has.
     template <BlockStream Stream>
     void Check(Damage damage, Stream& stream) {
         if (damage == Damage::kCutOff) {

@@ -30,9 +30,9 @@
 // Inherit means "not set at this level", and in the caches of the filter manager "not resolved".
 enum class Status : std::uint32_t { Off = 0, Inherit = 1, On = 2 };
 
-// The on/off state of one named thing whose value is Default when no level sets it. `levels` holds
-// four fields of two bits: the own setting in the lowest, that of the parents above it. A field is
-// 0 when not set, 2 when set to Default, 3 when set to the other value; 1 reads as not set. Objects
+// The on/off state of one name whose value is Default when no level sets it. `levels` holds four
+// fields of two bits: the own setting in the lowest, that of the parents above it. A field is 0
+// when not set, 2 when set to Default, 3 when set to the other value; 1 reads as not set. Objects
 // refer to each other and never move.
 template <Status Default>
 requires(Default != Status::Inherit) class MultiLevelStatus {

@@ -1,7 +1,7 @@
 // The single owner of the process's trace filter: the tables, the master switch, the few log
 // settings of the configuration file, and the caches from which a trace call learns in a few
 // nanoseconds whether it is enabled. The configuration reader fills it, the service client resets
-// and refills it, the client programming interface asks it.
+// and refills it, the client programming interface queries it.
 #ifndef ZYN_TRACEFILTERING_ZYNFILTERMANAGER_H
 #define ZYN_TRACEFILTERING_ZYNFILTERMANAGER_H
 
@@ -57,9 +57,9 @@ class ZynFilterManager : public ReferenceCount {
     void Reset();
 
     // Whether a trace point is enabled; unknown keys are not. A negative key counts as a large one.
-    // While tracing is paused, and for what was asked before while the configuration is loaded, it
-    // neither locks nor calls the system. Otherwise it resolves from the tables and throws as they
-    // do.
+    // While tracing is paused, and for a query that was answered before while the configuration is
+    // loaded, it neither locks nor makes a system call. Otherwise it resolves from the tables and
+    // throws as they do.
     bool IsEnabled(int module, std::uint32_t client, int label) {
         if (paused_.load(std::memory_order_relaxed)) {
             return false;

@@ -33,7 +33,7 @@ void ConfigFileWalk::Read(const std::string& path) noexcept {
             ZYN_CHECK_LOGIC(loaded_, document.ErrorDescription().c_str());
             Apply(document.Root("ZYNConfig"));
         } catch (const GenericExtendedException&) {
-            // The caller of Read is never failed; it may ask for the failure.
+            // Read throws nothing; its caller gets the failure from Failure().
             KeepFailure();
             Report(document.ErrorDescription());
         }

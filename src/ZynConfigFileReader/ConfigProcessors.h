@@ -23,8 +23,8 @@ class BaseConfigProcessor {
     virtual void SetClientPortNumber(unsigned int /*port*/) {}
     virtual void SetServerName(const std::string& /*host*/) {}
 
-    // The log directory as the file has it, with its "$(NAME)" references unexpanded, for those who
-    // want it: SetDestination is not called.
+    // The log directory as the file has it, with its "$(NAME)" references unexpanded, for
+    // processors that need it: SetDestination is not called.
     virtual void KeepDestination(const std::string& /*directory*/) {}
 
     // The master switch, and the states of modules, clients and labels. An empty module or client

@@ -3,7 +3,7 @@
 #include <cstdlib>
 
 Diagnosis DiagnoseHost() {
-    // The classes looked with would append to a file of the host.
+    // The classes used here would append to the diagnostic log.
     ::unsetenv("DIAGNOSTIC_MODE");
     Diagnosis diagnosis;
     const std::optional<unsigned int> service = FindService();

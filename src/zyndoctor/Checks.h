@@ -1,6 +1,6 @@
-// What zyn-doctor looks at, in the same environment and by the same classes as zyntool: where they
-// say that something is not so, neither does zyntool take it for so. Each check adds a section or
-// more. Nothing is changed on the host. One thread.
+// The checks of zyn-doctor. They use the environment and the classes of zyntool, so both come to
+// the same conclusions. Each check adds a section or more. Nothing is changed on the host. One
+// thread.
 #ifndef ZYN_ZYNDOCTOR_CHECKS_H
 #define ZYN_ZYNDOCTOR_CHECKS_H
 
@@ -17,7 +17,7 @@ struct Configuration {
 };
 
 // All of them, in the order of a report. Never writes to the diagnostic log, whatever
-// DIAGNOSTIC_MODE says. Throws std::bad_alloc alone.
+// DIAGNOSTIC_MODE says. Throws nothing but std::bad_alloc.
 [[nodiscard]] Diagnosis DiagnoseHost();
 
 [[nodiscard]] Configuration CheckConfiguration(Diagnosis& diagnosis);

@@ -1,5 +1,5 @@
-// What a look at a host has shown: facts, findings and what could not be looked at, in sections.
-// The checks fill it in, the reports for people and for programs are made of it.
+// The result of examining a host: facts, findings and what could not be examined, in sections. The
+// checks fill it in; the reports for people and for programs are made of it.
 #ifndef ZYN_ZYNDOCTOR_DIAGNOSIS_H
 #define ZYN_ZYNDOCTOR_DIAGNOSIS_H
 

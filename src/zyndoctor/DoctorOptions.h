@@ -6,7 +6,7 @@ struct DoctorOptions {
     bool json = false;
     bool help = false;
     bool version = false;
-    bool mistaken = false;  // said on standard error
+    bool mistaken = false;  // reported on standard error
 };
 
 extern const char* const kDoctorUsage;

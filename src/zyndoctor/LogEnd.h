@@ -1,5 +1,5 @@
-// How the newest file of a log ends, told by its block headers alone: a few bytes are read for each
-// block, whatever its size. What lies within the blocks is for zynlog-verify to say.
+// How the newest file of a log ends, judged by its block headers alone: a few bytes are read for
+// each block, whatever its size. What lies within the blocks is for zynlog-verify to say.
 #ifndef ZYN_ZYNDOCTOR_LOGEND_H
 #define ZYN_ZYNDOCTOR_LOGEND_H
 

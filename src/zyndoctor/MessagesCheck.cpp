@@ -1,5 +1,5 @@
-// The last messages of the facility in the system log: the reasons of failed requests are there and
-// nowhere else.
+// The last messages of the facility in the system log: only there are the reasons of failed
+// requests.
 
 #include <chrono>
 #include <cstddef>
@@ -18,7 +18,8 @@ constexpr std::size_t kMaxBytes = std::size_t{64} * 1024;
 
 void CheckMessages(Diagnosis& diagnosis) {
     diagnosis.Begin("Messages in the system log");
-    // Identity "ZYNAPI" tells failed requests, "ZynServer" a configuration that cannot be read.
+    // Identity "ZYNAPI" stands for failed requests, "ZynServer" a configuration that cannot be
+    // read.
     const ProgramOutput output =
         RunForOutput({"journalctl", "--quiet", "--no-pager", "--output=short-iso", "--lines=5",
                       "--identifier=ZYNAPI", "--identifier=ZynServer"},

@@ -1,4 +1,4 @@
-// Processes as the doctor speaks of them.
+// Names of processes in the report.
 #ifndef ZYN_ZYNDOCTOR_PROCESSNAME_H
 #define ZYN_ZYNDOCTOR_PROCESSNAME_H
 

@@ -1,4 +1,4 @@
-// The room left where a file system is written to.
+// Free space of the file systems that are written to.
 #ifndef ZYN_ZYNDOCTOR_ROOM_H
 #define ZYN_ZYNDOCTOR_ROOM_H
 

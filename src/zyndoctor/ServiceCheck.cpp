@@ -71,8 +71,8 @@ void CheckServiceRegion(Diagnosis& diagnosis, const std::string& name, std::size
     }
 }
 
-// Who has a write lock on the first byte, which senders take; 0: nobody, -1: somebody whose process
-// cannot be told.
+// Who has a write lock on the first byte, which senders take; 0: nobody, -1: a process whose id is
+// not known.
 pid_t LockHolder(int file) {
     struct flock lock {};
     lock.l_type = F_WRLCK;
@@ -135,7 +135,7 @@ void CheckService(Diagnosis& diagnosis, std::optional<unsigned int> service) {
 
 void CheckSendersLock(Diagnosis& diagnosis) {
     diagnosis.Begin("Lock of the senders");
-    // Without waiting, and for reading: asking needs no more.
+    // Without waiting, and for reading, which is enough to query a lock.
     const FileDescriptor file(
         ::open(InRunDirectory(kSendersLock).c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
     if (!file.IsOpen()) {

@@ -24,8 +24,8 @@ class BlockOrigins {
     BlockOrigins(const BlockOrigins&) = delete;
     BlockOrigins& operator=(const BlockOrigins&) = delete;
 
-    // The paths are those of the data, which outlives their use. number: tells the block from all
-    // others of a run.
+    // The paths are those of the data, which outlives their use. number: identifies the block
+    // within a run.
     void Set(const FoundBlock& block, const LogData& data, std::uint64_t number);
     [[nodiscard]] const BlockOrigin& Get() const noexcept { return origin_; }
 
@@ -35,7 +35,7 @@ class BlockOrigins {
     std::vector<BlockPiece> pieces_;
 };
 
-// Hears of records that cannot be read. Positions are those of the log's data.
+// Receives reports of records that cannot be read. Positions are those of the log's data.
 class RecordDamageListener {
   public:
     virtual ~RecordDamageListener() = default;
@@ -45,7 +45,7 @@ class RecordDamageListener {
     virtual void OnPacketDamage(std::uint64_t position) = 0;
 };
 
-// Who takes records: valid until the call returns.
+// Receives records, which are valid until the call returns.
 template <typename T>
 concept RecordTaker = requires(T taker, const TraceRecord& record) {
     taker.Take(record);

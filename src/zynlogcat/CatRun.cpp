@@ -58,7 +58,7 @@ std::optional<std::int64_t> SinceSeconds(const Conditions& conditions) {
     return since / 1000 - (since % 1000 < 0 ? 1 : 0);
 }
 
-// Between reading and writing: hands the records on that are wanted.
+// Between reading and writing: passes on the records that are selected.
 class Chooser {
   public:
     Chooser(const Conditions& conditions, RecordSink& sink)
@@ -92,7 +92,7 @@ class StopSignals {
     StopSignals(const StopSignals&) = delete;
     StopSignals& operator=(const StopSignals&) = delete;
     ~StopSignals() {
-        // Those that have come have done their work.
+        // Signals that are pending have had their effect.
         std::array<char, sizeof(signalfd_siginfo)> one{};
         while (read(file_.Get(), one.data(), one.size()) > 0) {
         }
@@ -180,7 +180,7 @@ class CatRun final : private FollowListener {
     LogCursor cursor_;
 };
 
-// What cannot be read is said, and the next log's turn comes. What cannot be written ends the run.
+// A log that cannot be read is reported, and the next one follows. A failed write ends the run.
 template <typename Action>
 bool CatRun::Try(const std::string& log, Action&& action) {
     try {
@@ -196,7 +196,7 @@ bool CatRun::Try(const std::string& log, Action&& action) {
     }
 }
 
-// Null when there is nothing to read, which is said.
+// Null when there is nothing to read, which is reported.
 std::unique_ptr<LogData> CatRun::Open(const std::string& log) {
     std::unique_ptr<LogData> data;
     report_.BeginLog(IsDirectory(log));
@@ -392,7 +392,7 @@ int RunCat(const CatOptions& options, const CatTerminal& terminal, TextFile& out
     try {
         return run.Run();
     } catch (const std::exception&) {
-        // Who has read enough of a pipe wants to hear no more.
+        // A closed pipe ends the program quietly.
         if (out.Failure() == EPIPE) {
             return run.Status();
         }

@@ -13,9 +13,9 @@ struct CatTerminal {
     bool colors = false;
 };
 
-// Shows what the options ask for; returns the exit status. Throws what the output throws when it
-// cannot be written; what cannot be read is said on `errors`, and CatUsageError is thrown before
-// anything is read.
+// Shows the records that the options select; returns the exit status. Throws what the output throws
+// when it cannot be written; what cannot be read is reported on `errors`, and CatUsageError is
+// thrown before anything is read.
 [[nodiscard]] int RunCat(const CatOptions& options, const CatTerminal& terminal, TextFile& out,
                          std::ostream& errors);
 

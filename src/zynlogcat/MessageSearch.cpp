@@ -16,7 +16,7 @@ class MessageSearch::Expression {
   public:
     Expression(const std::string& text, bool ignoreCase)
         : expression_(Multiline(text), Options(ignoreCase)) {
-        // The user's own text, so that what is wrong with it is told in its words.
+        // Compiled first by itself, so that an error message quotes the user's own text.
         if (const RE2 own(text, Options(ignoreCase)); !own.ok()) {
             throw std::invalid_argument(own.error());
         }
@@ -39,7 +39,7 @@ class MessageSearch::Expression {
     static RE2::Options Options(bool ignoreCase) {
         RE2::Options options;
         options.set_case_sensitive(!ignoreCase);
-        // What is wrong is the user's to be told, once.
+        // Errors go to the user by the exception; the library's own log is switched off.
         options.set_log_errors(false);
         return options;
     }

@@ -14,7 +14,7 @@ NamePatterns::NamePatterns(std::vector<std::string> patterns) : patterns_(std::m
     }
 }
 
-bool NamePatterns::Ask(std::string_view name) {
+bool NamePatterns::MatchUncached(std::string_view name) {
     const bool matches = MatchAnew(name);
     if (name.size() <= kLongestKept) {
         Answer& answer = answers_[Slot(name)];

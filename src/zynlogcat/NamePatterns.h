@@ -25,7 +25,7 @@ class NamePatterns {
                 return answer.matches;
             }
         }
-        return Ask(name);
+        return MatchUncached(name);
     }
 
   private:
@@ -43,7 +43,7 @@ class NamePatterns {
     };
 
     static std::size_t Slot(std::string_view name) noexcept;
-    bool Ask(std::string_view name);
+    bool MatchUncached(std::string_view name);
     [[nodiscard]] bool MatchAnew(std::string_view name);
 
     std::vector<std::string> patterns_;
@@ -52,7 +52,7 @@ class NamePatterns {
     char standIn_ = '\x01';
 };
 
-// Of names, length, first and last characters tell nearly all apart.
+// Length, first and last characters differ between nearly all names.
 inline std::size_t NamePatterns::Slot(std::string_view name) noexcept {
     if (name.empty()) {
         return 0;

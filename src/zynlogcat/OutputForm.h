@@ -10,7 +10,7 @@
 #include "TraceData/text/TextFile.h"
 #include "zynlogcat/TraceRecord.h"
 
-// Who takes records, one by one. What TextFile throws passes on.
+// Receives records, one by one. What TextFile throws passes on.
 class RecordSink {
   public:
     virtual ~RecordSink() = default;
@@ -18,7 +18,7 @@ class RecordSink {
     virtual void Put(const TraceRecord& record) = 0;
 };
 
-// What a form is told of the user's wishes.
+// The options that concern forms.
 struct FormSettings {
     bool header = true;     // where a form has one
     bool terminal = false;  // the output is read by people, at a terminal
@@ -33,7 +33,7 @@ class OutputForm : public RecordSink {
   public:
     virtual void Begin() {}
     virtual void End() {}
-    // What the user must know of it at the end; empty: nothing.
+    // A message for the user at the end; empty: none.
     [[nodiscard]] virtual std::string Remark() const { return {}; }
 };
 

@@ -13,7 +13,7 @@ std::string Bytes(std::uint64_t count) {
 }  // namespace
 
 void RunReport::Say(std::string_view text) {
-    // Whole lines, since nothing is held back: other programs may write to the same place.
+    // Written as a whole line: other programs may write to the same terminal.
     std::string line = "zynlog-cat: ";
     out_ << line.append(MaskedControls(std::string(text))).append("\n") << std::flush;
 }
@@ -24,7 +24,7 @@ void RunReport::OnFailure(std::string_view text) {
 }
 
 void RunReport::OnEmptyLog(const std::string& path) {
-    // Of a file by itself it has been said why it is none.
+    // For a single file the reason has been reported.
     if (isDirectory_ || !saidOfLog_) {
         Say(path + ": no log file there");
     }

@@ -1,4 +1,5 @@
-// What zynlog-cat says on standard error of the logs it reads, and the exit status that follows.
+// Messages of zynlog-cat on standard error about the logs it reads, and the exit status that
+// follows.
 #ifndef ZYN_ZYNLOGCAT_RUNREPORT_H
 #define ZYN_ZYNLOGCAT_RUNREPORT_H
 
@@ -12,23 +13,23 @@
 #include "LogReading/LogData.h"
 #include "zynlogcat/BlockRecords.h"
 
-// One line for each thing. Control characters of names are masked. The stream outlives it.
+// One line for each message. Control characters of names are masked. The stream outlives it.
 class RunReport final : public InputListener, public RecordDamageListener {
   public:
     static constexpr int kWell = 0;
     static constexpr int kDamaged = 1;
     static constexpr int kUnreadable = 2;
 
-    // quiet: nothing is said of damage, which counts all the same.
+    // quiet: damage is not reported, but counts for the status.
     RunReport(std::ostream& out, bool quiet) noexcept : out_(out), quiet_(quiet) {}
 
-    // What is said from now on is about a log: one file or input by itself, or a directory.
+    // The messages from now on are about one log: one file or input by itself, or a directory.
     void BeginLog(bool isDirectory) noexcept {
         data_ = nullptr;
         isDirectory_ = isDirectory;
         saidOfLog_ = false;
     }
-    // Positions are of this data, which outlives what is said of it.
+    // Positions are of this data, which outlives the messages about it.
     void SetData(const LogData& data) noexcept { data_ = &data; }
     // The log has no log file.
     void OnEmptyLog(const std::string& path);
@@ -39,10 +40,10 @@ class RunReport final : public InputListener, public RecordDamageListener {
 
     // Something could not be read.
     void OnFailure(std::string_view text);
-    // A word to the user that does not change the status.
+    // A message that does not change the status.
     void Say(std::string_view text);
 
-    // Of all that was said: 2 beats 1.
+    // The highest of all messages.
     [[nodiscard]] int Status() const noexcept { return status_; }
 
   private:

@@ -47,7 +47,7 @@ struct Moment {
     }
 };
 
-// Hosts are numbered: viewers tell processes apart by a number alone.
+// Hosts are numbered: viewers identify a process by a number alone.
 struct Thread {
     std::uint64_t host = 0;
     std::uint32_t process = 0;

@@ -21,7 +21,7 @@ struct BlockPiece {
 struct BlockOrigin {
     std::string_view host{};   // up to its first NUL; kReadSlack bytes behind it are readable
     std::uint32_t writer = 0;  // process
-    std::uint64_t number = 0;  // tells it from all other blocks of a run
+    std::uint64_t number = 0;  // identifies it within a run
     std::span<const BlockPiece> pieces{};  // in order; at least one
 
     // The piece that has a byte of the data.

@@ -20,7 +20,7 @@
 
 namespace {
 
-// What was typed and is repeated gives a terminal no orders.
+// Arguments may hold control characters.
 int Fail(const std::string& text) {
     std::cerr << "zynlog-cat: " << MaskedControls(text) << '\n';
     return RunReport::kUnreadable;
@@ -40,8 +40,8 @@ CatTerminal TerminalFor(const CatOptions& options) {
                           (options.color == ColorMode::kAuto && terminal && wanted)};
 }
 
-// The log directory of the configuration, when no log is named. False if there is none, which is
-// said.
+// Adds the log directory of the configuration, when no log is named. False if there is none, which
+// is reported.
 bool AddConfiguredLog(CatOptions& options) {
     ConfiguredLog configured;
     configured.Read();
@@ -61,7 +61,7 @@ bool AddConfiguredLog(CatOptions& options) {
     return false;
 }
 
-// A standard stream that is not open would be the next file that is.
+// Opens standard streams that are closed: a file opened later would get their number.
 void HoldStandardStreams() {
     int descriptor = 0;
     do {
@@ -84,7 +84,7 @@ int Show(const CatOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A pipe that nobody reads any more and a file at its size limit are failed writes.
+    // A closed pipe and a file at its size limit are failed writes.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     HoldStandardStreams();

@@ -16,8 +16,8 @@
 
 namespace {
 
-// Reads the next word, of which the first two characters tell whether it is an answer; the rest is
-// passed over, so that a word without an end needs no memory. At the end of the input the last
+// Reads the next word, of which the first two characters decide whether it is an answer; the rest
+// is passed over, so that a word without an end needs no memory. At the end of the input the last
 // answer stays.
 void ReadAnswer(std::string& answer) {
     std::cin >> std::setw(2) >> answer;

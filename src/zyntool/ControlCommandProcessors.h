@@ -1,5 +1,5 @@
 // The commands that drive the running tracing service: "pause", "resume", "reload", "preservation".
-// Each says on standard output what it is about to do, asks the service through the client
+// Each says on standard output what it is about to do, sends the request through the client
 // programming interface, and completes the line. The output is flushed before the request, which
 // may take seconds, and before a failure is thrown, so that it stands in front of the report on
 // standard error.

@@ -45,8 +45,8 @@ class LogsOfOneRun {
 
     DirectoryListing& Listing() noexcept { return listing_; }
 
-    // Looked up only when it is asked for, and anew when the directory has changed. Files that have
-    // been there before stay known: a rotation gives them other names.
+    // Listed only when it is needed, and again when the directory has changed. Files that have been
+    // there before stay known: a rotation gives them other names.
     bool Contain(const FileIdentity& file) {
         const std::vector<std::string>& names = listing_.Names();
         if (known_ != listing_.Readings()) {

@@ -1,4 +1,4 @@
-// What the tool tells its user on standard error besides a command's own output.
+// What the tool prints on standard error besides a command's own output.
 #ifndef ZYN_ZYNTOOL_REPORT_H
 #define ZYN_ZYNTOOL_REPORT_H
 

@@ -15,11 +15,12 @@
 #include "zyntool/TestCommandProcessor.h"
 
 int main(int argc, char** argv) {
-    // A pipe that nobody reads any more and a file at its size limit are failed writes, which are
-    // reported, and no reason to die without a word.
+    // A closed pipe and a file at its size limit are failed writes, which are reported; the signals
+    // would end the program silently.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
-    // So is a shared region that another program cuts: the command fails when nobody answers.
+    // The same for a shared region that another program truncates: the command fails when no answer
+    // comes.
     lostpages::Replace();
     EndWithoutMemory("Operation failed.\nError description:std::bad_alloc\n", 255);
     PrintBanner(std::cerr);

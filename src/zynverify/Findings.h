@@ -1,5 +1,5 @@
-// What a verification tells: the findings, and what the log's blocks and files hold. The reports
-// for people and for programs are made of it.
+// The results of a verification: the findings, and what the log's blocks and files hold. The
+// reports for people and for programs are made of it.
 #ifndef ZYN_ZYNVERIFY_FINDINGS_H
 #define ZYN_ZYNVERIFY_FINDINGS_H
 
@@ -122,7 +122,7 @@ struct LogReport {
     bool unreadable = false;
 };
 
-// Who hears of a verification while it goes on. May throw, which ends it.
+// Receives the results while a verification runs. May throw, which ends it.
 class VerifyListener {
   public:
     virtual ~VerifyListener() = default;

@@ -1,5 +1,5 @@
-// The report for programs: one JSON document, written while the logs are read, so that no number of
-// findings needs memory.
+// The report for programs: one JSON document, written while the logs are read, so that memory does
+// not grow with the findings.
 #ifndef ZYN_ZYNVERIFY_JSONREPORT_H
 #define ZYN_ZYNVERIFY_JSONREPORT_H
 
@@ -27,7 +27,7 @@ class JsonReport final : public VerifyListener {
     }
     void OnLogEnd(const LogReport& log) override;
 
-    // Ends the document. errors: what could not even be begun.
+    // Ends the document. errors: operands that could not be opened.
     void Finish(const std::vector<std::string>& errors, int status);
 
   private:

@@ -1,4 +1,4 @@
-// Verifies logs: reads them with the readers of the export, writes nothing, and tells what an
+// Verifies logs: reads them with the readers of the export, writes nothing, and reports what an
 // export would drop, stop at or leave in disorder.
 #ifndef ZYN_ZYNVERIFY_LOGVERIFIER_H
 #define ZYN_ZYNVERIFY_LOGVERIFIER_H

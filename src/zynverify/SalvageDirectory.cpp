@@ -120,7 +120,7 @@ void SalvageFile::Flush(std::span<const char> bytes) {
             continue;
         }
         if (written == 0) {
-            // It would be the same for ever.
+            // Trying again would return 0 for ever.
             errno = EIO;
         }
         ZYN_CHECK_OS_CALL(written > 0, "Can not write file");

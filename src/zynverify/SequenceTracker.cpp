@@ -11,7 +11,7 @@ void SequenceTracker::Finish() {
     }
 }
 
-bool SequenceTracker::AddUnusual(std::uint32_t number, const BlockPlace& block) {
+bool SequenceTracker::AddOutOfWindow(std::uint32_t number, const BlockPlace& block) {
     if (!started_) {
         Start(number);
         return false;

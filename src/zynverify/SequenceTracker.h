@@ -1,5 +1,5 @@
-// Which numbers of a log's records have been there: finds numbers that are missing and numbers that
-// come twice, in memory that does not grow with the log.
+// Which sequence numbers of a log have been seen: finds missing and repeated ones, in memory that
+// does not grow with the log.
 #ifndef ZYN_ZYNVERIFY_SEQUENCETRACKER_H
 #define ZYN_ZYNVERIFY_SEQUENCETRACKER_H
 
@@ -14,7 +14,7 @@ struct BlockPlace {
     std::uint64_t position = 0;  // of its header in the stream of the log's files
 };
 
-// Who hears what a SequenceTracker finds. block: what Add was given.
+// Receives what a SequenceTracker finds. block: what Add was given.
 class SequenceListener {
   public:
     virtual ~SequenceListener() = default;
@@ -27,21 +27,21 @@ class SequenceListener {
     virtual void OnStray(std::uint32_t number, const BlockPlace& block) = 0;
 };
 
-// Remembers, one bit each, the kWindow numbers around the highest one: a number may come that much
-// late and is still told from a missing one. What leaves the window unseen is a gap. A number
-// outside the window counts as the begin of a far gap, or of a new numbering, once a second one
-// near it follows; else it is a stray. Counts on from 4294967295 to 0. About 16 KiB, and up to 96
-// KiB for the places of open gaps. One thread; passes on what the listener throws.
+// Remembers, one bit each, the kWindow numbers around the highest one: a number may come that late
+// and is not yet reported as missing. A number that leaves the window unseen is part of a gap. A
+// number outside the window counts as the begin of a far gap, or of a new numbering, once a second
+// one near it follows; else it is a stray. Counts on from 4294967295 to 0. About 16 KiB, and up to
+// 96 KiB for the places of open gaps. One thread; passes on what the listener throws.
 class SequenceTracker {
   public:
     static constexpr std::uint32_t kWindow = std::uint32_t{1} << 17U;
 
     explicit SequenceTracker(SequenceListener& listener) noexcept : listener_(listener) {}
 
-    // Returns whether the number has been there before, as far as is remembered.
+    // Returns whether the number has been seen before, as far as is remembered.
     bool Add(std::uint32_t number, const BlockPlace& block) {
         if (number - base_ >= kWindow || !started_ || hasPending_) [[unlikely]] {
-            return AddUnusual(number, block);
+            return AddOutOfWindow(number, block);
         }
         return Mark(number, block);
     }
@@ -89,7 +89,7 @@ class SequenceTracker {
         return false;
     }
 
-    bool AddUnusual(std::uint32_t number, const BlockPlace& block);
+    bool AddOutOfWindow(std::uint32_t number, const BlockPlace& block);
     void Start(std::uint32_t number);
     void Jump(std::uint32_t number, const BlockPlace& block);
     void NoteSkip(const BlockPlace& block);

@@ -14,8 +14,8 @@
 #include "zynverify/ProgressLine.h"
 
 // Findings are sorted by file and offset; some thousands at most are held, more are reported in
-// parts. Names from outside are shown without their control characters, which could be orders to a
-// terminal. Times are local, as in an export. The stream and the progress line outlive it.
+// parts. Control characters of names are masked. Times are local, as in an export. The stream and
+// the progress line outlive it.
 class TableReport final : public VerifyListener {
   public:
     static constexpr std::size_t kDefaultWidth = 100;

@@ -63,12 +63,12 @@ std::size_t ReportWidth() {
     return size.ws_col;
 }
 
-// What is repeated of names and arguments must not give orders to a terminal.
+// Names and arguments may hold control characters.
 void Complain(std::string_view text) {
     std::cerr << "zynlog-verify: " << MaskedControls(text) << '\n';
 }
 
-// Complains of what is wrong with the files of a log, and keeps the status that it gives.
+// Reports what is wrong with the files of a log, and keeps the exit status that follows.
 class SaidIssues final : public InputListener {
   public:
     void OnIssue(const InputIssue& issue) override {
@@ -139,7 +139,7 @@ int Run(const VerifyOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // A write beyond the limit fails, which is said.
+    // A write beyond the limit fails, which is reported.
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
     EndWithoutMemory("zynlog-verify: std::bad_alloc\n", kUnreadable);
     try {

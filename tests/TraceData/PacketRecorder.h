@@ -41,7 +41,7 @@ inline void ReadPackets(std::string_view bytes, PacketRecorder& recorder) {
     TracePacketReader packets(exact.data(), static_cast<std::uint32_t>(exact.size()));
     TracePacket packet;
     while (packets.Next(packet)) {
-        TellMeaning(packet, recorder);
+        DispatchPacket(packet, recorder);
     }
     if (packets.FoundDamage() != Damage::kNone) {
         RaiseDamage(packets.FoundDamage());

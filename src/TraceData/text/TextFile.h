@@ -22,11 +22,11 @@ class TextFile {
     // Whether a file must not be overwritten, whatever it is called here.
     using SourceTest = std::function<bool(const FileIdentity&)>;
 
-    // Creates or empties the file. isSource: asked for a file that was there before; none:
+    // Creates or empties the file. isSource: called for a file that was there before; without it
     // everything may be overwritten. Throws CheckOSCall "Can not open file", also for a path that
     // names a source, which is then left as it is, and what isSource throws.
     TextFile(const std::string& path, const SourceTest& isSource);
-    // Goes on with a file that is open for writing, or another thing that takes bytes.
+    // Writes to a descriptor that is open for writing.
     explicit TextFile(FileDescriptor file);
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;

@@ -23,7 +23,7 @@ inline ZynServiceMonitorProxy* Connection() {
     return proxy;
 }
 
-// Tells the system log about the exception being handled, if it is a standard one.
+// Writes the text of the exception being handled to the system log, if it is a standard one.
 [[gnu::cold]] inline void ReportFailure() noexcept {
     try {
         throw;
