@@ -119,7 +119,7 @@ inline void RegisterAll(ZynFilterManager& manager) {
     }
 }
 
-// Asks for every combination, so that the tables hold an entry for each.
+// Queries every combination, so that the tables hold an entry for each.
 inline void AskAll(ZynFilterManager& manager) {
     for (std::uint32_t module = 0; module < kModules; ++module) {
         for (std::uint32_t client = 0; client < kClients; ++client) {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-// What one packet tells.
+// The value of one packet.
 struct ModelValue {
     enum class Kind { kText, kThread, kProcess, kTime, kControl };
     Kind kind = Kind::kText;

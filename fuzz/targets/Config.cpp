@@ -18,7 +18,7 @@
 
 namespace {
 
-// As many of each kind of name as are asked for.
+// As many of each kind of name as are queried.
 constexpr std::size_t kMostNames = 6;
 
 std::string Switched(bool on) { return on ? " on" : " off"; }
@@ -62,7 +62,7 @@ class Listener final : public BaseConfigProcessor {
 
     [[nodiscard]] const std::vector<std::string>& Settings() const noexcept { return settings_; }
 
-    // Asks for everything that has a name.
+    // Queries everything that has a name.
     void CompareAnswers(ZynFilterManager& manager, const ModelReading& model) const {
         for (const std::string& module : modules_) {
             const auto moduleKey = static_cast<int>(manager.GetModuleKey(module));

@@ -1,7 +1,7 @@
-// An application that traces: it takes handles, registers a client, and asks before each trace call
-// whether the call is wanted. Says so each time the answer changes, as it does when the service
-// passes on a pause, a resume or a changed configuration. Ends with its input.
-// Usage: zyntraced-app <module> <client> <label>
+// An application that traces: it takes handles, registers a client, and checks before each trace
+// call whether the call is wanted. Says so each time the answer changes, as it does when the
+// service passes on a pause, a resume or a changed configuration. Ends with its input. Usage:
+// zyntraced-app <module> <client> <label>
 
 #include <poll.h>
 #include <unistd.h>

@@ -108,7 +108,7 @@ class Suspension {
 // Counts one call of the current thread: the error it is to fail with, or 0.
 [[nodiscard]] int ErrorDue(Call call);
 
-// Ends a call that ErrorDue has counted: runs what the plan wants to be run behind it.
+// Ends a call that ErrorDue has counted: runs the plan's `after`.
 void Made(Call call);
 
 // Stands for usleep when set; returns false to have the library's own usleep called.

@@ -2,7 +2,7 @@
 #define ZYN_TESTING_FAULTS_LIBCFAULTS_H
 
 // Functions of the C library that fail, or sleep, as a test says. For test programs linked with
-// zyn_libc_faults. What a thread asks for concerns its own calls only.
+// zyn_libc_faults. A plan concerns the calls of its own thread only.
 
 #include <functional>
 

@@ -2,7 +2,7 @@
 #define ZYN_TESTING_FAULTS_SYSLOGINTERPOSE_H
 
 // Stands in front of the C library's system log: SyslogInterpose.cpp defines openlog, syslog,
-// closelog and their kin, and hands every record to `OnSyslogRecord`, of which the capture for
+// closelog and their variants, and hands every record to `OnSyslogRecord`, of which the capture for
 // tests and the preloadable library each bring their own.
 
 #include <string>

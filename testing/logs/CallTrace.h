@@ -21,7 +21,7 @@ class CallTrace {
         std::string_view label;  // "Entry", "Exit", or "Info" for what is neither
     };
 
-    // What a thread tells next; `message` is replaced.
+    // The next event of a thread; `message` is replaced.
     Event Next(std::uint32_t process, std::uint32_t thread, LogRandom& random,
                std::string& message);
 

@@ -84,7 +84,7 @@ class LogGenerator {
     std::vector<std::size_t> starts_;
     std::vector<std::uint32_t> order_;
 
-    // What the next record tells.
+    // The values of the next record.
     struct Values {
         bool hasTime = false;
         std::uint32_t seconds = 0;

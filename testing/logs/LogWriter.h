@@ -50,7 +50,7 @@ inline constexpr std::uint16_t kLogIdModule = 32;
 inline constexpr std::uint16_t kLogIdClient = 33;
 inline constexpr std::uint16_t kLogIdLabel = 34;
 
-// One packet: header byte, optional id, length where the code asks for one, payload. The payload is
+// One packet: header byte, optional id, length where the code has one, payload. The payload is
 // laid down as given, also where its size is wrong for the code.
 class LogPacket {
   public:

@@ -90,7 +90,7 @@ def tool_arguments(
     if log.separator is None:
         return arguments
     arguments.append("-l")
-    # One blank can also be asked for by an empty or by no value at all.
+    # An empty value, or none at all, also means one blank.
     if log.separator != b" " or seed % 3 == 0:
         arguments.append(log.separator)
     elif seed % 3 == 1:

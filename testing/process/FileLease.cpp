@@ -21,7 +21,7 @@ void MakePipe(std::array<int, 2>& ends) {
     }
 }
 
-// The child. Says 'h' when it holds the lease and 'a' when it is asked for it; ends, and with it
+// The child. Says 'h' when it holds the lease and 'a' when it is to give it up; ends, and with it
 // the lease, when the other end of `ended` is closed.
 [[noreturn]] void Hold(const char* path, int said, int ended) {
     sigset_t asked;

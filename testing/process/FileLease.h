@@ -15,7 +15,7 @@ class FileLease {
     FileLease& operator=(const FileLease&) = delete;
     ~FileLease();
 
-    // Returns when somebody's open has been held up.
+    // Returns when another process waits in its open.
     void WaitUntilAsked() const;
     // Gives the lease up. Returns when that is done; does nothing the second time.
     void Release();

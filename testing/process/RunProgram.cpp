@@ -166,7 +166,7 @@ std::vector<std::string> MakeEnvironment(const ProgramRun& run) {
     }
     if (!run.preloadLibrary.empty()) {
         environment.push_back("LD_PRELOAD=" + run.preloadLibrary);
-        // The sanitizer's own library wants to be loaded first and can do without.
+        // The sanitizer's own library must be loaded first; this check of it can be switched off.
         const auto options =
             std::find_if(environment.begin(), environment.end(),
                          [](const std::string& entry) { return Names(entry, "ASAN_OPTIONS"); });
@@ -299,7 +299,7 @@ int RemainingMs(Clock::time_point end) {
     return static_cast<int>(std::clamp<long long>(left.count(), 0, 3600000));
 }
 
-// Waits for something to read, the child's end, or the end of patience.
+// Waits for something to read, the child's end, or the deadline.
 void WaitForNews(Streams& streams, const Descriptor& childHandle, Clock::time_point end,
                  ProgramResult& result) {
     std::array<pollfd, 3> watched{{{streams.output.Get(), POLLIN, 0},

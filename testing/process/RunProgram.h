@@ -2,7 +2,7 @@
 #define ZYN_TESTING_PROCESS_RUNPROGRAM_H
 
 // Runs a program from outside, as a user would: own environment, own directory, all of its output,
-// its exit status, and an end of patience after which it and its children are killed.
+// its exit status, and a deadline after which it and its children are killed.
 
 #include <sys/resource.h>
 

@@ -66,7 +66,7 @@ struct Message {
 // Payload length of a kind that states none: 0, 1, 1, 2, 4, 8, 0, 0 for the kinds 0 to 7.
 [[nodiscard]] std::uint32_t ImpliedLength(std::uint8_t kind);
 
-// Frames `payload` under any header byte: an id (when bit 5 asks for one) and, for the kinds 8 to
+// Frames `payload` under any header byte: an id (when bit 5 is set) and, for the kinds 8 to
 // 15, the payload's length go in front. The caller gives kinds 0 to 7 a payload of their implied
 // length.
 [[nodiscard]] Bytes Frame(std::uint8_t header, std::span<const std::uint8_t> payload);

@@ -1,7 +1,7 @@
 #ifndef ZYN_TESTING_SERVICE_STANDINPROCESS_H
 #define ZYN_TESTING_SERVICE_STANDINPROCESS_H
 
-// zyn-standin-service as a child of a test: started, watched line by line, told what to do, ended.
+// zyn-standin-service as a child of a test: started, watched line by line, given commands, ended.
 
 #include <sys/types.h>
 
@@ -37,7 +37,7 @@ class StandInProcess {
     void CloseCommands();
 
     // Waits until `count` lines with this text (the time stamp left out) have been printed; false
-    // when the program has ended or patience has, before that.
+    // when the program ends, or the deadline passes, before that.
     [[nodiscard]] bool WaitForLine(const std::string& text, std::size_t count = 1);
 
     // All lines so far, each without its time stamp "HH:MM:SS.mmm ". Does not wait; but a program
@@ -50,7 +50,7 @@ class StandInProcess {
     // After a line "stops at ...": waits until the child is really stopped.
     [[nodiscard]] bool WaitUntilStopped() const;
     // Waits for the end (of its own, or after Signal) and collects the child: its exit status, 128
-    // plus the signal that ended it, or -1 when patience ends first.
+    // plus the signal that ended it, or -1 when the deadline passes first.
     [[nodiscard]] int WaitForEnd();
     // SIGTERM and WaitForEnd.
     [[nodiscard]] int Terminate();

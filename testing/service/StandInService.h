@@ -140,7 +140,7 @@ class StandInService {
   private:
     using Clock = std::chrono::steady_clock;
 
-    // One thing to be done to a client's ring.
+    // One operation on a client's ring.
     struct Delivery {
         enum class Action { kAppend, kFlood, kPositions };
         Action action = Action::kAppend;

@@ -185,7 +185,7 @@ TEST_F(LogCursorTest, WhatAKilledRunLeftIsReplaced) {
     EXPECT_EQ(Run(), Numbers{1});
     EXPECT_EQ(Run(), Numbers{});
     EXPECT_EQ(ListDirectory(directory_.Path()), (std::vector<std::string>{"cursor", "log"}));
-    // Nothing is written through a link that somebody put there.
+    // Nothing is written through a link that was put there.
     WriteFile(directory_ / "other", "mine");
     std::filesystem::create_symlink(directory_ / "other", cursor_ + ".zynlog-cat-new");
     EXPECT_EQ(Run(), Numbers{});

@@ -27,7 +27,7 @@
 
 namespace {
 
-// Blocks are told by the process that they name.
+// Blocks are identified by the process that they name.
 std::string BlockOf(std::uint32_t number, std::string_view message = "message") {
     return LogBlock().Pid(number).Record(LogRecord(number).Message(message)).Bytes();
 }
@@ -49,7 +49,7 @@ class Found final : public FollowListener {
     }
     void OnIssue(const InputIssue& issue) override { issues.push_back(issue.text); }
 
-    // What came since it was asked before.
+    // What came since the last call.
     std::vector<std::uint32_t> Take() { return std::exchange(numbers, {}); }
 
     std::vector<std::uint32_t> numbers;
@@ -78,7 +78,7 @@ class LogFollowerTest : public testing::Test {
 
     void Follow() { follower_.emplace(std::vector{directory_.Path()}, found_); }
 
-    // Looks, as if the system had told of a change of the directory.
+    // Looks, as if the directory had changed.
     Numbers Look() {
         // The event of the last change is there before the call that made it returns.
         EXPECT_EQ(follower_->Wait(-1, -1), LogFollower::Event::kLook);

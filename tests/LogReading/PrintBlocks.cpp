@@ -29,7 +29,7 @@ std::string Hex(std::string_view bytes) {
     return text;
 }
 
-// A sum of the data that tells whether the right bytes were handed out.
+// A checksum that shows whether the right bytes were handed out.
 std::uint32_t SumOf(const FoundBlock& block) {
     std::uint32_t sum = 1;
     for (std::uint32_t index = 0; index < block.dataBytes; ++index) {

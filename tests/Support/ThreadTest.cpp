@@ -23,7 +23,7 @@ using ::testing::MatchesRegex;
 constexpr const char* kCreated = "Thread: Thread [0-9]+ created\\.";
 constexpr const char* kReturns = "Thread: Worker function for thread ID:[0-9]+ returns:0";
 
-// Ends when told to, and says when it runs.
+// Ends when its flag is set, and shows when it runs.
 struct Loop {
     std::atomic<bool> stop{false};
     std::binary_semaphore running{0};

@@ -78,7 +78,7 @@ TEST(BlockCursorTest, DataThatFitsTheStreamIsReadInPlaceAndOtherIsCopied) {
     }
 }
 
-// Whoever wants headers only reads past the data by himself.
+// A caller that needs headers only reads past the data itself.
 TEST(BlockCursorTest, DataNeedNotBeRead) {
     MemoryLog log(SampleBlock("one").Bytes() + SampleBlock("two").Pid(2).Bytes());
     BlockCursor cursor;

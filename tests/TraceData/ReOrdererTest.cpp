@@ -20,7 +20,7 @@ namespace {
 // A sequence number and which of the records pushed it was.
 using Emitted = std::pair<std::uint32_t, std::uint32_t>;
 
-// Fails on the record that was pushed as number `failsAt`, as often as it is asked.
+// Fails on the record that was pushed as number `failsAt`, each time that it is emitted.
 struct Helper {
     void ProcessRecord(const TraceRecordReader& record) {
         if (failsAt && record.length == *failsAt) {

@@ -115,7 +115,7 @@ class ReloadStress : public testing::Test {
         std::vector<std::thread> threads_;
     };
 
-    // Asks for every label until told to stop.
+    // Queries every label until the flag is set.
     void Query() {
         while (!stop_.load(std::memory_order_relaxed)) {
             for (int label = 0; label < kLabels; ++label) {

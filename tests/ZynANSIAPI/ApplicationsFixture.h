@@ -21,7 +21,7 @@
 #include "fixtures/ServiceEnvironment.h"
 #include "testing/service/StandInProcess.h"
 
-// An application that runs beside the test and is told to end by the end of its input.
+// An application that runs beside the test and ends at the end of its input.
 class Application {
   public:
     Application(const std::string& program, std::vector<std::string> arguments,

@@ -1,12 +1,13 @@
 // An application that forks in the ways that a test names:
 //   handlers             with fork handlers of its own that use the interface, before and behind
-//                        the library's; tells what each of them got
+//                        the library's; prints what each of them got
 //   first ROUNDS SEED    at random moments, while its threads make the first calls of the process
 //   orders ROUNDS SEED   at random moments, connected, while orders may come
 //   crowd fork|exit      at the end of its input, while eight threads wait for their requests;
 //                        or ends then
 // Rounds run in processes of their own, several at a time. A process that hangs is ended by its
-// alarm clock. How a round failed is told on a line of its own, before the line that counts them.
+// alarm clock. How a round failed is printed on a line of its own, before the line that counts
+// them.
 #include <pthread.h>
 #include <sys/mman.h>
 #include <sys/wait.h>

@@ -24,7 +24,7 @@ constexpr const char* kEnabled =
 
 class ForkingApplicationsTest : public ApplicationsTest {
   protected:
-    // What the probe tells of its rounds: a line for each that failed, then their count.
+    // The probe's report of its rounds: a line for each that failed, then their count.
     static std::string Rounds(Application& probe) {
         std::string told;
         std::string line;
@@ -35,7 +35,7 @@ class ForkingApplicationsTest : public ApplicationsTest {
         return told;
     }
 
-    // Another one in each run; told when the test fails.
+    // Another one in each run; printed when the test fails.
     const std::string seed_ = std::to_string(std::random_device()() % 1'000'000);
 };
 

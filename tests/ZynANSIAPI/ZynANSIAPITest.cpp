@@ -20,7 +20,7 @@ using ::testing::MatchesRegex;
 [[maybe_unused]] const auto* const kEnvironment =
     ::testing::AddGlobalTestEnvironment(new WithoutService);
 
-// What the interface has told the system log since the capture began.
+// What the interface has logged to the system log since the capture began.
 std::vector<std::string> Reports() {
     std::vector<std::string> texts;
     for (const SyslogRecord& record : SyslogCapture::Take()) {

@@ -53,7 +53,7 @@ class ZynServiceClientTest : public ::testing::Test {
     std::string Send(ConfigurationChange change) {
         return FailureTextOf([&] { *client_ << RequestOf(change); });
     }
-    // As a trace call asks that belongs to no client in particular.
+    // The query of a trace call that belongs to no client in particular.
     bool Enabled() {
         return filter_->IsEnabled(static_cast<int>(filter_->GetModuleKey("M")),
                                   ZynFilterManager::kNoClient,

@@ -359,7 +359,7 @@ TEST(ZynServiceMonitorProxy, ForkIsHandledBeforeThereIsAProxy) {
     EXPECT_EQ(FreeLocks(), 3);
 }
 
-// The last test of this program, and the only one that asks for the process's own proxy.
+// The last test of this program, and the only one that uses the process's own proxy.
 TEST_F(ZynServiceMonitorProxyTest, ProcessHasOneProxyOnceItHasTheMemory) {
     {
         const LibcFault fault(LibcCall::kNew, ENOMEM);

@@ -107,7 +107,7 @@ class MessageProtocolTest(unittest.TestCase):
         self.assertEqual(tool.returncode, 0)
         self.assertTrue(output.endswith(b"Pause tracing... succeeded.\n"), output)
         self.assertFalse(client.path.exists())
-        # The diagnostic log tells that the order was understood.
+        # The diagnostic log shows that the order was understood.
         self.assertIn("ZYNCLIENT: ZYN client pause tracing\n",
                       (self.run_directory / "trace.txt").read_text())
 

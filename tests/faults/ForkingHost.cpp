@@ -1,5 +1,5 @@
 // An application that links the client programming interface and forks while the library's threads
-// run. For concurrency_test.py: tells what happens line by line, and waits for a line of input
+// run. For concurrency_test.py: prints what happens line by line, and waits for a line of input
 // before it forks.
 
 #include <sys/wait.h>

@@ -111,7 +111,7 @@ class World:
         if fault or sleep_us:
             variables["LD_PRELOAD"] = str(self.tool_build.fault_preload)
             variables["ZYN_FAULT_LOG"] = str(self.hits)
-            # The sanitizer's own library wants to be loaded first and can do without.
+            # The sanitizer's own library must be loaded first; this check of it can be switched off.
             variables["ASAN_OPTIONS"] = ":".join(
                 filter(None, [variables.get("ASAN_OPTIONS"), "verify_asan_link_order=0"]))
         if fault:

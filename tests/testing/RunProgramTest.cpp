@@ -1,4 +1,4 @@
-// Tests of how programs are run from outside, with a program that does what it is told.
+// Tests of how programs are run from outside, with a program that does what its arguments say.
 
 #include <gtest/gtest.h>
 #include <sys/resource.h>

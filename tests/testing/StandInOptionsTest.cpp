@@ -1,4 +1,5 @@
-// Every option and command of zyn-standin-service reaches the setting it names; every slip is told.
+// Every option and command of zyn-standin-service reaches the setting it names; every mistake is
+// reported.
 
 #include <gtest/gtest.h>
 
