@@ -21,13 +21,16 @@ int PriorityOf(int level) {
 
 }  // namespace
 
-SysLogEntry::SysLogEntry(std::string ident, int level) : ident_(std::move(ident)), level_(level) {}
+SysLogEntry::SysLogEntry(std::string ident, int level) : ident_(std::move(ident)), level_(level) {
+    // By itself a stream keeps the want of memory to itself.
+    text_.exceptions(std::ios::badbit);
+}
 
 SysLogEntry::~SysLogEntry() {
     const CancellationOff whole;
     try {
         const std::string text = text_.str();
-        if (text.empty()) {
+        if (text.empty() || text_.bad()) {
             return;
         }
         const std::lock_guard<std::mutex> lock(processstate::systemLogMutex);

@@ -5,9 +5,10 @@
 #include <sstream>
 #include <string>
 
-// Compose the text with the stream operators; the destructor sends it under `ident`, or sends
-// nothing when no text was given. The text is never used as a format. One thread per object;
-// sending is serialised, because openlog and closelog are process-wide.
+// Compose the text with the stream operators, which throw std::bad_alloc; the destructor sends it
+// under `ident`, or sends nothing when no text was given, or not all of it could be held. The text
+// is never used as a format. One thread per object; sending is serialised, because openlog and
+// closelog are process-wide.
 class SysLogEntry {
   public:
     static constexpr int kNotice = 0;

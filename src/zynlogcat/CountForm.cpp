@@ -6,11 +6,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <iomanip>
 #include <limits>
 #include <map>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -150,13 +148,16 @@ class CountingForm : public OutputForm {
     NameCounter hosts_;
 };
 
+// No stream: one keeps the want of memory to itself and goes on with a text that is cut off.
+std::string RightAligned(std::string_view text, std::size_t width, char fill) {
+    std::string aligned(width - std::min(width, text.size()), fill);
+    return aligned.append(text);
+}
+
 std::string LocalText(std::uint64_t time) {
     CalendarText calendar;
-    std::ostringstream text;
-    text << std::string_view(calendar.For(static_cast<std::uint32_t>(time / 1000)),
-                             CalendarText::kLength)
-         << std::setw(3) << std::setfill('0') << time % 1000;
-    return text.str();
+    std::string text(calendar.For(static_cast<std::uint32_t>(time / 1000)), CalendarText::kLength);
+    return text.append(RightAligned(std::to_string(time % 1000), 3, '0'));
 }
 
 class CountTable final : public CountingForm {
@@ -178,20 +179,14 @@ class CountTable final : public CountingForm {
 
   private:
     void PutKind(std::string_view kind, const std::vector<NameCount>& counts) {
-        constexpr int kWidth = 12;
-        std::ostringstream head;
+        constexpr std::size_t kWidth = 12;
         std::string title(kind);
         std::transform(title.begin(), title.end(), title.begin(),
                        [](char c) { return static_cast<char>(c - 'a' + 'A'); });
-        head << '\n'
-             << std::setw(kWidth) << "RECORDS"
-             << "  " << title << '\n';
-        out_.Write(head.str());
+        out_.Write('\n' + RightAligned("RECORDS", kWidth, ' ') + "  " + title + '\n');
         for (const NameCount& count : counts) {
-            std::ostringstream line;
-            line << std::setw(kWidth) << count.records << "  "
-                 << (count.name.empty() ? "-" : MaskedControls(count.name)) << '\n';
-            out_.Write(line.str());
+            out_.Write(RightAligned(std::to_string(count.records), kWidth, ' ') + "  " +
+                       (count.name.empty() ? "-" : MaskedControls(count.name)) + '\n');
         }
     }
 };

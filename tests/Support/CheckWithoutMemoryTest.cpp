@@ -8,9 +8,12 @@
 #include <limits>
 #include <new>
 #include <string>
+#include <vector>
 
+#include "Support/SysLogEntry.h"
 #include "Support/ValidationException.h"
 #include "fixtures/DiagnosticTrace.h"
+#include "testing/faults/SyslogCapture.h"
 
 namespace {
 
@@ -80,6 +83,27 @@ TEST_F(CheckWithoutMemory, NothingIsWrittenWhenTheModeIsOff) {
               }),
               "std::bad_alloc");
     EXPECT_THAT(ListDirectory(run.Path()), testing::IsEmpty());
+}
+
+// The system log gets whole texts only.
+TEST(SysLogEntryWithoutMemory, TextThatCannotBeHeldIsRaisedAndNotSent) {
+    const SyslogCapture syslog;
+    static const std::string text(100'000, 't');
+    {
+        SysLogEntry entry("ZYNAPI", SysLogEntry::kError);
+        entry << "before ";
+        const ShortMemory limit(50'000);
+        EXPECT_THROW(entry << text, std::bad_alloc);
+    }
+    EXPECT_TRUE(SyslogCapture::Take().empty());
+    {
+        // Not even a stream's first buffer; the capture's records are smaller.
+        const ShortMemory little(300);
+        SysLogEntry("ZYNAPI", SysLogEntry::kError) << "std::bad_alloc";
+    }
+    const std::vector<SyslogRecord> records = SyslogCapture::Take();
+    ASSERT_EQ(records.size(), 1U);
+    EXPECT_EQ(records[0].text, "std::bad_alloc");
 }
 
 TEST_F(CheckWithoutMemory, WhatCannotEvenBeLoggedIsRaised) {
