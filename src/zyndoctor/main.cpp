@@ -4,6 +4,7 @@
 #include <exception>
 #include <iostream>
 
+#include "Support/WantOfMemory.h"
 #include "zyndoctor/Checks.h"
 #include "zyndoctor/Diagnosis.h"
 #include "zyndoctor/DiagnosisReport.h"
@@ -28,6 +29,7 @@ int Run(const DoctorOptions& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    EndWithoutMemory("zyn-doctor: std::bad_alloc\n", Diagnosis::kCouldNotLook);
     try {
         const DoctorOptions options = ParseDoctorOptions(argc, argv);
         if (options.mistaken) {

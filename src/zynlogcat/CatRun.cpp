@@ -247,8 +247,8 @@ void CatRun::Merge() {
         }
     }
     Try("--merge", [&] {
-        MergedRecords merged(logs, End(), report_);
-        for (TraceRecord record; merged.Next(record);) {
+        const auto merged = std::make_unique<MergedRecords>(logs, End(), report_);
+        for (TraceRecord record; merged->Next(record);) {
             chooser_.Take(record);
         }
     });
@@ -388,13 +388,15 @@ void CatRun::OnDamagedPlace(std::size_t /*log*/, const DamagedPlace& place, LogD
 
 int RunCat(const CatOptions& options, const CatTerminal& terminal, TextFile& out,
            std::ostream& errors) {
-    CatRun run(options, terminal, out, errors);
+    // Not on the stack, for which it is large: a stack that cannot grow ends the program by a
+    // signal, and want of memory is to be reported.
+    const auto run = std::make_unique<CatRun>(options, terminal, out, errors);
     try {
-        return run.Run();
+        return run->Run();
     } catch (const std::exception&) {
         // A closed pipe ends the program quietly.
         if (out.Failure() == EPIPE) {
-            return run.Status();
+            return run->Status();
         }
         throw;
     }

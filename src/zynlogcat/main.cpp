@@ -12,6 +12,7 @@
 
 #include "Support/FileDescriptor.h"
 #include "Support/PrintableText.h"
+#include "Support/WantOfMemory.h"
 #include "TraceData/text/TextFile.h"
 #include "ZynConfigFileReader/ConfiguredLog.h"
 #include "zynlogcat/CatOptions.h"
@@ -87,6 +88,7 @@ int main(int argc, char** argv) {
     // A closed pipe and a file at its size limit are failed writes.
     static_cast<void>(std::signal(SIGPIPE, SIG_IGN));
     static_cast<void>(std::signal(SIGXFSZ, SIG_IGN));
+    EndWithoutMemory("zynlog-cat: std::bad_alloc\n", RunReport::kUnreadable);
     HoldStandardStreams();
     tzset();
     try {

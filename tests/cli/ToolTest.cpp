@@ -130,28 +130,4 @@ TEST_F(ToolTest, EmptyArgumentVectorCountsAsNoArguments) {
     EXPECT_EQ(WEXITSTATUS(status), 255);
 }
 
-// With the least memory that the loader is content with: the report, and the status.
-TEST_F(ToolTest, WantOfMemoryIsReported) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr bool kLimited = false;
-#else
-    constexpr bool kLimited = true;
-#endif
-    bool started = false;
-    for (rlim_t kiB = 2000; kLimited && !started && kiB < 40000; kiB += 50) {
-        ProgramRun run = Run({"export", "-d", ".", "-f", "all.txt", "-silent"});
-        run.limits = {{RLIMIT_AS, kiB * 1024}, {RLIMIT_CORE, 0}};
-        const ProgramResult result = RunProgram(run);
-        started = result.status != 127 && result.signal != SIGSEGV;
-        if (started) {
-            EXPECT_EQ(result.signal, 0) << kiB;
-            EXPECT_EQ(result.status, 255) << kiB;
-            const std::string report = "Operation failed.\nError description:std::bad_alloc\n";
-            EXPECT_TRUE(result.error == report || result.error == kToolBanner + report)
-                << kiB << " KiB: " << result.error;
-        }
-    }
-    EXPECT_EQ(started, kLimited);
-}
-
 }  // namespace

@@ -368,38 +368,6 @@ TEST_F(VerifyTest, ALogThatIsBeingWrittenIsNotDamaged) {
     EXPECT_EQ(Verify({"--live", "."}).status, 1) << "no longer the newest";
 }
 
-// However little memory there is beyond what the loader needs: a message, and the status.
-TEST_F(VerifyTest, WantOfMemoryIsStatus2) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    constexpr bool kLimited = false;
-#else
-    constexpr bool kLimited = true;
-#endif
-    Write(CleanLog());
-    unsigned failures = 0;
-    unsigned wants = 0;
-    unsigned successes = 0;
-    for (rlim_t kiB = 2000; kLimited && successes < 3 && kiB < 40000; kiB += 50) {
-        ProgramRun run;
-        run.limits = {{RLIMIT_AS, kiB * 1024}, {RLIMIT_CORE, 0}};
-        const ProgramResult result = Verify({"."}, run);
-        if (result.status == 127 || (result.signal == SIGSEGV && failures == 0)) {
-            continue;  // the loader's
-        }
-        EXPECT_EQ(result.signal, 0) << kiB;
-        if (result.status == 0) {
-            ++successes;
-            continue;
-        }
-        ++failures;
-        EXPECT_EQ(result.status, 2) << kiB;
-        EXPECT_FALSE(result.error.empty()) << kiB;
-        wants += result.error == "zynlog-verify: std::bad_alloc\n" ? 1U : 0U;
-    }
-    EXPECT_EQ(failures != 0, kLimited);
-    EXPECT_EQ(wants != 0, kLimited);
-}
-
 TEST_F(VerifyTest, LongOptionsMayFollowOperandsAndBeShortened) {
     Write(CleanLog());
     const ProgramResult result = Verify({".", "--js"});

@@ -3,6 +3,7 @@
 #define ZYN_TRACEDATA_TEXT_ZYNDATATEXTEXPORTER_H
 
 #include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "TraceData/TraceDataReader.h"
@@ -62,13 +63,16 @@ class ZynDataTextExporter {
     static std::uint64_t Export(Stream& stream, TextFile& file, std::string_view separator,
                                 ProgressDisplay& progress, ClockFunction clock = CurrentTimeMs) {
         file.Write(ZynTextFileOutputSupport::GetHeader());
-        BlockReaderClient client(file, separator, progress, clock);
+        // Together more than the stack has at the start: one that cannot grow ends the program by a
+        // signal, and want of memory is to be reported.
+        const auto client = std::make_unique<BlockReaderClient>(file, separator, progress, clock);
         progress.Start();
-        TraceBlockReader<BlockReaderClient, Limit> blocks;
+        const auto blocks =
+            std::make_unique_for_overwrite<TraceBlockReader<BlockReaderClient, Limit>>();
         while (stream.BytesRead() < stream.TotalBytes()) {
-            blocks.Process(client, stream);
+            blocks->Process(*client, stream);
         }
-        return client.Records();
+        return client->Records();
     }
 };
 
