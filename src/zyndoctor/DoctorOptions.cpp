@@ -5,6 +5,8 @@
 #include <array>
 #include <iostream>
 
+#include "Support/PrintableText.h"
+
 const char* const kDoctorUsage =
     "Usage: zyn-doctor [OPTION]...\n"
     "Look at what runtime tracing depends on in this environment: the configuration, the\n"
@@ -31,7 +33,7 @@ DoctorOptions ParseDoctorOptions(int argc, char** argv) {
         options.mistaken |= letter == '?';
     }
     if (optind < argc && !options.mistaken) {
-        std::cerr << "zyn-doctor: nothing to be named: '" << argv[optind] << "'\n";
+        std::cerr << "zyn-doctor: nothing to be named: '" << MaskedControls(argv[optind]) << "'\n";
         options.mistaken = true;
     }
     return options;

@@ -29,6 +29,15 @@ class CatFixture : public testing::Test {
         run.directory = directory_.Path();
         return RunProgram(run);
     }
+    // Runs a command of the shell in the directory.
+    void Shell(const std::string& command) const {
+        ProgramRun run;
+        run.program = "/bin/sh";
+        run.arguments = {"-c", "PATH=/usr/bin:/bin; " + command};
+        run.directory = directory_.Path();
+        const ProgramResult result = RunProgram(run);
+        ASSERT_EQ(result.status, 0) << command << ": " << result.error;
+    }
     // The messages of the records shown, one a line.
     std::string Messages(std::vector<std::string> arguments) const {
         arguments.insert(arguments.end(), {"-o", "csv", "--no-header"});

@@ -25,14 +25,6 @@ constexpr std::array<Compressor, 2> kCompressors{{{"gzip -n", ".gz"}, {"zstd -q 
 
 class CatInputTest : public CatFixture {
   protected:
-    void Shell(const std::string& command) const {
-        ProgramRun run;
-        run.program = "/bin/sh";
-        run.arguments = {"-c", "PATH=/usr/bin:/bin; " + command};
-        run.directory = directory_.Path();
-        const ProgramResult result = RunProgram(run);
-        ASSERT_EQ(result.status, 0) << command << ": " << result.error;
-    }
     void SetAge(const std::string& name, std::time_t changed) const {
         const utimbuf times{changed, changed};
         ASSERT_EQ(utime((directory_ / name).c_str(), &times), 0);

@@ -20,14 +20,6 @@ constexpr std::array kForms{"columns", "short", "json", "csv", "count", "count-j
 
 class CatRulesTest : public CatFixture {
   protected:
-    void Shell(const std::string& command) const {
-        ProgramRun run;
-        run.program = "/bin/sh";
-        run.arguments = {"-c", "PATH=/usr/bin:/bin; " + command};
-        run.directory = directory_.Path();
-        const ProgramResult result = RunProgram(run);
-        ASSERT_EQ(result.status, 0) << command << ": " << result.error;
-    }
     static std::vector<std::string> With(std::vector<std::string> arguments,
                                          const std::vector<std::string>& more) {
         arguments.insert(arguments.end(), more.begin(), more.end());

@@ -1,11 +1,7 @@
 // zynlog-cat on a terminal: colours, and nothing that gives it orders.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstddef>
-#include <cstdlib>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,6 +9,7 @@
 #include "cli/CatFixture.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/RunProgram.h"
+#include "testing/process/Terminal.h"
 
 namespace {
 
@@ -22,23 +19,14 @@ class CatTerminalTest : public CatFixture {
         WriteLog("log", LogWriter().Block(LogBlock().Record(Record(1, "m\x1b]0;x\ay"))));
     }
 
-    // What a terminal shows, whose lines end by carriage return and line feed.
+    // What a terminal shows.
     std::string Shown(std::vector<std::string> arguments, ProgramRun run = {}) const {
-        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        EXPECT_NE(terminal, -1);
-        EXPECT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
-        run.outputPath = ptsname(terminal);
+        Terminal terminal;
+        run.outputPath = terminal.Path();
         const ProgramResult result = Cat(std::move(arguments), std::move(run));
         EXPECT_EQ(result.error, "");
         EXPECT_EQ(result.status, 0);
-        std::string shown;
-        std::array<char, 256> piece{};
-        // Ends with an error once nobody has the other side open.
-        for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
-            shown.append(piece.data(), static_cast<std::size_t>(count));
-        }
-        close(terminal);
-        return shown;
+        return terminal.Shown();
     }
     static ProgramRun NoColor(const std::string& value) {
         ProgramRun run;

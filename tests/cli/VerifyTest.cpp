@@ -1,15 +1,10 @@
 // zynlog-verify from outside: its reports, its exit status, and that it agrees with what an export
 // really does.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
-#include <cstdlib>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -20,21 +15,11 @@
 #include "testing/logs/LogWriter.h"
 #include "testing/process/Files.h"
 #include "testing/process/RunProgram.h"
+#include "testing/process/Terminal.h"
 
 namespace {
 
 using Json = nlohmann::json;
-
-// What a terminal was given, in pieces, until nobody has its other side open; closes this one.
-std::string ReadTerminal(int terminal) {
-    std::string shown;
-    std::array<char, 256> piece{};
-    for (ssize_t count = 0; (count = read(terminal, piece.data(), piece.size())) > 0;) {
-        shown.append(piece.data(), static_cast<std::size_t>(count));
-    }
-    close(terminal);
-    return shown;
-}
 
 class VerifyTest : public VerifyFixture {
   protected:
@@ -184,13 +169,11 @@ TEST_F(VerifyTest, HelpThatCannotBeWrittenIsStatus2) {
 
 TEST_F(VerifyTest, ATerminalGetsProgressThatIsWipedInTheEnd) {
     Write(CleanLog());
-    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-    ASSERT_NE(terminal, -1);
-    ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
+    Terminal terminal;
     ProgramRun run;
-    run.errorPath = ptsname(terminal);
+    run.errorPath = terminal.Path();
     const ProgramResult result = Verify({"."}, run);
-    const std::string drawn = ReadTerminal(terminal);
+    const std::string drawn = terminal.Shown();
     EXPECT_EQ(result.status, 0);
     EXPECT_TRUE(result.output.ends_with("\nclean\n"));
     EXPECT_NE(drawn.find("**********  [100%]"), std::string::npos);
@@ -202,16 +185,11 @@ TEST_F(VerifyTest, TheTableFitsTheTerminal) {
               .Block(LogBlock(Block(1, 1)).Record(Record(2).HeaderLength(9)))
               .Block(Block(3, 2)));
     for (const unsigned columns : {60U, 80U, 100U, 200U, 0U}) {
-        const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-        ASSERT_NE(terminal, -1);
-        ASSERT_EQ(grantpt(terminal) + unlockpt(terminal), 0);
-        winsize size{};
-        size.ws_col = static_cast<unsigned short>(columns);
-        ASSERT_EQ(ioctl(terminal, TIOCSWINSZ, &size), 0);
+        Terminal terminal(columns);
         ProgramRun run;
-        run.outputPath = ptsname(terminal);
+        run.outputPath = terminal.Path();
         EXPECT_EQ(Verify({"--blocks", "."}, run).status, 1);
-        std::istringstream lines(ReadTerminal(terminal));
+        std::istringstream lines(terminal.Shown());
         std::size_t longest = 0;
         for (std::string line; std::getline(lines, line);) {
             longest = std::max(longest, line.size() - 1);  // a terminal adds a carriage return

@@ -571,6 +571,7 @@ Exit status: 0 nothing wrong found, 1 findings, 2 something could not be looked 
         result = self.run_doctor("host")
         self.assertEqual((result.returncode, result.stderr),
                          (2, b"zyn-doctor: nothing to be named: 'host'\nTry 'zyn-doctor --help'.\n"))
+        self.assertIn(b"'?[0m'", self.run_doctor("\x1b[0m").stderr)
 
     def test_a_report_that_cannot_be_written_is_no_success(self):
         with open("/dev/full", "wb") as full:
