@@ -77,6 +77,7 @@ void CheckNewest(Diagnosis& diagnosis, const std::string& directory, const LogFi
     const std::string at = " at offset " + std::to_string(end.offset) +
                            (end.file == path ? "" : " of " + BaseName(end.file));
     const std::string verify = "; \"zynlog-verify " + directory + "\" says what it costs";
+    const std::string rescue = verify + ", with --salvage NEW_DIRECTORY it copies what is good";
     switch (end.kind) {
         case LogEnd::Kind::kComplete:
             diagnosis.Say("newest-complete", newest + ", ends with a whole block");
@@ -88,14 +89,14 @@ void CheckNewest(Diagnosis& diagnosis, const std::string& directory, const LogFi
                                                        "is writing it");
             } else {
                 diagnosis.Find("newest-unfinished",
-                               newest + ", ends within the block" + at + verify);
+                               newest + ", ends within the block" + at + rescue);
             }
             break;
         case LogEnd::Kind::kDamaged:
-            diagnosis.Find("newest-damaged", newest + ", no block header" + at + verify);
+            diagnosis.Find("newest-damaged", newest + ", no block header" + at + rescue);
             break;
         case LogEnd::Kind::kZeros:
-            diagnosis.Find("newest-zeros", newest + ", only zeros from" + at.substr(3) + verify);
+            diagnosis.Find("newest-zeros", newest + ", only zeros from" + at.substr(3) + rescue);
             break;
         case LogEnd::Kind::kTooLong:
             diagnosis.Say("newest-long", newest + ", more than " +

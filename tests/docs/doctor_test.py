@@ -261,6 +261,9 @@ class DoctorTest(unittest.TestCase):
     def advice(self):
         return f'; "zynlog-verify {self.root}/log" says what it costs'
 
+    def rescue(self):
+        return self.advice() + ", with --salvage NEW_DIRECTORY it copies what is good"
+
     def test_the_newest_log_is_looked_at(self):
         self.newest()
         self.assertIn("newest: zynlog-0002.txt, ends with a whole block", self.diagnose()[0])
@@ -272,7 +275,7 @@ class DoctorTest(unittest.TestCase):
             log.truncate(last + 60)
         self.newest()
         self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, ends within the block at offset {last}" + self.advice()])
+                         [f"newest: zynlog-0002.txt, ends within the block at offset {last}" + self.rescue()])
 
     def test_an_unfinished_log_of_a_living_service_is_as_it_should_be(self):
         path = self.newest()
@@ -294,7 +297,7 @@ class DoctorTest(unittest.TestCase):
         path.write_bytes(content)
         self.newest()
         self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, no block header at offset {second}" + self.advice()])
+                         [f"newest: zynlog-0002.txt, no block header at offset {second}" + self.rescue()])
 
     def test_zeros_at_the_end_of_the_newest_log_are_found(self):
         path = self.newest()
@@ -303,7 +306,7 @@ class DoctorTest(unittest.TestCase):
             log.truncate(size + 100_000)
         self.newest()
         self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, only zeros from offset {size}" + self.advice()])
+                         [f"newest: zynlog-0002.txt, only zeros from offset {size}" + self.rescue()])
 
     def test_too_little_room_for_another_log_is_found(self):
         path = self.root / "log" / "zynlog-0003.txt"
