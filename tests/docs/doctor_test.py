@@ -370,6 +370,11 @@ class DoctorTest(unittest.TestCase):
         self.root.chmod(0o755)
         (self.root / "log").chmod(0o700)
         nobody = {"user": 65534, "group": 65534, "extra_groups": []}
+        # A build that counts what runs writes its counters where only root may.
+        counters = tempfile.TemporaryDirectory(prefix="zyn-doctor.")
+        self.addCleanup(counters.cleanup)
+        Path(counters.name).chmod(0o777)
+        self.environment["GCOV_PREFIX"] = counters.name
         self.assertEqual(self.look(**nobody)[2], [f"{self.root}/log: Permission denied",
                                                   f"{self.run_directory}/: Permission denied"])
         self.run_directory.chmod(0o755)
