@@ -136,7 +136,7 @@ class ManyHosts(LogCase):
         command = f"{WORKER} {self.place}/%h/log {self.place}/%h/text"
         result = subprocess.run(
             ["clush", "-R", "exec", "-f", "8", "-S", "-w", f"h[001-{HOSTS}]", command],
-            env=ENVIRONMENT, text=True, check=False, capture_output=True, timeout=300,
+            env=ENVIRONMENT, text=True, check=False, capture_output=True, timeout=900,
             stdin=subprocess.DEVNULL)
         self.assertEqual(result.returncode, 1, result.stderr)
         failed = [line for line in result.stderr.splitlines() if "exited with exit code" in line]
