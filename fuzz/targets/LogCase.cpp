@@ -28,8 +28,11 @@ constexpr std::array<const char*, 8> kZones{"UTC0",
                                             "<+14>-14",
                                             "NST3:30NDT2:30,M3.2.0/0:01,M11.1.0/0:01"};
 
+}  // namespace
+
 // A change of the zone costs more than all the rest.
-void UseZone(const char* zone) {
+void UseFuzzZone(std::uint8_t number) {
+    const char* const zone = kZones[number % kZones.size()];
     const char* inForce = std::getenv("TZ");
     if (inForce == nullptr || std::string_view(inForce) != zone) {
         setenv("TZ", zone, 1);
@@ -37,12 +40,10 @@ void UseZone(const char* zone) {
     }
 }
 
-}  // namespace
-
 LogCase::LogCase(FuzzInput input) {
     FuzzScript script(input);
     separator = kSeparators[script.U8() % kSeparators.size()];
-    UseZone(kZones[script.U8() % kZones.size()]);
+    UseFuzzZone(script.U8());
     files = 1 + script.U8() % 4U;
     for (std::uint16_t& word : words) {
         word = script.U16();

@@ -24,6 +24,9 @@ struct LogCase {
     std::string_view log;
 };
 
+// Puts one of some zones in force, whatever the number.
+void UseFuzzZone(std::uint8_t number);
+
 // For records without a time.
 inline constexpr ModelClock kFuzzNow{1700000000, 7};
 std::uint64_t FuzzNowMs();

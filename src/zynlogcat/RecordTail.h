@@ -48,7 +48,6 @@ class RecordTail final : public RecordSink {
     std::vector<Kept> kept_;
     std::size_t next_ = 0;
     std::shared_ptr<const Origin> origin_;
-    std::uint64_t block_ = 0;
     RecordView view_;
 };
 
