@@ -12,6 +12,7 @@ import unittest
 from pathlib import Path
 
 SOURCE = Path(os.environ["ZYN_SOURCE"])
+BIN = Path(os.environ["ZYN_BIN"])
 LOG = SOURCE / "samples" / "log" / "zynlog-0001.txt"
 NOTE_BYTES = 256
 
@@ -103,6 +104,37 @@ class LnavTest(unittest.TestCase):
                                " " * 79 + "two",
                                "11/14/2023 10:00:00.001    12       1170 a            b          Info         three")
         self.assertEqual([message["log_level"] for message in messages], ["error", "info"])
+
+    def test_columns_of_zynlog_cat_are_read_as_its_json_has_them(self):
+        """All records of the sample log, by time over all writers; names as far as columns go."""
+        def cat(*options):
+            return subprocess.run([BIN / "zynlog-cat", "--merge", *options, SOURCE / "samples" / "log"],
+                                  env={"TZ": "UTC0"}, capture_output=True, check=True).stdout
+
+        def fitted(name, width):
+            return name if len(name) <= width else f"{name[:width - 4]}..{name[-2:]}"
+
+        records = [json.loads(line) for line in cat("-o", "json").splitlines()]
+        (self.directory / "text.log").write_bytes(cat())
+        query = (";SELECT log_time, pid, tid, trim(module) AS module, trim(client) AS client, "
+                 "trim(label) AS label, log_body FROM zyntool_log WHERE pid IS NOT NULL")
+        shown = json.loads(self.lnav("-n", "text.log", "-c", query, "-c", ":write-json-to -").stdout)
+        self.assertGreater(len(records), 100)
+        self.assertEqual(len(shown), len(records))
+        for line, record in zip(shown, records):
+            self.assertEqual(
+                (line["log_time"], int(line["pid"]), int(line["tid"]), line["module"], line["client"], line["label"]),
+                (record["time"].replace("T", " ").rstrip("Z"), record["pid"], record["tid"],
+                 fitted(record["module"], 12), fitted(record["client"], 10), fitted(record["label"], 12)))
+            # Its lines stand below each other, behind blanks.
+            self.assertEqual(line["log_body"].split(), record["message"].split())
+
+    def test_columns_without_header_are_read_too(self):
+        text = subprocess.run([BIN / "zynlog-cat", "--no-header", "-l", "Error", SOURCE / "samples" / "log"],
+                              env={"TZ": "UTC0"}, capture_output=True, text=True, check=True).stdout
+        levels = [message["log_level"] for message in self.fields(*text.splitlines())]
+        self.assertEqual(set(levels), {"error"})
+        self.assertEqual(len(levels), len(re.findall(r"^\d\d/", text, re.MULTILINE)))
 
     def times(self, lines):
         """The times that lnav gives to lines."""
