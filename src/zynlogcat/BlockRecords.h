@@ -45,10 +45,12 @@ class RecordDamageListener {
     virtual void OnPacketDamage(std::uint64_t position) = 0;
 };
 
-// Receives records, which are valid until the call returns.
+// Receives records, which are valid until the call returns, and hears of the end of each block,
+// until which the block's data is valid.
 template <typename T>
 concept RecordTaker = requires(T taker, const TraceRecord& record) {
     taker.Take(record);
+    taker.EndBlock();
 };
 
 // The records of blocks, in the order in which an export has them. One thread; listener and taker
@@ -75,6 +77,7 @@ class BlockRecords {
             order.Push(record);
         }
         order.Drain();
+        taker_.EndBlock();
         if (records.FoundDamage() != Damage::kNone) [[unlikely]] {
             listener_.OnRecordDamage(block.dataPosition + records.Offset(),
                                      block.dataBytes - records.Offset());

@@ -69,6 +69,7 @@ class Chooser {
             sink_->Put(record);
         }
     }
+    void EndBlock() { sink_->EndBlock(); }
     void SetSink(RecordSink& sink) noexcept { sink_ = &sink; }
 
   private:
@@ -122,7 +123,9 @@ class CatRun final : private FollowListener {
           chooser_(options.conditions, *form_),
           records_(report_, chooser_) {
         if (options.lines) {
-            chooser_.SetSink(tail_.emplace(*form_, *options.lines));
+            chooser_.SetSink(tail_.emplace(
+                *form_, *options.lines,
+                options.merge ? RecordTail::Data::kOfCall : RecordTail::Data::kOfBlock));
         }
     }
 

@@ -24,14 +24,19 @@ class MessageSearch::Expression {
     }
 
     [[nodiscard]] bool Match(std::string_view text) const {
-        const auto isThere = [text](const LetterSearch& needed) { return needed.IsIn(text); };
-        if (!needed_.empty() && std::none_of(needed_.begin(), needed_.end(), isThere)) {
-            return false;
+        for (const LetterSearch& needed : needed_) {
+            if (needed.IsIn(text)) [[unlikely]] {
+                return Search(text);
+            }
         }
-        return RE2::PartialMatch(re2::StringPiece(text.data(), text.size()), expression_);
+        return needed_.empty() && Search(text);
     }
 
   private:
+    [[nodiscard]] bool Search(std::string_view text) const {
+        return RE2::PartialMatch(re2::StringPiece(text.data(), text.size()), expression_);
+    }
+
     // More texts than this take longer to look for than the expression.
     static constexpr std::size_t kMostNeeded = 3;
     static constexpr int kShortestNeeded = 3;
@@ -113,6 +118,10 @@ MessageSearch& MessageSearch::operator=(MessageSearch&&) noexcept = default;
 MessageSearch::~MessageSearch() = default;
 
 bool MessageSearch::Match(std::string_view text) const {
-    return std::any_of(expressions_.begin(), expressions_.end(),
-                       [text](const auto& expression) { return expression->Match(text); });
+    for (const auto& expression : expressions_) {
+        if (expression->Match(text)) {
+            return true;
+        }
+    }
+    return false;
 }

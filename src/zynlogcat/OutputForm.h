@@ -14,8 +14,11 @@
 class RecordSink {
   public:
     virtual ~RecordSink() = default;
-    // The record is valid during the call only.
+    // The record is valid during the call only; its block's data until EndBlock, if records are
+    // read block by block.
     virtual void Put(const TraceRecord& record) = 0;
+    // All records of a block have been put.
+    virtual void EndBlock() {}
 };
 
 // The options that concern forms.

@@ -16,9 +16,9 @@ RecordTail::Origin::Origin(const BlockOrigin& source) : host(source.host) {
     block.pieces = pieces;
 }
 
-const std::shared_ptr<const RecordTail::Origin>& RecordTail::OriginOf(const TraceRecord& record) {
-    if (origin_ == nullptr || origin_->block.number != record.block->number) {
-        origin_ = std::make_shared<const Origin>(*record.block);
+const std::shared_ptr<const RecordTail::Origin>& RecordTail::OriginOf(const BlockOrigin& block) {
+    if (origin_ == nullptr || origin_->block.number != block.number) {
+        origin_ = std::make_shared<const Origin>(block);
     }
     return origin_;
 }
@@ -27,19 +27,42 @@ void RecordTail::Put(const TraceRecord& record) {
     if (count_ == 0) {
         return;
     }
+    const Seen seen{record.data, record.offsetInBlock, record.sequence, record.time};
+    if (data_ == Data::kOfCall) {
+        Keep(seen, OriginOf(*record.block));
+        return;
+    }
+    block_ = record.block;
+    if (seen_.size() < count_) {
+        seen_.push_back(seen);
+    } else {
+        seen_[nextSeen_] = seen;
+        nextSeen_ = nextSeen_ + 1 == count_ ? 0 : nextSeen_ + 1;
+    }
+}
+
+void RecordTail::EndBlock() {
+    for (std::size_t i = 0; i < seen_.size(); ++i) {
+        Keep(seen_[(nextSeen_ + i) % seen_.size()], OriginOf(*block_));
+    }
+    seen_.clear();
+    nextSeen_ = 0;
+}
+
+void RecordTail::Keep(const Seen& seen, const std::shared_ptr<const Origin>& origin) {
     if (kept_.size() < count_) {
         kept_.emplace_back();
         next_ = kept_.size() - 1;
     }
     Kept& kept = kept_[next_];
     // With what is readable behind it, whatever that is.
-    kept.data.assign(record.data.data(), record.data.size() + kReadSlack);
-    if (const auto& origin = OriginOf(record); kept.origin != origin) {
+    kept.data.assign(seen.data.data(), seen.data.size() + kReadSlack);
+    if (kept.origin != origin) {
         kept.origin = origin;
     }
-    kept.offsetInBlock = record.offsetInBlock;
-    kept.sequence = record.sequence;
-    kept.time = record.time;
+    kept.offsetInBlock = seen.offsetInBlock;
+    kept.sequence = seen.sequence;
+    kept.time = seen.time;
     next_ = next_ + 1 == count_ ? 0 : next_ + 1;
 }
 
@@ -58,4 +81,6 @@ void RecordTail::Finish() {
     }
     kept_.clear();
     next_ = 0;
+    seen_.clear();
+    nextSeen_ = 0;
 }

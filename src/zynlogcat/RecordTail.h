@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "zynlogcat/OutputForm.h"
@@ -15,11 +17,20 @@
 // their number and length. One thread; the sink outlives it.
 class RecordTail final : public RecordSink {
   public:
-    RecordTail(RecordSink& sink, std::uint32_t count) noexcept : sink_(sink), count_(count) {}
+    // For how long the data of a record stays.
+    enum class Data : std::uint8_t {
+        kOfCall,   // until Put returns
+        kOfBlock,  // until EndBlock, so that only what is kept of a block is copied
+    };
+
+    RecordTail(RecordSink& sink, std::uint32_t count, Data data = Data::kOfCall) noexcept
+        : sink_(sink), count_(count), data_(data) {}
 
     void Put(const TraceRecord& record) override;
+    void EndBlock() override;
 
-    // Hands the records kept to the sink, in order, and keeps none of them.
+    // Hands the records kept to the sink, in order, and keeps none of them. A block that has not
+    // ended is none of them.
     void Finish();
 
   private:
@@ -40,14 +51,28 @@ class RecordTail final : public RecordSink {
         std::optional<std::uint64_t> time;
     };
 
-    [[nodiscard]] const std::shared_ptr<const Origin>& OriginOf(const TraceRecord& record);
+    // The same, where it lies in its block.
+    struct Seen {
+        std::string_view data;
+        std::uint32_t offsetInBlock = 0;
+        std::uint32_t sequence = 0;
+        std::optional<std::uint64_t> time;
+    };
+
+    void Keep(const Seen& seen, const std::shared_ptr<const Origin>& origin);
+    [[nodiscard]] const std::shared_ptr<const Origin>& OriginOf(const BlockOrigin& block);
 
     RecordSink& sink_;
     std::uint32_t count_;
+    Data data_;
     // A ring once it is full; next_ is the oldest then.
     std::vector<Kept> kept_;
     std::size_t next_ = 0;
     std::shared_ptr<const Origin> origin_;
+    // The last of the block that is being read, a ring as well.
+    std::vector<Seen> seen_;
+    std::size_t nextSeen_ = 0;
+    const BlockOrigin* block_ = nullptr;
     RecordView view_;
 };
 

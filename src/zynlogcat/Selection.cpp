@@ -29,10 +29,12 @@ Selection::Selection(const Conditions& conditions)
       processes_(conditions.processes),
       threads_(conditions.threads),
       messages_(conditions.expressions, conditions.ignoreCase),
-      takesAll_(!conditions.since && !conditions.until && hosts_.Empty() && processes_.empty() &&
-                threads_.empty() && messages_.Empty() &&
-                std::all_of(names_.begin(), names_.end(),
-                            [](const NamePatterns& patterns) { return patterns.Empty(); })) {}
+      asksNumbers_(!processes_.empty() || !threads_.empty()),
+      asksNames_(!hosts_.Empty() ||
+                 !std::all_of(names_.begin(), names_.end(),
+                              [](const NamePatterns& patterns) { return patterns.Empty(); })),
+      takesAll_(!conditions.since && !conditions.until && !asksNumbers_ && !asksNames_ &&
+                messages_.Empty()) {}
 
 bool Selection::HasNumbers(const DecodedRecord& record) const noexcept {
     return HasOneOf(processes_, record.Has(DecodedRecord::kProcess), record.values.process) &&
@@ -53,5 +55,5 @@ bool Selection::HasNames(const TraceRecord& record) {
 }
 
 bool Selection::HasMessage(const TraceRecord& record) const {
-    return messages_.Empty() || (record.HasMessage() && messages_.Match(record.message));
+    return record.HasMessage() && messages_.Match(record.message);
 }

@@ -35,8 +35,9 @@ class Selection {
 
     // Whether a record is shown. One without a packet fulfils no condition on it.
     [[nodiscard]] bool Takes(const TraceRecord& record) {
-        return takesAll_ || (IsInTime(record) && HasNumbers(*record.decoded) && HasNames(record) &&
-                             HasMessage(record));
+        return takesAll_ ||
+               (IsInTime(record) && (!asksNumbers_ || HasNumbers(*record.decoded)) &&
+                (!asksNames_ || HasNames(record)) && (messages_.Empty() || HasMessage(record)));
     }
 
   private:
@@ -54,6 +55,9 @@ class Selection {
     std::vector<std::uint32_t> processes_;
     std::vector<std::uint32_t> threads_;
     MessageSearch messages_;
+    // What nobody asks for costs nothing.
+    bool asksNumbers_;
+    bool asksNames_;
     bool takesAll_;
 };
 

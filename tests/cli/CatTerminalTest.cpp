@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
 #include <string>
 #include <utility>
 #include <vector>
@@ -77,6 +78,18 @@ TEST_F(CatTerminalTest, SecondSetOfControlCharactersIsMaskedToo) {
             << form;
     }
     EXPECT_NE(Cat({"log", "-o", "short"}).output.find(masked + "\n"), std::string::npos);
+}
+
+TEST_F(CatTerminalTest, MessageThatIsCutIsMaskedToItsEnd) {
+    LogBlock block;
+    for (std::uint32_t i = 0; i < 40; ++i) {
+        block.Record(Record(i, std::string(i * 60, '\n') + std::string(1400, '\x1b')));
+    }
+    WriteLog("log", LogWriter().Block(block));
+    EXPECT_NE(Cat({"log"}).output.find('\x1b'), std::string::npos);
+    const std::string shown = Shown({"log", "-n", "2"}) + Shown({"log", "-n", "1"});
+    EXPECT_EQ(shown.find('\x1b'), std::string::npos);
+    EXPECT_NE(shown.find("Module39"), std::string::npos);
 }
 
 }  // namespace

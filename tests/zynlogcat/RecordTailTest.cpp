@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -48,6 +50,45 @@ TEST(RecordTailTest, KeepsTheLastOnes) {
     EXPECT_EQ(LastOf(2, 3), (std::vector{Line(0), Line(1)}));
     EXPECT_EQ(LastOf(10, 1), (std::vector{Line(9)}));
     EXPECT_EQ(LastOf(2, 4294967295), (std::vector{Line(0), Line(1)}));
+}
+
+// A block's records come together, and are gone behind its end.
+std::vector<std::string> LastOfBlocks(const std::vector<std::uint32_t>& blocks,
+                                      std::uint32_t count) {
+    Collector collector;
+    RecordTail tail(collector, count, RecordTail::Data::kOfBlock);
+    std::uint32_t number = 0;
+    for (std::uint32_t block = 0; block < blocks.size(); ++block) {
+        std::vector<std::unique_ptr<SampleRecord>> records;
+        for (std::uint32_t i = 0; i < blocks[block]; ++i, ++number) {
+            const std::string text = std::to_string(number);
+            records.push_back(std::make_unique<SampleRecord>(
+                LogRecord(number).Time(number, 5).Control(1, number).Message(text), number));
+            records.back()->Host("h" + text).File("f" + text).Block(block);
+            tail.Put(records.back()->Get());
+        }
+        tail.EndBlock();
+    }
+    EXPECT_TRUE(collector.lines.empty());
+    tail.Finish();
+    return collector.lines;
+}
+
+TEST(RecordTailTest, KeepsTheLastOfBlocks) {
+    const auto numbers = [](const std::vector<std::string>& lines) {
+        std::string all;
+        for (const std::string& line : lines) {
+            all += line.substr(0, line.find(" h")).substr(line.find("attached") + 9) + " ";
+        }
+        return all;
+    };
+    EXPECT_EQ(numbers(LastOfBlocks({3, 0, 4, 2}, 3)), "6 7 8 ");
+    EXPECT_EQ(numbers(LastOfBlocks({3, 7}, 3)), "7 8 9 ");
+    EXPECT_EQ(numbers(LastOfBlocks({8, 1}, 3)), "6 7 8 ");
+    EXPECT_EQ(numbers(LastOfBlocks({2, 2, 1}, 9)), "0 1 2 3 4 ");
+    EXPECT_EQ(numbers(LastOfBlocks({5}, 4294967295)), "0 1 2 3 4 ");
+    EXPECT_EQ(numbers(LastOfBlocks({5, 5}, 0)), "");
+    EXPECT_EQ(LastOfBlocks({1, 1}, 1), std::vector{Line(1)});
 }
 
 TEST(RecordTailTest, NoneAreNone) {
