@@ -322,7 +322,7 @@ TEST_F(LogFollowerTest, CompressedSinceIsNotShownAgain) {
     EXPECT_TRUE(found_.issues.empty());
 }
 
-TEST_F(LogFollowerTest, FileThatIsNoLogIsSaidOnce) {
+TEST_F(LogFollowerTest, FileThatIsNoLogIsReportedOnce) {
     Follow();
     WriteFile(Path("zynlog-1.txt"), std::string(255, 'x'));
     EXPECT_EQ(Look(), Numbers{});

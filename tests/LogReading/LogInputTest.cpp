@@ -77,7 +77,7 @@ TEST_F(LogInputTest, CompressedFilesStandWhereTheirPlainNamesWould) {
     EXPECT_TRUE(issues_.kinds.empty());
 }
 
-TEST_F(LogInputTest, PlainFileWinsAndTheOtherIsSaid) {
+TEST_F(LogInputTest, PlainFileWinsAndTheOtherIsReported) {
     Write("zynlog-2.txt", BlockOf(1));
     Run("gzip -k zynlog-2.txt");
     EXPECT_EQ(Read(), Numbers{1});
@@ -114,7 +114,7 @@ TEST_F(LogInputTest, CompressedDataThatEndsEarlyGivesWhatCameOut) {
     EXPECT_EQ(issues_.kinds, Kinds{InputIssueKind::kCompressedDamaged});
 }
 
-TEST_F(LogInputTest, WhatIsNoLogIsLeftOutAndSaid) {
+TEST_F(LogInputTest, WhatIsNoLogIsLeftOutAndReported) {
     WriteFile(Path("zynlog-1.txt"), "short");
     WriteFile(Path("zynlog-2.txt"), std::string(300, 'x'));
     ASSERT_EQ(mkfifo(Path("zynlog-3.txt").c_str(), 0600), 0);

@@ -132,7 +132,7 @@ TEST_F(LogMergerTest, RecordsAreTakenInTheOrderOfAnExport) {
     EXPECT_EQ(Merge(), (Lines{"0/1/a@1", "0/1/b@2", "0/1/c@3"}));
 }
 
-TEST_F(LogMergerTest, DamageIsToldAndPassedOver) {
+TEST_F(LogMergerTest, DamageIsReportedAndPassedOver) {
     std::string broken = LogBlock().Pid(2).Record(RecordAt(1, 5, "lost")).Bytes();
     broken[1] ^= 1;
     const std::string first = LogBlock().Pid(1).Record(RecordAt(1, 1, "a")).Bytes();

@@ -135,7 +135,7 @@ TEST_F(LoggingTest, MissingDirectoryYieldsThreeSystemLogLines) {
                                          "Error: trace.txt file close"));
 }
 
-TEST_F(LoggingTest, FailedWriteIsToldToTheSystemLog) {
+TEST_F(LoggingTest, FailedWriteIsWrittenToTheSystemLog) {
     MakeDirectory();
     const LibcFault fault(LibcCall::kWrite, ENOSPC);
     Logging::Write("text\n");
@@ -151,7 +151,7 @@ TEST_F(LoggingTest, ShortWriteIsNotRepeated) {
     EXPECT_THAT(SystemLog(), IsEmpty());
 }
 
-TEST_F(LoggingTest, FailedCloseIsToldToTheSystemLog) {
+TEST_F(LoggingTest, FailedCloseIsWrittenToTheSystemLog) {
     MakeDirectory();
     const LibcFault fault(LibcCall::kClose, EIO);
     Logging::Write("text\n");

@@ -110,7 +110,7 @@ TEST_F(LostPagesDeathTest, RegionThatIsNoLongerWatchedEndsTheProcess) {
     EXPECT_EXIT(At(region, 0) = 'x', ::testing::KilledBySignal(SIGBUS), "");
 }
 
-TEST_F(LostPagesDeathTest, SignalThatSomebodySendsEndsTheProcess) {
+TEST_F(LostPagesDeathTest, SignalThatIsSentEndsTheProcess) {
     EXPECT_EXIT(static_cast<void>(::raise(SIGBUS)), ::testing::KilledBySignal(SIGBUS), "");
 }
 

@@ -48,7 +48,7 @@ bool IsFree(const std::string& path, off_t byte = 0) {
     return WIFEXITED(status) && WEXITSTATUS(status) == 0;
 }
 
-TEST(CriticalSectionSyncPolicy, FailureToCreateSaysSo) {
+TEST(CriticalSectionSyncPolicy, FailureToCreateIsReported) {
     const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
     EXPECT_EQ(FailureTextOf([] { const Mutex mutex; }),
               "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
@@ -62,7 +62,7 @@ TEST(CriticalSectionSyncPolicy, FailureToLockHandsItsResultToErrno) {
               "Unable to lock mutex [OS call failed:35(Resource deadlock avoided)]");
 }
 
-TEST(CriticalSectionSyncPolicy, FailureToUnlockSaysSo) {
+TEST(CriticalSectionSyncPolicy, FailureToUnlockIsReported) {
     Mutex mutex;
     mutex.Lock();
     const LibcFault fault(LibcCall::kMutexUnlock, EPERM);
@@ -70,7 +70,7 @@ TEST(CriticalSectionSyncPolicy, FailureToUnlockSaysSo) {
               "Unable to unlock mutex [OS call failed:1(Operation not permitted)]");
 }
 
-TEST(CriticalSectionSyncPolicy, FailureToDestroySaysSo) {
+TEST(CriticalSectionSyncPolicy, FailureToDestroyIsReported) {
     EXPECT_EQ(FailureTextOf([] {
                   const Mutex mutex;
                   const LibcFault fault(LibcCall::kMutexDestroy, EBUSY);
@@ -212,7 +212,7 @@ TEST(InterProcessLock, FileIsThereForItsLifeAndOpenToEveryone) {
     EXPECT_EQ(::umask(before), 022U);
 }
 
-TEST(InterProcessLock, UnopenableFileSaysSoAndLeavesUmaskAtZero) {
+TEST(InterProcessLock, UnopenableFileIsReportedAndLeavesUmaskAtZero) {
     const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
     const mode_t before = ::umask(022);
     EXPECT_EQ(FailureTextOf([] { const InterProcessLock lock("Name"); }),
@@ -274,7 +274,7 @@ TEST(InterProcessLock, OnlyTheFirstByteIsLocked) {
     EXPECT_TRUE(IsFree(run / "Name.lck", 1)) << "services may use the bytes behind it";
 }
 
-TEST(InterProcessLock, IsAskedForEveryTenMilliseconds) {
+TEST(InterProcessLock, IsTriedEveryTenMilliseconds) {
     const RunDirectory run;
     const SyslogCapture syslog;
     InterProcessLock lock("Name");
@@ -328,7 +328,7 @@ TEST(InterProcessLock, HolderThatCannotBeKnownIsAnotherProcess) {
     EXPECT_EQ(records[0].text, "Waiting for " + (run / "Name.lck") + ", locked by another process");
 }
 
-TEST(InterProcessLock, FailureOfTheLongWaitSaysSo) {
+TEST(InterProcessLock, FailureOfTheLongWaitIsReported) {
     const RunDirectory run;
     const SyslogCapture syslog;
     InterProcessLock lock("Name");
@@ -377,7 +377,7 @@ TEST(InterProcessLock, SignalDuringTheWaitIsNoFailure) {
     EXPECT_FALSE(IsFree(run / "Name.lck"));
 }
 
-TEST(InterProcessLock, FailureToLockSaysSo) {
+TEST(InterProcessLock, FailureToLockIsReported) {
     const RunDirectory run;
     InterProcessLock lock("Name");
     const LibcFault fault(LibcCall::kFcntl, ENOLCK);
@@ -385,7 +385,7 @@ TEST(InterProcessLock, FailureToLockSaysSo) {
               "Can not lock [OS call failed:37(No locks available)]");
 }
 
-TEST(InterProcessLock, FailureToUnlockSaysSo) {
+TEST(InterProcessLock, FailureToUnlockIsReported) {
     const RunDirectory run;
     InterProcessLock lock("Name");
     const LibcFault fault(LibcCall::kFcntl, EIO, 2);
@@ -393,7 +393,7 @@ TEST(InterProcessLock, FailureToUnlockSaysSo) {
               "Can not unlock [OS call failed:5(Input/output error)]");
 }
 
-TEST(InterProcessLock, DestructorDropsItsFailuresAndTellsTheTrace) {
+TEST(InterProcessLock, DestructorDropsItsFailuresAndTracesThem) {
     const RunDirectory run(true);
     {
         const InterProcessLock lock("Name");

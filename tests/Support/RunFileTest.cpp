@@ -162,7 +162,7 @@ TEST_P(RunFile, MissingDirectoryIsNotWaitedFor) {
     EXPECT_EQ(script.Calls(), 0);
 }
 
-TEST_P(RunFile, MissingFileIsMadeWithExactlyTheModeAskedForOrFails) {
+TEST_P(RunFile, MissingFileIsMadeWithExactlyTheModeRequestedOrFails) {
     const bool creates = (GetParam() & O_CREAT) != 0;
     EXPECT_EQ(Fault(), creates ? kNothing : ENOENT);
     if (creates) {

@@ -33,7 +33,7 @@ mode_t ModeOf(const std::string& path) {
     return ::stat(path.c_str(), &status) == 0 ? status.st_mode & 07777U : 0;
 }
 
-TEST(SharedMemory, CreatedRegionIsZeroAndAsLongAsAskedFor) {
+TEST(SharedMemory, CreatedRegionIsZeroAndAsLongAsRequested) {
     const RunDirectory run;
     const SharedMemory region("Region", 524);
     EXPECT_EQ(region.Size(), 524U);
@@ -86,12 +86,12 @@ TEST(SharedMemory, FileGetsTheReadAndWriteBitsOfTheProductDirectoryWhateverTheUm
     EXPECT_EQ(ModeOf(run / "Region.map"), 0640U);
 }
 
-TEST(SharedMemory, OpeningAMissingRegionSaysSo) {
+TEST(SharedMemory, OpeningAMissingRegionIsReported) {
     const RunDirectory run;
     EXPECT_EQ(OpenFailure(), "Can not open file [OS call failed:2(No such file or directory)]");
 }
 
-TEST(SharedMemory, OpeningADirectorySaysSo) {
+TEST(SharedMemory, OpeningADirectoryIsReported) {
     const RunDirectory run;
     std::filesystem::create_directory(run / "Region.map");
     EXPECT_EQ(OpenFailure(), "Can not open file [OS call failed:21(Is a directory)]");
@@ -103,7 +103,7 @@ TEST(SharedMemory, OpeningAFifoIsRefused) {
     EXPECT_EQ(OpenFailure(), "Can not open file [OS call failed:22(Invalid argument)]");
 }
 
-TEST(SharedMemory, OpeningAnEmptyFileSaysSo) {
+TEST(SharedMemory, OpeningAnEmptyFileIsReported) {
     const RunDirectory run;
     WriteFile(run / "Region.map", "");
     EXPECT_EQ(OpenFailure(), "Can not open file mapping [OS call failed:22(Invalid argument)]");
@@ -116,7 +116,7 @@ TEST(SharedMemory, OpeningAFileOf4GiBSaysThatItIsTooLarge) {
     EXPECT_EQ(OpenFailure(), "Can not open file mapping [OS call failed:27(File too large)]");
 }
 
-TEST(SharedMemory, OpenerMappingFailureSaysSoAndClosesTheFile) {
+TEST(SharedMemory, OpenerMappingFailureIsReportedAndClosesTheFile) {
     const RunDirectory run;
     WriteFile(run / "Region.map", "1234");
     const LibcFault fault(LibcCall::kMmap, ENOMEM);
@@ -124,7 +124,7 @@ TEST(SharedMemory, OpenerMappingFailureSaysSoAndClosesTheFile) {
               "Can not open file mapping [OS call failed:12(Cannot allocate memory)]");
 }
 
-TEST(SharedMemory, OpenerSeekFailureSaysSo) {
+TEST(SharedMemory, OpenerSeekFailureIsReported) {
     const RunDirectory run;
     WriteFile(run / "Region.map", "1234");
     const LibcFault fault(LibcCall::kLseek, EOVERFLOW);
@@ -146,13 +146,13 @@ TEST(SharedMemory, FailureToCloseAfterAFailureIsTheTracesAlone) {
                     EndsWith("-Can not close file [OS call failed:5(Input/output error)]")));
 }
 
-TEST(SharedMemory, CreatingWithoutTheRunDirectorySaysSo) {
+TEST(SharedMemory, CreatingWithoutTheRunDirectoryIsReported) {
     const EnvironmentVariable product("KORVA_VANTOREL_DIR", "/nonexistent");
     EXPECT_EQ(CreateFailure(),
               "Can not create for shared memory [OS call failed:2(No such file or directory)]");
 }
 
-TEST(SharedMemory, CreatingWithANegativeSizeSaysSoAndLeavesNoFile) {
+TEST(SharedMemory, CreatingWithANegativeSizeIsReportedAndLeavesNoFile) {
     const RunDirectory run;
     EXPECT_EQ(CreateFailure(-1), "Can not adjust file size [OS call failed:22(Invalid argument)]");
     EXPECT_THAT(run.Files(), IsEmpty());
@@ -167,7 +167,7 @@ TEST(SharedMemory, FailureToEmptyIsTheFailureToCreateAndLeavesTheFile) {
     EXPECT_EQ(ReadFile(run / "Region.map"), "1234");
 }
 
-TEST(SharedMemory, CreatingOverALinkOrASecondNameSaysSoAndLeavesTheFile) {
+TEST(SharedMemory, CreatingOverALinkOrASecondNameIsReportedAndLeavesTheFile) {
     const RunDirectory run;
     WriteFile(run / "victim", "1234");
     ASSERT_EQ(::symlink("victim", (run / "Region.map").c_str()), 0);
@@ -181,7 +181,7 @@ TEST(SharedMemory, CreatingOverALinkOrASecondNameSaysSoAndLeavesTheFile) {
     EXPECT_EQ(ReadFile(run / "Region.map"), "1234");
 }
 
-TEST(SharedMemory, OpeningALinkSaysSo) {
+TEST(SharedMemory, OpeningALinkIsReported) {
     const RunDirectory run;
     WriteFile(run / "victim", "1234");
     ASSERT_EQ(::symlink("victim", (run / "Region.map").c_str()), 0);
@@ -205,7 +205,7 @@ TEST(SharedMemory, RoomIsClaimedForTheTouchedBytesOnly) {
     EXPECT_GE(blocksOf(1 << 20), 1 << 20);
 }
 
-TEST(SharedMemory, FailureToResizeSaysSoAndLeavesNoFile) {
+TEST(SharedMemory, FailureToResizeIsReportedAndLeavesNoFile) {
     const RunDirectory run;
     const LibcFault fault(LibcCall::kFtruncate, EFBIG);
     EXPECT_EQ(CreateFailure(), "Can not adjust file size [OS call failed:27(File too large)]");
@@ -250,20 +250,20 @@ TEST(SharedMemory, FileSystemThatCannotClaimRoomIsNoFailure) {
     EXPECT_TRUE(fault.Happened());
 }
 
-TEST(SharedMemory, FailureToMapSaysSoAndLeavesNoFile) {
+TEST(SharedMemory, FailureToMapIsReportedAndLeavesNoFile) {
     const RunDirectory run;
     const LibcFault fault(LibcCall::kMmap, ENOMEM);
     EXPECT_EQ(CreateFailure(), "Can not map memory [OS call failed:12(Cannot allocate memory)]");
     EXPECT_THAT(run.Files(), IsEmpty());
 }
 
-TEST(SharedMemory, CreatingARegionOfNoBytesSaysSo) {
+TEST(SharedMemory, CreatingARegionOfNoBytesIsReported) {
     const RunDirectory run;
     EXPECT_EQ(CreateFailure(0), "Can not map memory [OS call failed:22(Invalid argument)]");
     EXPECT_THAT(run.Files(), IsEmpty());
 }
 
-TEST(SharedMemory, DestructorDropsItsFailuresAndTellsTheTrace) {
+TEST(SharedMemory, DestructorDropsItsFailuresAndTracesThem) {
     const RunDirectory run(true);
     {
         const SharedMemory region("Region", 10);

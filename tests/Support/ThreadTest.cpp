@@ -62,7 +62,7 @@ TEST(MultithreadizedObject, JoinWaitsForTheEndAndDoesNothingTheSecondTime) {
     thread.Join();
 }
 
-TEST(MultithreadizedObject, TellsTheTraceOfItsStartAndEnd) {
+TEST(MultithreadizedObject, TracesItsStartAndEnd) {
     const RunDirectory run(true);
     Loop loop;
     {
@@ -97,7 +97,7 @@ TEST(MultithreadizedObject, WritesNothingWithDiagnosticModeOff) {
     EXPECT_THAT(ListDirectory(run.Path()), IsEmpty());
 }
 
-TEST(MultithreadizedObject, FailureToStartSaysSo) {
+TEST(MultithreadizedObject, FailureToStartIsReported) {
     Loop loop;
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
     EXPECT_EQ(FailureTextOf([&] { const LoopThread thread(loop); }),
@@ -180,7 +180,7 @@ TEST(TimerClassMemberFunction, WritesNothingWithDiagnosticModeOff) {
     EXPECT_THAT(ListDirectory(run.Path()), IsEmpty());
 }
 
-TEST(TimerClassMemberFunction, FailureToStartSaysSo) {
+TEST(TimerClassMemberFunction, FailureToStartIsReported) {
     std::counting_semaphore<> called{0};
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
     EXPECT_EQ(FailureTextOf([&] { const Timer timer(Target{.called = &called}, 1); }),

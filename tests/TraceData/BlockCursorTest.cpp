@@ -115,7 +115,7 @@ TEST(BlockCursorTest, ALogThatEndsWithinABlockIsCutOffAtEveryByte) {
     }
 }
 
-TEST(BlockCursorTest, ASizeBeyondTheLogAsksForNoMemory) {
+TEST(BlockCursorTest, ASizeBeyondTheLogAllocatesNoMemory) {
     MemoryLog log(SampleBlock("text").DataSize(UINT32_MAX).Bytes(), 0);
     BlockCursor cursor;
     ASSERT_EQ(cursor.ReadHeader(log), Damage::kNone);

@@ -62,7 +62,7 @@ TEST(DigitsTest, TwoDigitsHaveALeadingZero) {
     }
 }
 
-TEST(DigitsTest, DigitsEndWhereAsked) {
+TEST(DigitsTest, DigitsEndWhereGiven) {
     for (const std::uint32_t value : InterestingNumbers()) {
         std::array<char, 12> out;
         out.fill('x');

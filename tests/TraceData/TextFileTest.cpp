@@ -127,7 +127,7 @@ TEST_F(TextFileTest, OnlyAFileThatWasThereBeforeIsLookedAt) {
     EXPECT_EQ(ReadFile(directory_ / "target"), "");
 }
 
-TEST_F(TextFileTest, FlushWritesWhatIsHeldOrTellsWhyNot) {
+TEST_F(TextFileTest, FlushWritesWhatIsHeldOrReportsWhyNot) {
     TextFile file(path_, {});
     file.Write("one");
     file.Flush();

@@ -86,7 +86,7 @@ TEST_F(TraceDataReaderTest, RecordsOfDifferentBlocksAreNeverInterleaved) {
     EXPECT_EQ(Texts(), "seven nine one eight ");
 }
 
-TEST_F(TraceDataReaderTest, EmptyBlockTellsNothingAndReadingGoesOn) {
+TEST_F(TraceDataReaderTest, EmptyBlockHasNoValuesAndReadingGoesOn) {
     LogWriter log;
     log.Block(LogBlock()).Block(LogBlock().Record(Record(1, "one"))).Block(LogBlock());
     EXPECT_EQ(Read(MemoryLog(log.Bytes())), whole_);
@@ -141,7 +141,7 @@ TEST_F(TraceDataReaderTest, LargeBlockWithoutMemoryFails) {
     EXPECT_EQ(Texts(), "");
 }
 
-TEST_F(TraceDataReaderTest, BlockSizeBeyondTheLogFailsBeforeMemoryIsAskedFor) {
+TEST_F(TraceDataReaderTest, BlockSizeBeyondTheLogFailsBeforeMemoryIsAllocated) {
     const LibcFault fault(LibcCall::kNew, ENOMEM, 1, LibcFault::kAlways);
     for (const std::uint32_t size : {0xFFFFFFFFU, 0x80000000U, 100000U}) {
         EXPECT_EQ(Read(MemoryLog(LogBlock().DataSize(size).Bytes(), 50)), kNoMore);

@@ -26,7 +26,7 @@ PacketHead HeadOf(const std::string& bytes) {
     return head;
 }
 
-TEST(PacketHeadTest, EveryHeaderByteTellsWhichFieldsFollow) {
+TEST(PacketHeadTest, EveryHeaderByteShowsWhichFieldsFollow) {
     for (unsigned byte = 0; byte < 256; ++byte) {
         LogPacket packet(byte & 0x0FU);
         packet.UnusedBits(byte >> 6);
@@ -59,7 +59,7 @@ TEST(PacketHeadTest, DamageRaisesTheFailuresThatUsersKnow) {
     EXPECT_TRUE(cut.IsFrom("MemoryStream.h")) << cut.file;
 }
 
-TEST(TracePacketReaderTest, RecordWithoutPacketsTellsNothing) {
+TEST(TracePacketReaderTest, RecordWithoutPacketsHasNoValues) {
     EXPECT_EQ(PacketEvents(""), Events{});
 }
 

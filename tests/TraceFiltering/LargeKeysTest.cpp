@@ -61,7 +61,7 @@ class LargeKeys : public FilterManager {
     std::vector<Key> keys_;
 };
 
-TEST_F(LargeKeys, WhatWasAskedBeforeIsAnsweredWithoutALock) {
+TEST_F(LargeKeys, WhatWasQueriedBeforeIsAnsweredWithoutALock) {
     ExpectAll(true, "first");
     EXPECT_TRUE(AnsweredWithoutALock(keys_));
     ExpectAll(true, "again");

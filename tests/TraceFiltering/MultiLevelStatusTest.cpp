@@ -23,7 +23,7 @@ TEST(MultiLevelStatus, NothingSetIsTheDefault) {
     EXPECT_TRUE(on.IsOn());
 }
 
-TEST(MultiLevelStatus, OwnFieldTellsDefaultFromOther) {
+TEST(MultiLevelStatus, OwnFieldDistinguishesDefaultFromOther) {
     OffByDefault off;
     off.SetStatus(Status::Off);
     EXPECT_EQ(off.Levels(), 2);

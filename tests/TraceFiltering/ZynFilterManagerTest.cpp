@@ -192,7 +192,7 @@ TEST_F(FilterManager, LoadedFlagSetAmidAReloadKeepsNoStatusOfBefore) {
     }
 }
 
-TEST_F(FilterManager, SettingsOfAReloadThatNobodyAskedForAreGoneWithTheNext) {
+TEST_F(FilterManager, SettingsOfAReloadThatWereNeverQueriedAreGoneWithTheNext) {
     manager_.RegisterClient(module_, 5, "c");
     EXPECT_TRUE(Enabled(5));
     for (const bool on : {false, true}) {
@@ -206,7 +206,7 @@ TEST_F(FilterManager, SettingsOfAReloadThatNobodyAskedForAreGoneWithTheNext) {
     EXPECT_TRUE(Enabled(5));
 }
 
-TEST_F(FilterManager, SettingsBetweenReloadsReachWhatHasNotBeenAskedForSince) {
+TEST_F(FilterManager, SettingsBetweenReloadsReachWhatHasNotBeenQueriedSince) {
     manager_.RegisterClient(module_, 5, "c");
     EXPECT_TRUE(Enabled(5));
     {

@@ -41,14 +41,14 @@ TEST(SendRecord, LeavesTheServersFileAloneAndNoLockFile) {
     EXPECT_THAT(server.Run().Files(), ElementsAre("ZynServerMessageBuffer.map"));
 }
 
-TEST(SendRecord, WithoutAServiceSaysSoAndLeavesNoLockFile) {
+TEST(SendRecord, WithoutAServiceIsReportedAndLeavesNoLockFile) {
     const RunDirectory run;
     EXPECT_EQ(FailureTextOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),
               "Can not open file [OS call failed:2(No such file or directory)]");
     EXPECT_THAT(run.Files(), IsEmpty());
 }
 
-TEST(SendRecord, EveryUnusableServerRegionSaysSo) {
+TEST(SendRecord, EveryUnusableServerRegionIsReported) {
     const RunDirectory run;
     const std::string path = run / "ZynServerMessageBuffer.map";
     const auto failure = [] {
@@ -66,7 +66,7 @@ TEST(SendRecord, EveryUnusableServerRegionSaysSo) {
     EXPECT_THAT(run.Files(), ElementsAre("ZynServerMessageBuffer.map"));
 }
 
-TEST(SendRecord, FailureToLockSaysSoAndSendsNothing) {
+TEST(SendRecord, FailureToLockIsReportedAndSendsNothing) {
     const ServerRing server;
     const LibcFault fault(LibcCall::kFcntl, ENOLCK);
     EXPECT_EQ(FailureTextOf([] { SendRecord<ServerMessageSendingStream>(kRegistration); }),

@@ -70,7 +70,7 @@ TEST_F(ApplicationsTest, SampleConnectsAgainAfterARestartOfTheService) {
     EXPECT_EQ(sample.End(), 0);
 }
 
-TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndSaysSo) {
+TEST_F(ApplicationsTest, RequestAfterTheEndOfTheServiceFailsAndIsReported) {
     std::vector<std::string> variables = environment_.Variables();
     variables.emplace_back("DIAGNOSTIC_MODE=1");
     StandInProcess service = Service();

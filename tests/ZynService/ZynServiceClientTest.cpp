@@ -132,7 +132,7 @@ TEST_F(ZynServiceClientTest, TraceRingIsReadyBeforeTheMutexIsMade) {
     EXPECT_EQ(header, RegionFile::Text(0) + RegionFile::Text(0) + RegionFile::Text(0xFFC00));
 }
 
-TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeSaysSo) {
+TEST_F(ZynServiceClientTest, MutexThatCannotBeMadeIsReported) {
     const LibcFault fault(LibcCall::kMutexInit, ENOMEM);
     EXPECT_EQ(FailureTextOf([this] { Connect(); }),
               "Unable to initiate mutex [OS call failed:12(Cannot allocate memory)]");
@@ -151,7 +151,7 @@ TEST_F(ZynServiceClientTest, SilentServiceFailsTheConstructorAfterTwentySleepsAn
     EXPECT_FALSE(filter_->Loaded());
 }
 
-TEST_F(ZynServiceClientTest, ThreadThatCannotBeStartedUnregistersAndSaysSo) {
+TEST_F(ZynServiceClientTest, ThreadThatCannotBeStartedUnregistersAndIsReported) {
     const SleepScript confirming([this](int) { service_.Put(service_.Confirmation()); });
     const LibcFault fault(LibcCall::kPthreadCreate, EAGAIN);
     EXPECT_EQ(FailureTextOf([this] { const ZynServiceClient client(1, *filter_); }),

@@ -180,7 +180,7 @@ TEST(WatchServiceStartUsingPIDFile, MissingRunDirectoryIsNoService) {
     EXPECT_THAT(watch.Started(), IsEmpty());
 }
 
-TEST(WatchServiceStopUsingPID, TellsWhenTheProcessIsGone) {
+TEST(WatchServiceStopUsingPID, NoticesWhenTheProcessIsGone) {
     StopRecorder watch;
     IdleProcess process;
     const auto pid = static_cast<unsigned int>(std::stoul(process.Pid()));

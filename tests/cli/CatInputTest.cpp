@@ -74,7 +74,7 @@ TEST_F(CatInputTest, CompressedInputIsShownAndMerged) {
     }
 }
 
-TEST_F(CatInputTest, InputThatCannotBeSpooledIsSaid) {
+TEST_F(CatInputTest, InputThatCannotBeSpooledIsReported) {
     ProgramRun run;
     run.input = SmallLog().File();
     run.environment = {"TMPDIR=" + (directory_ / "none")};
@@ -86,7 +86,7 @@ TEST_F(CatInputTest, InputThatCannotBeSpooledIsSaid) {
     EXPECT_EQ(result.status, 2);
 }
 
-TEST_F(CatInputTest, PlainTwinIsReadAndTheOthersAreSaid) {
+TEST_F(CatInputTest, PlainTwinIsReadAndTheOthersAreReported) {
     WriteLog("log", SmallLog());
     Shell("cd log && gzip -k zynlog-0001.txt && zstd -q zynlog-0001.txt");
     const ProgramResult result = Cat({"log"});
@@ -159,7 +159,7 @@ constexpr bool kAllocationsFail = true;
 #endif
 
 // Whichever allocation fails: a message and the status, and once it is the decoder's, its text.
-TEST_F(CatInputTest, DecoderWithoutMemoryIsSaid) {
+TEST_F(CatInputTest, DecoderWithoutMemoryIsReported) {
     WriteFile(directory_ / "whole", SmallLog().File());
     for (const Compressor& compressor : kCompressors) {
         const std::string name = std::string("copy") + compressor.ending;

@@ -222,7 +222,7 @@ TEST_F(CatRulesTest, CursorStaysWhereTheOutputWasNotWritten) {
               "{\"records\":0,");
 }
 
-TEST_F(CatRulesTest, CursorFileThatCannotGrowIsSaidAndTheOldOneStays) {
+TEST_F(CatRulesTest, CursorFileThatCannotGrowIsReportedAndTheOldOneStays) {
     WriteLog("log", LogWriter().Block(Block(1, 1)));
     EXPECT_EQ(Messages({"log", "--cursor-file", "cursor"}), "m1 ");
     const std::string before = ReadFile(directory_ / "cursor");

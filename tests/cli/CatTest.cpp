@@ -125,7 +125,7 @@ TEST_F(CatTest, WithoutALogTheConfiguredOneIsShown) {
     EXPECT_EQ(Messages({"-n", "1"}), "m5 ");
 }
 
-TEST_F(CatTest, WithoutALogAndAConfigurationItIsSaid) {
+TEST_F(CatTest, WithoutALogAndAConfigurationItIsReported) {
     const ProgramResult result = Cat({});
     EXPECT_EQ(result.error.find("zynlog-cat: no log named, and the configuration names none"), 0U);
     EXPECT_EQ(result.status, 2);
@@ -190,7 +190,7 @@ TEST_F(CatTest, MistakesInTheCommandLineReadNothing) {
                   kTry);
 }
 
-TEST_F(CatTest, ColorsAreForTerminalsUnlessToldOtherwise) {
+TEST_F(CatTest, ColorsAreForTerminalsUnlessChosenOtherwise) {
     WriteLog("log", LogWriter().Block(Block(1, 1)));
     EXPECT_EQ(Cat({"log", "-o", "short"}).output.find('\x1b'), std::string::npos);
     ProgramRun run;
@@ -200,7 +200,7 @@ TEST_F(CatTest, ColorsAreForTerminalsUnlessToldOtherwise) {
     EXPECT_EQ(Cat({"log", "-o", "short", "--color=never"}).output.find('\x1b'), std::string::npos);
 }
 
-TEST_F(CatTest, DamageIsPassedOverAndSaid) {
+TEST_F(CatTest, DamageIsPassedOverAndReported) {
     LogBlock block = Block(1, 2);
     block.Record(LogRecord(3).Packet(LogPacket::String(0, "bad").Length(99)))
         .Record(Record(4, "m4"))
@@ -229,7 +229,7 @@ TEST_F(CatTest, DamageIsPassedOverAndSaid) {
     EXPECT_EQ(quiet.status, 1);
 }
 
-TEST_F(CatTest, WrongLengthOfABlockIsSaid) {
+TEST_F(CatTest, WrongLengthOfABlockIsReported) {
     // What the message ends with begins no header with the bytes behind it.
     const LogRecord first = Record(1, "m1.");
     const auto size = static_cast<std::uint32_t>(first.Size());
@@ -255,7 +255,7 @@ TEST_F(CatTest, UnfinishedLastBlockIsNoDamageInALiveLog) {
     EXPECT_EQ(Cat({"log"}).status, 1);
 }
 
-TEST_F(CatTest, LogWithoutFilesIsSaid) {
+TEST_F(CatTest, LogWithoutFilesIsReported) {
     const std::string empty = directory_.MakeDirectory("empty");
     const ProgramResult result = Cat({"empty"});
     EXPECT_EQ(result.error, "zynlog-cat: empty: no log file there\n");
@@ -318,7 +318,7 @@ TEST_F(CatTest, WhatIsNoLogFileIsLeftOut) {
               "zynlog-cat: log/zynlog-2.txt: is smaller than the header of a log file\n");
 }
 
-TEST_F(CatTest, NamesAreMaskedInWhatIsSaid) {
+TEST_F(CatTest, NamesAreMaskedInWhatIsReported) {
     EXPECT_EQ(Cat({"a\x1b[0m"}).error, "zynlog-cat: a?[0m: No such file or directory\n");
 }
 
@@ -339,7 +339,7 @@ TEST_F(CatTest, ClosedPipeIsQuiet) {
     }
 }
 
-TEST_F(CatTest, FullDiskIsSaid) {
+TEST_F(CatTest, FullDiskIsReported) {
     WriteLog("log", SmallLog());
     for (const char* form :
          {"columns", "short", "json", "csv", "count", "count-json", "timeline"}) {
@@ -365,7 +365,7 @@ TEST_F(CatTest, ClosedOutputIsAFailureAndNoFileTakesItsPlace) {
     EXPECT_EQ(ReadFile(directory_ / "log/zynlog-0001.txt"), SmallLog().File());
 }
 
-TEST_F(CatTest, RecordsWithoutAnyTimeAreSaidOnceByATimeline) {
+TEST_F(CatTest, RecordsWithoutAnyTimeAreReportedOnceByATimeline) {
     WriteLog("log",
              LogWriter().Block(LogBlock().Record(LogRecord(1)).Record(LogRecord(2).Message("x"))));
     const ProgramResult result = Cat({"log", "-o", "timeline"});

@@ -109,7 +109,7 @@ TEST_F(Clean, DirectoryThatDoesNotExistHoldsNothing) {
     EXPECT_EQ(result.error, kBanner);
 }
 
-TEST_F(Clean, AnswerYesDeletesAndTellsSo) {
+TEST_F(Clean, AnswerYesDeletesAndReportsIt) {
     for (const char* answer : {"y\n", "Y\n", "  y", "y n\n"}) {
         WriteFile(logs_ + "/zynlog-1.txt", "data");
         const ProgramResult result = Tool({"clean"}, answer);

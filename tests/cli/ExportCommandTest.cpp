@@ -60,7 +60,7 @@ TEST_F(ExportCommandTest, WithoutConfigurationThereAreNoFilesAndNoError) {
     EXPECT_EQ(Content("zynexport.txt"), kColumns);
 }
 
-TEST_F(ExportCommandTest, ConfigurationThatCannotBeReadIsToldToTheSystemLog) {
+TEST_F(ExportCommandTest, ConfigurationThatCannotBeReadIsWrittenToTheSystemLog) {
     ProgramRun run = Run({"export"});
     run.environment.push_back("ZYN_TEST_SYSLOG_FILE=" + (directory_ / "syslog"));
     run.preloadLibrary = ZYN_SYSLOG_PRELOAD;

@@ -45,7 +45,7 @@ class SalvageTest : public VerifyFixture {
     std::string good_;
 };
 
-TEST_F(SalvageTest, TableTellsWhatWasKeptAndSkipped) {
+TEST_F(SalvageTest, TableShowsWhatWasKeptAndSkipped) {
     const ProgramResult result = Verify({"--salvage", "copy", "log"});
     EXPECT_EQ(result.output,
               "Log log, copy in copy\n"
@@ -113,7 +113,7 @@ TEST_F(SalvageTest, OneFileAndStandardInput) {
               good_.substr(0, good_.size() / 3 * 2));
 }
 
-TEST_F(SalvageTest, FileWithADamagedHeaderIsSaidAndSalvaged) {
+TEST_F(SalvageTest, FileWithADamagedHeaderIsReportedAndSalvaged) {
     const std::string path = directory_ / "log/zynlog-0002.txt";
     std::string file = ReadFile(path);
     file[0] = '?';
@@ -167,7 +167,7 @@ TEST_F(SalvageTest, CommandLine) {
     EXPECT_FALSE(std::filesystem::exists(directory_ / "copy"));
 }
 
-TEST_F(SalvageTest, FailedWriteIsSaidAndLeavesNoHalfFile) {
+TEST_F(SalvageTest, FailedWriteIsReportedAndLeavesNoHalfFile) {
     ProgramRun run;
     run.limits = {{RLIMIT_FSIZE, 300}};
     const ProgramResult result = Verify({"--salvage", "copy", "log"}, run);

@@ -183,7 +183,7 @@ TEST_F(VerifyCompressedTest, CompressedDataThatIsNotWholeIsDamage) {
     }
 }
 
-TEST_F(VerifyCompressedTest, OfTwinsThePlainOneIsReadAndTheOtherSaid) {
+TEST_F(VerifyCompressedTest, OfTwinsThePlainOneIsReadAndTheOtherReported) {
     Log(3).WriteFiles(directory_.Path(), {60});
     Shell("gzip -k zynlog-0001.txt zynlog-0002.txt; zstd -q zynlog-0002.txt; rm zynlog-0002.txt");
     for (const std::vector<std::string>& operands :

@@ -241,7 +241,7 @@ TEST_F(VerifyTest, AMistakeInTheOptionsIsStatus2) {
               "zynlog-verify: no directory or file given\nTry 'zynlog-verify --help'.\n");
 }
 
-TEST_F(VerifyTest, WhatIsWrongWithAnOptionIsSaid) {
+TEST_F(VerifyTest, WhatIsWrongWithAnOptionIsReported) {
     const std::vector<std::pair<std::string, std::string>> cases{
         {"-x", "invalid option -- 'x'"},
         {"-bx", "invalid option -- 'x'"},
@@ -293,7 +293,7 @@ TEST_F(VerifyTest, OneMissingOperandDoesNotSuppressTheReportOfTheOthers) {
     EXPECT_EQ(Verify({"-q", "none", "."}).output, "");
 }
 
-TEST_F(VerifyTest, ADirectoryWithoutLogsIsSaidAndStatus2) {
+TEST_F(VerifyTest, ADirectoryWithoutLogsIsReportedAndStatus2) {
     for (const char* separate : {"-b", "-s"}) {
         const ProgramResult result = Verify({separate, "."});
         EXPECT_EQ(result.status, 2);

@@ -366,7 +366,7 @@ class DoctorTest(unittest.TestCase):
             "another user has made"] * (strict >= 1))
 
     @unittest.skipUnless(os.geteuid() == 0, "only root can look as somebody else")
-    def test_what_may_not_be_read_is_said(self):
+    def test_what_may_not_be_read_is_reported(self):
         self.root.chmod(0o755)
         (self.root / "log").chmod(0o700)
         nobody = {"user": 65534, "group": 65534, "extra_groups": []}
@@ -415,7 +415,7 @@ class DoctorTest(unittest.TestCase):
                          [f"ZynServerMessageBuffer.map: {failure}: clients cannot register",
                           f"ZynRecordSequenceNumberSeed.map: {failure}: clients cannot register"])
 
-    def test_who_holds_the_lock_of_the_senders_is_told(self):
+    def test_who_holds_the_lock_of_the_senders_is_reported(self):
         path = self.run_directory / "ZynServerMessageLock.lck"
         path.touch()
         self.assertIn("ZynServerMessageLock.lck is there; nobody holds it", self.diagnose()[0])
@@ -426,7 +426,7 @@ class DoctorTest(unittest.TestCase):
         self.assertRegex(findings[0], rf"^ZynServerMessageLock\.lck is held by process {os.getpid()} \(.+\): all who "
                                       "send to the service wait for it$")
 
-    def test_a_lock_of_no_process_is_told(self):
+    def test_a_lock_of_no_process_is_reported(self):
         path = self.run_directory / "ZynServerMessageLock.lck"
         with path.open("w+b") as lock:
             # A lock of the open file, not of a process.
@@ -435,7 +435,7 @@ class DoctorTest(unittest.TestCase):
                              ["ZynServerMessageLock.lck is held by a process that cannot be told: all who send "
                               "to the service wait for it"])
 
-    def test_a_lock_file_that_cannot_be_opened_is_said(self):
+    def test_a_lock_file_that_cannot_be_opened_is_reported(self):
         socket_at_path = socket.socket(socket.AF_UNIX)
         self.addCleanup(socket_at_path.close)
         socket_at_path.bind(str(self.run_directory / "ZynServerMessageLock.lck"))
@@ -463,18 +463,18 @@ class DoctorTest(unittest.TestCase):
         self.assertEqual(self.messages(self.diagnose()[0]),
                          ["there is no journalctl; look for ZYNAPI and ZynServer in the system log"])
 
-    def test_journalctl_is_asked_for_the_last_messages_of_both_identities(self):
+    def test_journalctl_is_run_for_the_last_messages_of_both_identities(self):
         self.journal('echo "$@"')
         self.assertEqual(self.messages(self.diagnose()[0]), [" ".join([
             "--quiet", "--no-pager", "--output=short-iso", "--lines=5", "--identifier=ZYNAPI",
             "--identifier=ZynServer"])])
 
-    def test_a_journalctl_that_fails_is_said(self):
+    def test_a_journalctl_that_fails_is_reported(self):
         self.journal("exit 3")
         self.assertEqual(self.messages(self.diagnose()[0]),
                          ["journalctl ends with 3; look for ZYNAPI and ZynServer in the system log"])
 
-    def test_a_journalctl_that_cannot_be_run_is_said(self):
+    def test_a_journalctl_that_cannot_be_run_is_reported(self):
         self.journal("")
         (self.root / "bin" / "journalctl").chmod(0o600)
         self.assertEqual(self.messages(self.diagnose()[0]),
@@ -488,7 +488,7 @@ class DoctorTest(unittest.TestCase):
         self.assertFalse(Path(f"/proc/{pid_file.read_text().strip()}").exists())
 
     @unittest.skipUnless(shutil.which("journalctl"), "journalctl is not installed")
-    def test_an_empty_journal_is_said(self):
+    def test_an_empty_journal_is_reported(self):
         self.journal(f'exec {shutil.which("journalctl")} --directory={self.root}/journal "$@"')
         (self.root / "journal").mkdir()
         self.assertEqual(self.messages(self.diagnose()[0]), ["none of ZYNAPI or ZynServer"])

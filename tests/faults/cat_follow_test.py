@@ -367,7 +367,7 @@ class CursorTest(FollowCase):
         self.assertGreater(last, 4, "it was killed at each of these calls")
         self.assertEqual(os.listdir(self.world.out), ["cursor"])
 
-    def test_cursor_file_that_cannot_grow_is_said(self):
+    def test_cursor_file_that_cannot_grow_is_reported(self):
         self.create(1, block(1))
         process, shown = self.follow_on()
         shown.wait_for(1)

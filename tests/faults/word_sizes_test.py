@@ -103,7 +103,7 @@ class WordSizesTest(unittest.TestCase):
                 self.assertEqual(world.left_behind(), [])
 
     @in_every_combination
-    def test_status_is_asked_for_through_the_service(self, tool, service):
+    def test_status_is_queried_through_the_service(self, tool, service):
         with World(tool, service) as world:
             world.start_service()
             # The configuration names the first, so the other gets the next handle.

@@ -419,7 +419,7 @@ std::vector<std::string> OrdersOf(const LogGeneratorOptions& options) {
     return orders;
 }
 
-TEST(LogGeneratorTest, PacketsHaveTheOrderThatIsAskedFor) {
+TEST(LogGeneratorTest, PacketsHaveTheOrderThatIsGiven) {
     LogGeneratorOptions options;
     options.records = 300;
     options.controlPercent = 0;

@@ -151,7 +151,7 @@ TEST_F(StandInProgramTest, ReadyDescriptorGetsAByteOnceTheFilesAreThere) {
     EXPECT_EQ(sim.Terminate(), 0);
 }
 
-TEST_F(StandInProgramTest, HelpAndSlipsAreTold) {
+TEST_F(StandInProgramTest, HelpAndSlipsAreReported) {
     const ProgramResult help = Run({"--help"});
     EXPECT_EQ(help.status, 0);
     EXPECT_EQ(help.output.find("usage: zyn-standin-service --run-dir DIR [options]\n"), 0U);

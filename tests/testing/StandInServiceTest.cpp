@@ -41,7 +41,7 @@ TEST_F(StandInServiceTest, OpenMakesTheFilesAndCloseRemovesThem) {
     EXPECT_EQ(Texts(service), (std::vector<std::string>{"ready", "ended"}));
 }
 
-TEST_F(StandInServiceTest, FilesAreLeftOutOrSpoiltAsAsked) {
+TEST_F(StandInServiceTest, FilesAreLeftOutOrSpoiltAsRequested) {
     ServiceOptions options = Options();
     options.pidText = "12x";
     options.lockFile = false;

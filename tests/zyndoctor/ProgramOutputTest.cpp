@@ -27,7 +27,7 @@ TEST(ProgramOutputTest, WhatIsMoreThanTheLimitIsDropped) {
     EXPECT_EQ(output.text, std::string(10'000, '\0'));
 }
 
-TEST(ProgramOutputTest, AProgramThatIsNotThereIsSaid) {
+TEST(ProgramOutputTest, AProgramThatIsNotThereIsReported) {
     EXPECT_EQ(RunForOutput({"zyn-no-such-program"}, kLong, 1000).end,
               ProgramOutput::End::kNotFound);
 }

@@ -25,7 +25,7 @@ Put PutString(const std::string& text) {
     return {ReadFile(path), valid};
 }
 
-TEST(JsonTextTest, EscapesWhatJsonAsksFor) {
+TEST(JsonTextTest, EscapesWhatJsonRequires) {
     EXPECT_EQ(PutString("").json, R"("")");
     EXPECT_EQ(PutString("a \"b\" \\ /").json, R"("a \"b\" \\ /")");
     EXPECT_EQ(PutString("\b\t\n\f\r").json, R"("\b\t\n\f\r")");

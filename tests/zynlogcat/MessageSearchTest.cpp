@@ -44,7 +44,7 @@ TEST(MessageSearchTest, AnchorsMatchAtLineFeedsToo) {
     EXPECT_FALSE(Matches("one.two", "one\ntwo"));
 }
 
-TEST(MessageSearchTest, CaseCountsUnlessToldOtherwise) {
+TEST(MessageSearchTest, CaseCountsUnlessChosenOtherwise) {
     EXPECT_TRUE(Matches("LOST", "packet lost", true));
     EXPECT_TRUE(Matches("(?i)LOST", "packet lost"));
     EXPECT_FALSE(Matches("LOST", "packet lost"));

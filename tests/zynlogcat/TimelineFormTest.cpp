@@ -124,7 +124,7 @@ TEST(TimelineFormTest, LabelsCanBeOthers) {
     EXPECT_EQ(events[2].at("dur"), 3'000'000);
 }
 
-TEST(TimelineFormTest, RecordWithoutAnyTimeIsLeftOutAndSaid) {
+TEST(TimelineFormTest, RecordWithoutAnyTimeIsLeftOutAndReported) {
     const TempDirectory directory;
     TextFile out(directory / "out", {});
     const auto form = FindForm("timeline")->make(out, {});

@@ -23,7 +23,7 @@ constexpr std::uint64_t kFileHeader = 256;
 constexpr std::uint64_t kBlockHead = 45;
 constexpr std::uint64_t kRecordHead = 13;
 
-class Heard final : public VerifyListener {
+class Recorder final : public VerifyListener {
   public:
     void OnLogBegin(const LogReport& /*log*/) override {}
     void OnFinding(const Finding& finding) override { findings.push_back(finding); }
@@ -59,21 +59,21 @@ class LogVerifierTest : public testing::Test {
         return VerifyDirectory();
     }
     LogReport VerifyDirectory() {
-        return VerifyLog(FindLogs({directory_.Path()}, {}).logs.at(0), heard_);
+        return VerifyLog(FindLogs({directory_.Path()}, {}).logs.at(0), recorder_);
     }
     const Finding& Only() {
-        EXPECT_EQ(heard_.findings.size(), 1U);
-        return heard_.findings.at(0);
+        EXPECT_EQ(recorder_.findings.size(), 1U);
+        return recorder_.findings.at(0);
     }
 
     TempDirectory directory_;
-    Heard heard_;
+    Recorder recorder_;
 };
 
 TEST_F(LogVerifierTest, ACleanLogHasNoFindings) {
     const LogReport report =
         Verify(LogWriter().Block(Block(1, 10).Host("alpha").Pid(3)).Block(Block(11, 5)));
-    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_THAT(recorder_.findings, IsEmpty());
     EXPECT_FALSE(report.damaged);
     EXPECT_FALSE(report.unreadable);
     EXPECT_EQ(report.blocks, 2U);
@@ -86,15 +86,15 @@ TEST_F(LogVerifierTest, ACleanLogHasNoFindings) {
     EXPECT_EQ(report.files[0].records, 15U);
     EXPECT_THAT(report.files[0].writers.known,
                 ElementsAre(Writer{"alpha", 3}, Writer{"testhost", 1}));
-    EXPECT_EQ(heard_.progressCalls, 2U);
+    EXPECT_EQ(recorder_.progressCalls, 2U);
 }
 
-TEST_F(LogVerifierTest, ABlockTellsItsPlaceNumbersTimesAndWriter) {
+TEST_F(LogVerifierTest, ABlockReportsItsPlaceNumbersTimesAndWriter) {
     const LogBlock first = Block(1, 3);
     Verify(LogWriter().Block(first).Block(
         LogBlock().Host("beta").Pid(9).Record(Record(6)).Record(Record(4)).Record(Record(5))));
-    ASSERT_EQ(heard_.blocks.size(), 2U);
-    const BlockReport& block = heard_.blocks[1];
+    ASSERT_EQ(recorder_.blocks.size(), 2U);
+    const BlockReport& block = recorder_.blocks[1];
     EXPECT_EQ(block.number, 2U);
     EXPECT_EQ(block.file, directory_ / "zynlog-0001.txt");
     EXPECT_EQ(block.offset, kFileHeader + first.Bytes().size());
@@ -104,7 +104,7 @@ TEST_F(LogVerifierTest, ABlockTellsItsPlaceNumbersTimesAndWriter) {
     EXPECT_EQ(block.time.first, 1700000004005U);
     EXPECT_EQ(block.time.last, 1700000006005U);
     EXPECT_EQ(block.writer, (Writer{"beta", 9}));
-    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_THAT(recorder_.findings, IsEmpty());
 }
 
 TEST_F(LogVerifierTest, WritersThatTakeTurnsAreNamedOnce) {
@@ -117,7 +117,7 @@ TEST_F(LogVerifierTest, WritersThatTakeTurnsAreNamedOnce) {
 
 TEST_F(LogVerifierTest, AnEmptyBlockIsNoFinding) {
     const LogReport report = Verify(LogWriter().Block(LogBlock()).Block(Block(1, 1)));
-    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_THAT(recorder_.findings, IsEmpty());
     EXPECT_EQ(report.blocks, 2U);
 }
 
@@ -129,7 +129,7 @@ TEST_F(LogVerifierTest, AnEmptyDirectoryIsClean) {
 
 TEST_F(LogVerifierTest, ABlockLargerThanTheReadBufferIsVerified) {
     const LogReport report = Verify(LogWriter().Block(Block(1, 20000)));
-    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_THAT(recorder_.findings, IsEmpty());
     EXPECT_EQ(report.exported, 20000U);
 }
 
@@ -139,8 +139,8 @@ TEST_F(LogVerifierTest, ARecordThatRunsPastItsBlockEndsItAndTheNextBlockFollows)
         LogWriter()
             .Block(LogBlock().Record(Record(1)).Record(Record(2).Length(100000)).Record(Record(3)))
             .Block(Block(4, 2)));
-    ASSERT_EQ(heard_.findings.size(), 2U);
-    const Finding& finding = heard_.findings[0];
+    ASSERT_EQ(recorder_.findings.size(), 2U);
+    const Finding& finding = recorder_.findings[0];
     EXPECT_EQ(finding.kind, FindingKind::kRecord);
     EXPECT_EQ(finding.offset, kFileHeader + kBlockHead + size);
     EXPECT_EQ(finding.block, 1U);
@@ -148,10 +148,10 @@ TEST_F(LogVerifierTest, ARecordThatRunsPastItsBlockEndsItAndTheNextBlockFollows)
     EXPECT_FALSE(finding.records.has_value());
     EXPECT_EQ(finding.text,
               "a record runs past the end of its block; the rest of the block is lost");
-    EXPECT_EQ(heard_.findings[1].kind, FindingKind::kGap);
-    EXPECT_EQ(heard_.findings[1].records, 2U);
-    EXPECT_EQ(heard_.findings[1].block, 2U);
-    EXPECT_EQ(heard_.findings[1].text, "missing: 2-3");
+    EXPECT_EQ(recorder_.findings[1].kind, FindingKind::kGap);
+    EXPECT_EQ(recorder_.findings[1].records, 2U);
+    EXPECT_EQ(recorder_.findings[1].block, 2U);
+    EXPECT_EQ(recorder_.findings[1].text, "missing: 2-3");
     EXPECT_EQ(report.records, 3U);
     EXPECT_EQ(report.exported, 3U);
     EXPECT_TRUE(report.damaged);
@@ -199,7 +199,7 @@ TEST_F(LogVerifierTest, ABlockHeaderOfAnotherLengthEndsTheLog) {
     EXPECT_EQ(report.verifiedBytes, first.Bytes().size());
 }
 
-TEST_F(LogVerifierTest, ALogThatEndsWithinABlockSaysSo) {
+TEST_F(LogVerifierTest, ALogThatEndsWithinABlockIsReported) {
     const std::string block = Block(3, 2).Bytes();
     const LogReport report =
         Verify(LogWriter().Block(Block(1, 2)).Raw(Truncated(block, block.size() - 1)));
@@ -211,7 +211,7 @@ TEST_F(LogVerifierTest, ALogThatEndsWithinABlockSaysSo) {
     EXPECT_EQ(report.exported, 2U);
 }
 
-TEST_F(LogVerifierTest, ALogThatEndsWithinABlockHeaderSaysSo) {
+TEST_F(LogVerifierTest, ALogThatEndsWithinABlockHeaderIsReported) {
     Verify(LogWriter().Block(Block(1, 2)).Raw(Truncated(Block(3, 1).Bytes(), 20)));
     EXPECT_EQ(Only().kind, FindingKind::kBlockCut);
     EXPECT_EQ(Only().text, "the log ends within a block header; from here on nothing can be found");
@@ -222,9 +222,9 @@ TEST_F(LogVerifierTest, DamageIsPlacedInTheFileThatHasIt) {
         LogBlock().Record(Record(1)).Record(Record(2)).Record(Record(3).HeaderLength(4));
     const std::size_t cut = kBlockHead + Record(1).Size() + 5;
     Verify(LogWriter().Block(block).Block(Block(4, 1)), {cut});
-    ASSERT_EQ(heard_.findings.size(), 2U);
-    EXPECT_EQ(heard_.findings[0].file, directory_ / "zynlog-0002.txt");
-    EXPECT_EQ(heard_.findings[0].offset, kFileHeader + Record(2).Size() - 5);
+    ASSERT_EQ(recorder_.findings.size(), 2U);
+    EXPECT_EQ(recorder_.findings[0].file, directory_ / "zynlog-0002.txt");
+    EXPECT_EQ(recorder_.findings[0].offset, kFileHeader + Record(2).Size() - 5);
 }
 
 TEST_F(LogVerifierTest, AFileWithoutDataIsPassedOver) {
@@ -297,7 +297,7 @@ TEST_F(LogVerifierTest, ARecordThatIsThereTwiceIsADuplicate) {
 TEST_F(LogVerifierTest, AThousandPlacesOutOfOrderAreNoFinding) {
     LogBlock block = Block(2, 999);
     Verify(LogWriter().Block(block.Record(Record(1))));
-    EXPECT_THAT(heard_.findings, IsEmpty());
+    EXPECT_THAT(recorder_.findings, IsEmpty());
 }
 
 TEST_F(LogVerifierTest, MoreThanAThousandPlacesOutOfOrderIsAFinding) {
@@ -323,11 +323,11 @@ TEST_F(LogVerifierTest, AnExportStopsAtTheFirstDamageOfTwo) {
         Verify(LogWriter()
                    .Block(LogBlock(Block(1, 1)).Record(Record(2).Packet(packet)).Record(Record(3)))
                    .Block(LogBlock(Block(4, 3)).Record(Record(7).Packet(packet))));
-    EXPECT_EQ(heard_.findings.size(), 2U);
+    EXPECT_EQ(recorder_.findings.size(), 2U);
     EXPECT_EQ(report.exported, 1U);
 }
 
-TEST_F(LogVerifierTest, ANewNumberingIsToldAndNoDamage) {
+TEST_F(LogVerifierTest, ANewNumberingIsReportedAndNoDamage) {
     const LogReport report = Verify(LogWriter().Block(Block(900000, 5)).Block(Block(1, 5)));
     EXPECT_EQ(Only().kind, FindingKind::kRestart);
     EXPECT_EQ(KindName(Only().kind), "restart");
@@ -338,11 +338,11 @@ TEST_F(LogVerifierTest, ANewNumberingIsToldAndNoDamage) {
 TEST_F(LogVerifierTest, ANumberWithAFlippedBitIsAStray) {
     Verify(
         LogWriter().Block(LogBlock(Block(1, 3)).Record(Record(4 | 1U << 29U))).Block(Block(5, 3)));
-    ASSERT_EQ(heard_.findings.size(), 2U);
-    EXPECT_EQ(heard_.findings[0].kind, FindingKind::kStray);
-    EXPECT_EQ(heard_.findings[0].text, "number 536870916 is far from all around it");
-    EXPECT_EQ(heard_.findings[0].block, 1U);
-    EXPECT_EQ(heard_.findings[1].text, "missing: 4");
+    ASSERT_EQ(recorder_.findings.size(), 2U);
+    EXPECT_EQ(recorder_.findings[0].kind, FindingKind::kStray);
+    EXPECT_EQ(recorder_.findings[0].text, "number 536870916 is far from all around it");
+    EXPECT_EQ(recorder_.findings[0].block, 1U);
+    EXPECT_EQ(recorder_.findings[1].text, "missing: 4");
 }
 
 TEST_F(LogVerifierTest, WritersAreListedUpToALimit) {
@@ -361,7 +361,7 @@ TEST_F(LogVerifierTest, FilesOfOneDirectoryAreOneLogInTheOrderOfTheirNames) {
     ASSERT_EQ(logs.size(), 1U);
     EXPECT_EQ(logs[0].name, directory_.Path());
     EXPECT_THAT(logs[0].files, ElementsAre("zynlog-0001.txt", "zynlog-0002.txt"));
-    EXPECT_EQ(VerifyLog(logs[0], heard_).exported, 4U);
+    EXPECT_EQ(VerifyLog(logs[0], recorder_).exported, 4U);
 }
 
 TEST_F(LogVerifierTest, SeparateFilesAreLogsOfTheirOwn) {
@@ -372,7 +372,7 @@ TEST_F(LogVerifierTest, SeparateFilesAreLogsOfTheirOwn) {
     EXPECT_EQ(logs[1].name, paths[1]);
 }
 
-TEST_F(LogVerifierTest, APathThatDoesNotExistIsSaidAndTheOthersAreVerified) {
+TEST_F(LogVerifierTest, APathThatDoesNotExistIsReportedAndTheOthersAreVerified) {
     const FoundLogs found = FindLogs({directory_ / "none", directory_.Path()}, {});
     EXPECT_THAT(found.errors, ElementsAre(directory_ / "none: No such file or directory"));
     ASSERT_EQ(found.logs.size(), 1U);
@@ -389,7 +389,7 @@ TEST_F(LogVerifierTest, ADirectoryThatMayNotBeListedCannotBeVerified) {
 TEST_F(LogVerifierTest, ADirectoryWithoutLogFilesCannotBeVerified) {
     WriteFile(directory_ / "zynlog-1.bin", "no log by its name");
     for (const bool separate : {false, true}) {
-        Heard heard;
+        Recorder heard;
         const FoundLogs found = FindLogs({directory_.Path()}, {.separate = separate});
         const LogReport report = VerifyLog(found.logs.at(0), heard);
         ASSERT_EQ(heard.findings.size(), 1U);
@@ -405,7 +405,7 @@ TEST_F(LogVerifierTest, AFileThatGoesAfterItWasLookedAtIsUnreadable) {
     const auto logs = FindLogs({directory_.Path()}, {}).logs;
     // Each of two files is opened to be looked at, then to be read.
     const LibcFault fault(LibcCall::kOpen, ENOENT, 4);
-    const LogReport report = VerifyLog(logs.at(0), heard_);
+    const LogReport report = VerifyLog(logs.at(0), recorder_);
     EXPECT_EQ(Only().kind, FindingKind::kUnreadable);
     EXPECT_TRUE(report.unreadable);
     EXPECT_EQ(report.blocks, 0U);
@@ -416,7 +416,7 @@ TEST_F(LogVerifierTest, ATailOfZerosIsNamed) {
     for (const std::size_t zeros : {1U, 4U, 5U, 44U, 45U, 46U, 70000U, 300000U}) {
         const std::string tail(zeros, '\0');
         WriteFile(directory_ / "zynlog-1.txt", LogWriter().Block(Block(1, 3)).Raw(tail).File());
-        heard_.findings.clear();
+        recorder_.findings.clear();
         const LogReport report = VerifyDirectory();
         EXPECT_EQ(Only().kind, FindingKind::kZeros) << zeros;
         EXPECT_EQ(Only().bytes, zeros);
@@ -426,7 +426,7 @@ TEST_F(LogVerifierTest, ATailOfZerosIsNamed) {
         EXPECT_EQ(report.exported, 3U);
         WriteFile(directory_ / "zynlog-1.txt",
                   LogWriter().Block(Block(1, 3)).Raw(tail).Raw("x").File());
-        heard_.findings.clear();
+        recorder_.findings.clear();
         VerifyDirectory();
         EXPECT_NE(Only().kind, FindingKind::kZeros) << zeros;
     }
@@ -447,14 +447,14 @@ TEST_F(LogVerifierTest, AnUnfinishedBlockOfTheNewestFileIsNoDamageWhileItIsWritt
     const std::size_t begin = LogWriter().Block(Block(1, 3)).File().size();
     for (std::size_t size = begin + 1; size < whole.size(); size += 7) {
         WriteFile(directory_ / "zynlog-2.txt", whole.substr(0, size));
-        heard_.findings.clear();
+        recorder_.findings.clear();
         const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
-        const LogReport report = VerifyLog(logs.at(0), heard_);
+        const LogReport report = VerifyLog(logs.at(0), recorder_);
         EXPECT_EQ(Only().kind, FindingKind::kUnfinished) << size;
         EXPECT_EQ(Only().bytes, size - begin);
         EXPECT_FALSE(report.damaged);
         EXPECT_EQ(report.exported, 3U);
-        heard_.findings.clear();
+        recorder_.findings.clear();
         EXPECT_TRUE(VerifyDirectory().damaged) << "nobody says that it is being written";
     }
 }
@@ -466,12 +466,12 @@ TEST_F(LogVerifierTest, OnlyTheNewestFileIsBeingWritten) {
     WriteFile(directory_ / "zynlog-2.txt", LogWriter().File());
     for (const bool separate : {false, true}) {
         const auto logs = FindLogs({directory_.Path()}, {.separate = separate, .live = true}).logs;
-        EXPECT_TRUE(VerifyLog(logs.at(0), heard_).damaged) << separate;
+        EXPECT_TRUE(VerifyLog(logs.at(0), recorder_).damaged) << separate;
     }
     WriteFile(directory_ / "zynlog-1.txt", whole);
     WriteFile(directory_ / "zynlog-2.txt", cut);
     const auto logs = FindLogs({directory_.Path()}, {.separate = true, .live = true}).logs;
-    EXPECT_FALSE(VerifyLog(logs.at(1), heard_).damaged);
+    EXPECT_FALSE(VerifyLog(logs.at(1), recorder_).damaged);
 }
 
 TEST_F(LogVerifierTest, AFileBeforeANewestOneThatIsLeftOutIsNotBeingWritten) {
@@ -479,16 +479,16 @@ TEST_F(LogVerifierTest, AFileBeforeANewestOneThatIsLeftOutIsNotBeingWritten) {
     WriteFile(directory_ / "zynlog-1.txt", whole.substr(0, whole.size() - 1));
     WriteFile(directory_ / "zynlog-2.txt", "x" + whole);
     const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
-    VerifyLog(logs.at(0), heard_);
-    ASSERT_EQ(heard_.findings.size(), 2U);
-    EXPECT_EQ(heard_.findings[1].kind, FindingKind::kBlockCut);
+    VerifyLog(logs.at(0), recorder_);
+    ASSERT_EQ(recorder_.findings.size(), 2U);
+    EXPECT_EQ(recorder_.findings[1].kind, FindingKind::kBlockCut);
 }
 
 TEST_F(LogVerifierTest, ASmallFileBeforeTheNewestIsDamageOfALiveLogToo) {
     WriteFile(directory_ / "zynlog-1.txt", "-----");
     WriteFile(directory_ / "zynlog-2.txt", LogWriter().Block(Block(1, 3)).File());
     const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
-    EXPECT_TRUE(VerifyLog(logs.at(0), heard_).damaged);
+    EXPECT_TRUE(VerifyLog(logs.at(0), recorder_).damaged);
     EXPECT_EQ(Only().kind, FindingKind::kSmallFile);
 }
 
@@ -496,7 +496,7 @@ TEST_F(LogVerifierTest, ANewestFileOfWhichNotEvenTheHeaderIsThereIsBeingWritten)
     WriteFile(directory_ / "zynlog-1.txt", LogWriter().Block(Block(1, 3)).File());
     WriteFile(directory_ / "zynlog-2.txt", "-----");
     const auto logs = FindLogs({directory_.Path()}, {.live = true}).logs;
-    const LogReport report = VerifyLog(logs.at(0), heard_);
+    const LogReport report = VerifyLog(logs.at(0), recorder_);
     EXPECT_EQ(Only().kind, FindingKind::kUnfinished);
     EXPECT_FALSE(report.damaged);
     EXPECT_EQ(report.exported, 0U) << "an export does not begin";
@@ -511,7 +511,7 @@ TEST_F(LogVerifierTest, AFileThatCannotBeReadToItsEndEndsTheLog) {
     // Two reads for the header, when the file is looked at and when it is opened; one for the first
     // block.
     const LibcFault fault(LibcCall::kRead, EIO, 4, LibcFault::kAlways);
-    const LogReport report = VerifyLog(logs.at(0), heard_);
+    const LogReport report = VerifyLog(logs.at(0), recorder_);
     EXPECT_EQ(Only().kind, FindingKind::kUnreadable);
     EXPECT_EQ(Only().block, 2U);
     EXPECT_EQ(Only().text,
@@ -528,7 +528,7 @@ TEST_F(LogVerifierTest, AnyDamagedByteIsSurvived) {
     const std::string bytes = LogWriter().Block(Block(1, 3)).Block(Block(4, 3)).File();
     for (std::size_t offset = kFileHeader; offset < bytes.size(); ++offset) {
         WriteFile(directory_ / "zynlog-0001.txt", WithBitFlipped(bytes, offset, 7));
-        Heard heard;
+        Recorder heard;
         const LogReport report = VerifyLog(FindLogs({directory_.Path()}, {}).logs.at(0), heard);
         EXPECT_LE(report.exported, report.records) << "offset " << offset;
         EXPECT_LE(report.records, 6U) << "offset " << offset;

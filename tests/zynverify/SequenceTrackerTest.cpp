@@ -89,7 +89,7 @@ TEST_F(SequenceTrackerTest, BlocksInTheWrongOrderHaveNoGap) {
     EXPECT_EQ(again_, 0U);
 }
 
-TEST_F(SequenceTrackerTest, NumbersThatComeAgainAreTold) {
+TEST_F(SequenceTrackerTest, NumbersThatComeAgainAreReported) {
     AddRun(1, 100);
     AddRun(51, 50);
     EXPECT_EQ(again_, 50U);
