@@ -1,21 +1,17 @@
 #include "Support/FileSystem.h"
 
-#include <dirent.h>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <memory>
 #include <string_view>
 #include <utility>
 
 #include "Support/ValidationException.h"
 
 namespace {
-
-struct DirectoryCloser {
-    void operator()(DIR* directory) const noexcept { closedir(directory); }
-};
 
 std::string Normalised(std::string directory) {
     if (directory.empty() || directory.back() != '/') {
@@ -31,13 +27,20 @@ std::string Normalised(std::string directory) {
 
 void CFileSystem::FindAllFiles(const std::string& directory, const std::string& prefix,
                                const std::string& part, std::vector<std::string>& names) {
-    const std::unique_ptr<DIR, DirectoryCloser> listing(opendir(Normalised(directory).c_str()));
-    if (!listing) {
+    OpenedDirectory(directory).FindAllFiles(prefix, part, names);
+}
+
+OpenedDirectory::OpenedDirectory(const std::string& directory)
+    : directory_(opendir(Normalised(directory).c_str())) {}
+
+void OpenedDirectory::FindAllFiles(const std::string& prefix, const std::string& part,
+                                   std::vector<std::string>& names) {
+    if (!directory_) {
         return;
     }
     while (true) {
         errno = 0;
-        const dirent* entry = readdir(listing.get());
+        const dirent* entry = readdir(directory_.get());
         if (entry == nullptr) {
             ZYN_CHECK_OS_CALL(errno == 0, "Can not read directory");
             return;
@@ -47,6 +50,10 @@ void CFileSystem::FindAllFiles(const std::string& directory, const std::string& 
             names.emplace_back(name);
         }
     }
+}
+
+bool OpenedDirectory::Remove(const std::string& name) noexcept {
+    return unlinkat(dirfd(directory_.get()), name.c_str(), 0) == 0;
 }
 
 DirectoryListing::DirectoryListing(std::string directory, std::string prefix, std::string part)

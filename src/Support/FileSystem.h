@@ -1,9 +1,12 @@
-// Directory listing.
+// Directory listing, and removal of what was listed.
 #ifndef ZYN_SUPPORT_FILESYSTEM_H
 #define ZYN_SUPPORT_FILESYSTEM_H
 
+#include <dirent.h>
+
 #include <cstdint>
 #include <ctime>
+#include <memory>
 #include <span>
 #include <string>
 #include <vector>
@@ -18,6 +21,29 @@ class CFileSystem {
     // Throws CheckOSCall "Can not read directory" when the listing breaks off midway.
     static void FindAllFiles(const std::string& directory, const std::string& prefix,
                              const std::string& part, std::vector<std::string>& names);
+};
+
+// A directory that stays the same one for as long as this is open, whatever comes to stand under
+// its path. One thread.
+class OpenedDirectory {
+  public:
+    // One that cannot be opened has no entries.
+    explicit OpenedDirectory(const std::string& directory);
+
+    // As CFileSystem::FindAllFiles does, once.
+    void FindAllFiles(const std::string& prefix, const std::string& part,
+                      std::vector<std::string>& names);
+
+    // Removes an entry that was found, and that is no directory. False with errno set when it
+    // cannot be.
+    [[nodiscard]] bool Remove(const std::string& name) noexcept;
+
+  private:
+    struct Closer {
+        void operator()(DIR* directory) const noexcept { closedir(directory); }
+    };
+
+    std::unique_ptr<DIR, Closer> directory_;
 };
 
 // The entries of a directory that FindAllFiles finds, in the bytewise order of their names, for

@@ -1,7 +1,5 @@
 #include "zyntool/CleanCommandProcessor.h"
 
-#include <unistd.h>
-
 #include <cctype>
 #include <exception>
 #include <iomanip>
@@ -47,14 +45,15 @@ bool Confirmed(const std::string& directory) {
     return answer == "Y";
 }
 
-void DeleteLogFiles(const std::string& directory) {
+void DeleteLogFiles(const std::string& path) {
+    // Whoever may move the directories above it must not turn the deletion elsewhere.
+    OpenedDirectory directory(path);
     // In the order in which the system lists them: none has to go before another.
     std::vector<std::string> names;
-    CFileSystem::FindAllFiles(directory, kLogPrefix, kLogPart, names);
+    directory.FindAllFiles(kLogPrefix, kLogPart, names);
     for (const std::string& name : names) {
-        const std::string path = directory + name;
-        const int result = ::unlink(path.c_str());
-        ZYN_CHECK_OS_CALL(result == 0, "Can not delete file");
+        const bool removed = directory.Remove(name);
+        ZYN_CHECK_OS_CALL(removed, "Can not delete file");
     }
 }
 

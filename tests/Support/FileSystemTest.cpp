@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -94,6 +95,38 @@ TEST_F(FileSystemTest, NamesOf255BytesAreFound) {
     const std::string name(255, 'n');
     Touch(name);
     EXPECT_THAT(Find(directory_.Path(), "n", "n"), ElementsAre(name));
+}
+
+TEST_F(FileSystemTest, OpenedDirectoryIsTheSameUnderAnotherName) {
+    static_cast<void>(directory_.MakeDirectory("log"));
+    Touch("log/a1");
+    OpenedDirectory opened(directory_ / "log");
+    std::filesystem::rename(directory_ / "log", directory_ / "moved");
+    static_cast<void>(directory_.MakeDirectory("log"));
+    Touch("log/a1");
+    Touch("log/a2");
+    std::vector<std::string> names;
+    opened.FindAllFiles("a", "", names);
+    EXPECT_THAT(names, ElementsAre("a1"));
+    EXPECT_TRUE(opened.Remove("a1"));
+    EXPECT_FALSE(opened.Remove("a1"));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_THAT(ListDirectory(directory_ / "moved"), IsEmpty());
+    EXPECT_THAT(ListDirectory(directory_ / "log"), UnorderedElementsAre("a1", "a2"));
+}
+
+TEST_F(FileSystemTest, OpenedDirectoryRemovesNoDirectory) {
+    static_cast<void>(directory_.MakeDirectory("inner"));
+    OpenedDirectory opened(directory_.Path());
+    EXPECT_FALSE(opened.Remove("inner"));
+    EXPECT_EQ(errno, EISDIR);
+}
+
+TEST_F(FileSystemTest, OpenedDirectoryThatDoesNotExistHasNoEntries) {
+    OpenedDirectory opened(directory_ / "none");
+    std::vector<std::string> names;
+    opened.FindAllFiles("", "", names);
+    EXPECT_THAT(names, IsEmpty());
 }
 
 }  // namespace

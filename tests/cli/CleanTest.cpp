@@ -223,7 +223,7 @@ TEST_F(Clean, PathOfWhichSlashesAloneAreLeftOpensNothing) {
         Configure("1", "path='" + std::string(path) + "'");
         ASSERT_EQ(CallsOf("opendir", Run({"clean", "-f"}), directory_.Path(), EACCES), 0U) << path;
         ASSERT_EQ(CallsOf("opendir", Run({"clean"}, "y"), directory_.Path(), EACCES), 0U) << path;
-        EXPECT_EQ(CallsOf("unlink", Run({"clean", "-f"}), directory_.Path(), EACCES), 0U) << path;
+        EXPECT_EQ(CallsOf("unlinkat", Run({"clean", "-f"}), directory_.Path(), EACCES), 0U) << path;
     }
     Configure("1", "path='$(ZYN_T_UNSET)'");
     EXPECT_EQ(Tool({"clean"}, "y").error,
@@ -255,8 +255,9 @@ TEST_F(Clean, FilesAreDeletedInTheOrderInWhichTheSystemListsThem) {
         ASSERT_EQ(listed.size(), 8U);
         // The fourth deletion fails.
         ProgramRun run = Run({"clean", "-f"});
-        run.environment.insert(run.environment.end(), {"ZYN_FAULT_CALL=unlink", "ZYN_FAULT_FIRST=4",
-                                                       "ZYN_FAULT_COUNT=1", "ZYN_FAULT_ACTION=13"});
+        run.environment.insert(run.environment.end(),
+                               {"ZYN_FAULT_CALL=unlinkat", "ZYN_FAULT_FIRST=4", "ZYN_FAULT_COUNT=1",
+                                "ZYN_FAULT_ACTION=13"});
         run.preloadLibrary = ZYN_FAULT_PRELOAD;
         const ProgramResult result = RunProgram(run);
         EXPECT_EQ(result.status, 255);

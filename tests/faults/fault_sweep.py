@@ -39,7 +39,7 @@ ERRORS = {
     "mmap": [errno.ENOMEM, errno.EACCES],
     "munmap": [errno.EINVAL],
     "unlink": [errno.EACCES, errno.ENOENT],
-    "unlinkat": [errno.EACCES],
+    "unlinkat": [errno.EACCES, errno.ENOENT],
     "mkdir": [errno.EACCES, errno.ENOSPC],
     "opendir": [errno.ENOENT, errno.EACCES, errno.EMFILE],
     "readdir": [errno.EIO],
