@@ -27,8 +27,8 @@ struct Use {
     const char* name;
     const char* program;
     std::vector<std::string> arguments;
-    int failed;          // the status
-    const char* report;  // what standard error ends with
+    int failed;         // the status
+    const char* first;  // what standard error ends with at the lowest limit
     // What standard output has then. The doctor also looks at the disk, and starts a program.
     enum Output { kPrefixOfTheWhole, kAny } output = kPrefixOfTheWhole;
 };
@@ -41,11 +41,11 @@ const std::vector<Use> kUses = {
     {"ExportToOneFile", ZYN_TOOL, {"export", "-f", "all.txt", "-silent"}, 255, kToolReport},
     {"ExportOfEachLog", ZYN_TOOL, {"export", "-m", "text", "-silent"}, 255, kToolReport},
     {"Clean", ZYN_TOOL, {"clean", "-f"}, 255, kToolReport},
-    {"Verify", ZYN_VERIFY, {"log"}, 2, "std::bad_alloc\n"},
-    {"VerifyAsJson", ZYN_VERIFY, {"--json", "log"}, 2, "std::bad_alloc\n"},
-    {"Cat", ZYN_CAT, {"log"}, 2, "std::bad_alloc\n"},
-    {"CatCounts", ZYN_CAT, {"-o", "count", "log"}, 2, "std::bad_alloc\n", Use::kAny},
-    {"CatMerged", ZYN_CAT, {"--merge", "log", "log"}, 2, "std::bad_alloc\n"},
+    {"Verify", ZYN_VERIFY, {"log"}, 2, "zynlog-verify: std::bad_alloc\n"},
+    {"VerifyAsJson", ZYN_VERIFY, {"--json", "log"}, 2, "zynlog-verify: std::bad_alloc\n"},
+    {"Cat", ZYN_CAT, {"log"}, 2, "zynlog-cat: std::bad_alloc\n"},
+    {"CatCounts", ZYN_CAT, {"-o", "count", "log"}, 2, "zynlog-cat: std::bad_alloc\n", Use::kAny},
+    {"CatMerged", ZYN_CAT, {"--merge", "log", "log"}, 2, "zynlog-cat: std::bad_alloc\n"},
     {"Doctor", ZYN_DOCTOR, {}, 2, "zyn-doctor: std::bad_alloc\n", Use::kAny},
     {"DoctorAsJson", ZYN_DOCTOR, {"--json"}, 2, "zyn-doctor: std::bad_alloc\n", Use::kAny},
 };
@@ -121,7 +121,9 @@ TEST_P(WantOfMemory, IsReportedUpToTheLimitThatSuffices) {
         }
         ++wants;
         EXPECT_EQ(result.status, GetParam().failed) << kiB << " KiB";
-        EXPECT_TRUE(result.error.ends_with(GetParam().report)) << kiB << " KiB: " << result.error;
+        // Later on it may name the log.
+        const std::string report = wants == 1 ? GetParam().first : "std::bad_alloc\n";
+        EXPECT_TRUE(result.error.ends_with(report)) << kiB << " KiB: " << result.error;
         EXPECT_TRUE(any || whole.output.starts_with(result.output))
             << kiB << " KiB: " << result.output;
     }
