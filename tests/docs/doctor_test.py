@@ -1,4 +1,4 @@
-"""zyn-doctor tells what is wrong with a host and changes nothing on it."""
+"""zyn-doctor reports what is wrong with a host and changes nothing on it."""
 
 import errno
 import fcntl
@@ -7,116 +7,26 @@ import json
 import os
 import pwd
 import re
-import resource
 import shutil
 import socket
-import stat
 import struct
 import subprocess
 import tempfile
-import time
 import unittest
 from pathlib import Path
 
-SOURCE = Path(os.environ["ZYN_SOURCE"])
-DOCTOR = Path(os.environ["ZYN_BIN"]) / "zyn-doctor"
-FAULTS = Path(os.environ["ZYN_BIN"]).parent / "lib" / "libzyn_fault_preload.so"
-SANITIZED = "ZYN_SANITIZED" in os.environ
-# No process has it: the kernel's highest id is 4194304.
-DEAD = 4194305
-RING_BYTES = 524
-UNKNOWN = "not known without it: whether tracing is on, the log directory, what is traced"
-FIRST_BLOCK = 256
-# What programs go by; a code never changes its meaning.
-FACTS = {"configuration-found", "configuration-variable", "foreign-files", "lock-free", "log-directory",
-         "log-directory-unknown", "logs", "message", "newest-complete", "newest-long", "newest-unfinished",
-         "no-journal", "no-messages", "no-regions", "region-in-use", "room", "run-directory",
-         "run-directory-variable", "service-not-running", "service-runs", "switched-on", "trace-on"}
-FINDINGS = {"configuration-invalid", "configuration-missing", "configuration-unparsed", "lock-held",
-            "log-directory-missing", "log-format", "log-not-regular", "log-too-small", "log-unreadable",
-            "newest-damaged", "newest-unfinished", "newest-zeros", "no-room", "read-only", "region-left",
-            "run-directory-missing", "run-directory-not-writable", "run-directory-open",
-            "run-directory-sticky", "service-dead", "service-lock-missing", "service-pid-invalid",
-            "service-region-missing", "service-region-unusable", "trace-off"}
-UNKNOWNS = {"configuration-unknown", "configuration-unreadable", "lock-unreadable",
-            "log-directory-unreadable", "newest-unreadable", "regions-unreadable", "room-unknown",
-            "run-directory-unreadable"}
-# Raised elsewhere, or not to be raised from outside at will.
-NOT_HERE = {"newest-long", "newest-unreadable", "read-only", "regions-unreadable", "room-unknown"}
-DEPENDING = {"run-directory-sticky", "message", "no-messages", "log-directory-unreadable",
-             "configuration-unreadable", "run-directory-unreadable", "run-directory-not-writable"}
+# A module, not the class, which would be run by itself, too.
+import doctor_logs_test
+from doctor_host import (CAN_MOUNT, DEAD, DEPENDING, DOCTOR, FACTS, FAULTS, FINDINGS, NOT_HERE, RING_BYTES,
+                         SOURCE, UNKNOWN, UNKNOWNS, UNSHARE)
 
 
-UNSHARE = ["unshare", "--mount"] if os.geteuid() == 0 else ["unshare", "--mount", "--map-root-user"]
-CAN_MOUNT = subprocess.run([*UNSHARE, "mount", "-t", "tmpfs", "tmpfs", "/mnt"], capture_output=True,
-                           check=False).returncode == 0
-
-
-class DoctorTest(unittest.TestCase):
-    CODES = {"fact": FACTS, "finding": FINDINGS, "unknown": UNKNOWNS}
-    raised = set()
-
+class DoctorTest(doctor_logs_test.LogTests):
     @classmethod
     def tearDownClass(cls):
         missing = (FACTS | FINDINGS | UNKNOWNS) - NOT_HERE - DEPENDING - cls.raised
         if missing:
             raise AssertionError(f"no test raises: {sorted(missing)}")
-
-    def setUp(self):
-        directory = tempfile.TemporaryDirectory(prefix="zyn-doctor.")
-        self.addCleanup(directory.cleanup)
-        self.root = Path(directory.name)
-        self.run_directory = self.root / "temp" / "ZYN"
-        self.run_directory.mkdir(parents=True)
-        self.run_directory.chmod(0o750)
-        shutil.copytree(SOURCE / "samples" / "cfg", self.root / "cfg")
-        shutil.copytree(SOURCE / "samples" / "log", self.root / "log")
-        self.configuration = self.root / "cfg" / "ZynConfigLinux.xml"
-        # Without PATH no journalctl is found, whatever the host's journal holds.
-        self.environment = {"KORVA_VANTOREL_DIR": str(self.root), "PATH": str(self.root / "bin"),
-                            "KORVA_VANTOREL_CFG": str(self.root / "cfg")}
-
-    def state(self):
-        return {path: (path.lstat().st_mode, path.lstat().st_mtime_ns, path.lstat().st_size)
-                for path in [self.root, *self.root.rglob("*")]}
-
-    def run_doctor(self, *options, **how):
-        return subprocess.run([DOCTOR, *options], env=self.environment, cwd=self.root,
-                              capture_output=True, timeout=60, check=False, **how)
-
-    def look(self, **how):
-        """Lines, findings and what could not be looked at, of a run in text and one in JSON."""
-        before = self.state()
-        result = self.run_doctor(**how)
-        self.assertEqual(result.stderr, b"")
-        self.assertEqual(self.state(), before)
-        lines = result.stdout.decode().splitlines()
-        findings = [line[3:] for line in lines if line.startswith("!! ")]
-        unknown = [line[3:] for line in lines if line.startswith("?? ")]
-        self.assertEqual(result.returncode, 2 if unknown else 1 if findings else 0)
-        end = [f"Not looked at: {len(unknown)}"] * bool(unknown)
-        end += [f"Findings: {len(findings)}"] * bool(findings)
-        self.assertEqual(lines[-len(end):] if end else lines[-1:], end or ["Nothing wrong found."])
-        document = json.loads(self.run_doctor("--json", **how).stdout)
-        self.assertEqual(document["status"], result.returncode)
-        self.assertEqual((document["findings"], document["unknown"]), (len(findings), len(unknown)))
-        for section in document["sections"]:
-            for remark in section["remarks"]:
-                self.assertIn(remark["code"], self.CODES[remark["kind"]])
-                self.raised.add(remark["code"])
-        return [line.strip() for line in lines], findings, unknown
-
-    def diagnose(self, **how):
-        """Lines and findings of a run that could look at everything."""
-        lines, findings, unknown = self.look(**how)
-        self.assertEqual(unknown, [])
-        return lines, findings
-
-    def service(self, pid):
-        (self.run_directory / "ZynService.pid").write_text(f"{pid}\n")
-        (self.run_directory / "ZynService.lck").touch()
-        for name in ("ZynServerMessageBuffer.map", "ZynRecordSequenceNumberSeed.map"):
-            (self.run_directory / name).write_bytes(bytes(RING_BYTES))
 
     def test_a_host_in_order_has_no_findings(self):
         lines, findings = self.diagnose()
@@ -221,120 +131,6 @@ class DoctorTest(unittest.TestCase):
     def test_it_writes_no_diagnostic_log(self):
         self.environment["DIAGNOSTIC_MODE"] = "1"
         self.assertEqual(self.diagnose()[1], [])
-
-    # Logs
-
-    def test_files_that_stop_an_export_are_found(self):
-        (self.root / "log" / "zynlog-2.txt").write_bytes(b"x" * 255)
-        (self.root / "log" / "zynlog-3.txt").mkdir()
-        (self.root / "log" / "zynlog-4.txt").write_bytes(b"x" * 256)
-        (self.root / "log" / "zynlog-5.txt").symlink_to("nowhere")
-        os.mkfifo(self.root / "log" / "zynlog-6.txt")
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, ["zynlog-2.txt: 255 bytes, too small; stops an export",
-                                    "zynlog-3.txt: not a regular file; stops an export",
-                                    "zynlog-5.txt: No such file or directory; stops an export",
-                                    "zynlog-6.txt: not a regular file; stops an export"])
-        self.assertIn("1 files without the header of a binary log; an export leaves them out", lines)
-
-    def test_names_drive_no_terminal(self):
-        name = "zynlog-\x1b[31m|\n\x9b1mÄ.txt"
-        (self.root / "log" / name).write_bytes(b"x")
-        self.assertEqual(self.diagnose()[1],
-                         [r"zynlog-\x1b[31m|\x0a\xc2\x9b1mÄ.txt: 1 bytes, too small; stops an export"])
-
-    def newest(self):
-        """The newest log, made so."""
-        path = self.root / "log" / "zynlog-0002.txt"
-        later = time.time() + 100
-        os.utime(path, (later, later))
-        return path
-
-    def blocks(self, path):
-        """Offsets of the blocks of a log, and its size."""
-        content = path.read_bytes()
-        offsets = [FIRST_BLOCK]
-        while offsets[-1] < len(content):
-            offsets.append(offsets[-1] + 45 + struct.unpack_from("<I", content, offsets[-1] + 41)[0])
-        return offsets
-
-    def advice(self):
-        return f'; "zynlog-verify {self.root}/log" says what it costs'
-
-    def rescue(self):
-        return self.advice() + ", with --salvage NEW_DIRECTORY it copies what is good"
-
-    def test_the_newest_log_is_looked_at(self):
-        self.newest()
-        self.assertIn("newest: zynlog-0002.txt, ends with a whole block", self.diagnose()[0])
-
-    def test_an_unfinished_newest_log_is_found(self):
-        path = self.newest()
-        last = self.blocks(path)[-2]
-        with path.open("r+b") as log:
-            log.truncate(last + 60)
-        self.newest()
-        self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, ends within the block at offset {last}" + self.rescue()])
-
-    def test_an_unfinished_log_of_a_living_service_is_as_it_should_be(self):
-        path = self.newest()
-        last = self.blocks(path)[-2]
-        with path.open("r+b") as log:
-            log.truncate(last + 60)
-        self.newest()
-        self.service(os.getpid())
-        lines, findings = self.diagnose()
-        self.assertEqual(findings, [])
-        self.assertIn(f"newest: zynlog-0002.txt, its last block at offset {last} is not finished: the service "
-                      "is writing it", lines)
-
-    def test_damage_in_the_newest_log_is_found(self):
-        path = self.newest()
-        second = self.blocks(path)[1]
-        content = bytearray(path.read_bytes())
-        content[second] = 0xFF
-        path.write_bytes(content)
-        self.newest()
-        self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, no block header at offset {second}" + self.rescue()])
-
-    def test_zeros_at_the_end_of_the_newest_log_are_found(self):
-        path = self.newest()
-        size = path.stat().st_size
-        with path.open("r+b") as log:
-            log.truncate(size + 100_000)
-        self.newest()
-        self.assertEqual(self.diagnose()[1],
-                         [f"newest: zynlog-0002.txt, only zeros from offset {size}" + self.rescue()])
-
-    def test_too_little_room_for_another_log_is_found(self):
-        path = self.root / "log" / "zynlog-0003.txt"
-        with path.open("r+b") as log:
-            # Longer than any disk here, and empty for the most part.
-            log.truncate(1 << 43)
-        findings = self.diagnose()[1]
-        self.assertEqual(len(findings), 2, findings)
-        self.assertRegex(findings[1], rf"^room left: \d+ bytes, too little for another log file \({1 << 43} bytes\)$")
-
-    def test_a_log_of_very_many_blocks_is_not_walked_to_its_end(self):
-        empty = b"\x0a" + struct.pack("<I", 40) + bytes(40)
-        path = self.newest()
-        path.write_bytes(path.read_bytes()[:FIRST_BLOCK] + empty * 50_001)
-        self.newest()
-        self.assertIn("newest: zynlog-0002.txt, more than 50000 blocks: its end was not looked at" +
-                      self.advice(), self.diagnose()[0])
-
-    def test_it_is_quick_with_many_logs(self):
-        log = self.root / "log"
-        for number in range(1500):
-            os.link(log / "zynlog-0001.txt", log / f"zynlog-{number:06}.txt")
-        # Processor time: how long it takes also depends on what else runs here.
-        before = resource.getrusage(resource.RUSAGE_CHILDREN)
-        self.assertEqual(self.run_doctor().returncode, 0)
-        after = resource.getrusage(resource.RUSAGE_CHILDREN)
-        self.assertLess(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime,
-                        2 if SANITIZED else 0.2)
 
     # Run directory
 
