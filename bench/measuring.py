@@ -57,11 +57,11 @@ class Bench:
                 *(["-silent"] if silent else [])]
 
     def measured(self, command):
-        """A run of a command, its output thrown away."""
+        """A run of a command, its output thrown away, or with "-o" and a file before it, in that."""
         result = subprocess.run([self.binaries / "measure", *command], capture_output=True,
                                 text=True, check=False)
         if result.returncode != 0:
-            sys.exit(f"{command[0]}: exit status {result.returncode} {result.stderr}")
+            sys.exit(f"{' '.join(map(str, command))}: exit status {result.returncode} {result.stderr}")
         return Run(*map(int, result.stdout.split()))
 
     def paired(self, first, second, runs):

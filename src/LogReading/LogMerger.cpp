@@ -25,6 +25,7 @@ struct RecordPlace {
 
 struct LogMerger::Writer {
     std::size_t log = 0;
+    std::size_t number = 0;
     // Its blocks that have not been opened.
     std::uint32_t first = kNoBlock;
     std::uint32_t last = kNoBlock;
@@ -40,6 +41,7 @@ struct LogMerger::Writer {
 
     // The record that comes next, and by what it is put in order.
     PlacedRecord record;
+    DecodedRecord decoded;
     std::uint64_t latest = 0;
     std::uint64_t position = 0;
     std::optional<std::uint64_t> time;
@@ -113,6 +115,7 @@ auto LogMerger::WriterOf(std::size_t log, const FoundBlock& block) -> Writer& {
     if (!writer) {
         writer = std::make_unique<Writer>();
         writer->log = log;
+        writer->number = writers_.size() - 1;
         writer->block.processId = block.processId;
         writer->block.hostBytes = block.hostBytes;
     }
@@ -194,7 +197,8 @@ bool LogMerger::OpenRecord(Writer& writer) {
     }
     ReadRecord(writer);
     ++writer.next;
-    const DecodedRecord& decoded = decoder_.Decode(writer.record.data, writer.record.length);
+    const DecodedRecord& decoded = writer.decoded =
+        decoder_.Decode(writer.record.data, writer.record.length);
     std::optional<std::uint64_t> own;
     if (decoded.damage == Damage::kNone && decoded.Has(DecodedRecord::kTime)) {
         own = std::uint64_t{decoded.values.seconds} * 1000 + decoded.values.milliseconds;
@@ -247,6 +251,8 @@ bool LogMerger::Next(MergedRecord& merged) {
     const Writer& writer = *heap_.front();
     merged.log = writer.log;
     merged.block = &writer.block;
+    merged.writer = writer.number;
+    merged.decoded = &writer.decoded;
     merged.record = writer.record;
     merged.time = writer.time;
     return true;

@@ -38,6 +38,10 @@ struct MergedRecord {
     std::size_t log = 0;
     // Its block; `data` is not set.
     const FoundBlock* block = nullptr;
+    // Which of the writers; the first is 0.
+    std::size_t writer = 0;
+    // What its packets hold, damaged or not; valid as long as its bytes.
+    const DecodedRecord* decoded = nullptr;
     // Its bytes, kReadSlack readable ones behind them, valid until the next call.
     PlacedRecord record;
     // In milliseconds since 1970: its own, else that of the record before it in its block.

@@ -6,7 +6,7 @@
 
 bool MergedRecords::Next(TraceRecord& record) {
     for (MergedRecord merged; merger_.Next(merged);) {
-        if (!view_.Open(merged.record.data, merged.record.length, record)) {
+        if (!view_.Open(merged.record.data, merged.record.length, *merged.decoded, record)) {
             ReportPacket(merged, record.decoded->damageOffset);
             continue;
         }
@@ -20,9 +20,12 @@ bool MergedRecords::Next(TraceRecord& record) {
 }
 
 const BlockOrigin& MergedRecords::OriginOf(const MergedRecord& merged) {
-    const auto [found, isNew] = current_.try_emplace(merged.block);
-    Current& current = found->second;
-    if (isNew || current.position != merged.block->dataPosition) {
+    if (merged.writer >= current_.size()) {
+        current_.resize(merger_.Writers());
+    }
+    Current& current = current_[merged.writer];
+    // No block's data begins where the log does.
+    if (current.position != merged.block->dataPosition) {
         current.position = merged.block->dataPosition;
         current.origins.Set(*merged.block, *logs_[merged.log], ++blocks_);
     }

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <map>
+#include <deque>
 #include <span>
 #include <utility>
 
@@ -40,8 +40,8 @@ class MergedRecords final : private MergeListener {
 
     std::span<LogData* const> logs_;
     RunReport& report_;
-    // By the place where the merger keeps a writer's block.
-    std::map<const FoundBlock*, Current> current_;
+    // Of each writer.
+    std::deque<Current> current_;
     std::uint64_t blocks_ = 0;
     RecordView view_;
     LogMerger merger_;

@@ -16,8 +16,12 @@ class RecordView {
     // readable bytes behind them; valid until the next call. False for damaged packets: `decoded`
     // says which.
     bool Open(const char* data, std::uint32_t length, TraceRecord& record) {
+        return Open(data, length, decoder_.Decode(data, length), record);
+    }
+    // The same of a record that has been decoded.
+    bool Open(const char* data, std::uint32_t length, const DecodedRecord& decoded,
+              TraceRecord& record) {
         record.data = {data, length};
-        const DecodedRecord& decoded = decoder_.Decode(data, length);
         record.decoded = &decoded;
         record.message = decoded.values.message;
         if (decoded.isComposed) [[unlikely]] {
