@@ -82,6 +82,7 @@ class LogMerger {
     bool OpenBlock(Writer& writer);
     bool OpenRecord(Writer& writer);
     void ReadRecord(Writer& writer);
+    static void FetchAhead(const Writer& writer) noexcept;
     void Sink(std::size_t place) noexcept;
 
     std::span<LogData* const> logs_;
