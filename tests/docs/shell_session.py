@@ -78,7 +78,9 @@ class ShellSession:
         self.type("\x15\r")
         self.finish()
         # The line itself may have been drawn anew, with the beginning that all candidates have in common.
-        text = re.sub(re.escape(line) + r"\S*", " ", self.shown())
+        # Twice, if the shell was slow: then the second drawing stands right behind the first.
+        drawn = re.escape(line)
+        text = re.sub(rf"{drawn}(?:(?!{drawn})\S)*", " ", self.shown())
         return sorted(set(re.findall(form, text, re.MULTILINE)))
 
 
