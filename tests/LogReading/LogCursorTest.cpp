@@ -11,6 +11,7 @@
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -155,6 +156,67 @@ TEST_F(LogCursorTest, EachDamagedByteMakesItNoCursorFile) {
         WriteFile(cursor_, whole.substr(0, at));
         EXPECT_THROW((void)LogCursor::Load(cursor_), NoCursorFile) << at;
     }
+}
+
+// With the last line that makes a cursor file whole, whatever is in it.
+std::string Sealed(const std::string& lines) {
+    std::uint64_t sum = 0xCBF29CE484222325;
+    for (const char byte : lines) {
+        sum = (sum ^ static_cast<unsigned char>(byte)) * 0x100000001B3;
+    }
+    return lines + "end " + std::to_string(sum) + "\n";
+}
+
+TEST_F(LogCursorTest, WholeFileThatIsNoCursorIsLeftAlone) {
+    for (const char* lines : {"", "zynlog-cat cursor 2\n0\n", "zynlog-cat cursor 1\n",
+                              "zynlog-cat cursor 1\nnone\n", "zynlog-cat cursor 1\n1\n"}) {
+        WriteFile(cursor_, Sealed(lines));
+        EXPECT_THROW((void)LogCursor::Load(cursor_), NoCursorFile) << lines;
+    }
+    WriteFile(cursor_, Sealed("zynlog-cat cursor 1\n0\n"));
+    EXPECT_TRUE(LogCursor::Load(cursor_).has_value()) << "a cursor of no files";
+}
+
+TEST_F(LogCursorTest, MarkThatNoFileCanHaveIsNotFound) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    const std::string whole = ReadFile(cursor_);
+    std::istringstream lines(whole);
+    std::string first;
+    std::string last;
+    std::string offset;
+    std::string device;
+    std::string inode;
+    std::string markBytes;
+    std::string mark;
+    std::string name;
+    std::getline(lines, first);
+    lines >> last >> offset >> device >> inode >> markBytes >> mark >> name;
+    const auto with = [&](const std::string& place, const std::string& length) {
+        return Sealed(first + "\n" + last + "\n" + place + " " + device + " " + inode + " " +
+                      length + " " + mark + " " + name + "\n");
+    };
+    ASSERT_EQ(with(offset, markBytes), whole);
+    // Longer than any, longer than what lies before it, of a file that is too short for it.
+    for (const std::string& content :
+         {with(offset, "4097"), with("10", "11"), with("100000", markBytes)}) {
+        WriteFile(cursor_, content);
+        EXPECT_EQ(Run(), Numbers{1}) << content;
+        EXPECT_TRUE(lost_) << content;
+    }
+}
+
+TEST_F(LogCursorTest, NamesOfAnyBytesAreKept) {
+    const std::vector<std::string> names{"zynlog-%.txt", "zynlog-%25.txt", "zynlog-a\nb.txt",
+                                         "zynlog-%0A.txt", "zynlog-a b.txt"};
+    for (std::size_t at = 0; at < names.size(); ++at) {
+        Write(names[at], BlockOf(static_cast<std::uint32_t>(at + 1)));
+    }
+    EXPECT_EQ(Run()->size(), names.size());
+    EXPECT_EQ(Run(), Numbers{});
+    Append("zynlog-a\nb.txt", BlockOf(9));
+    EXPECT_EQ(Run(), Numbers{9});
+    EXPECT_FALSE(lost_);
 }
 
 TEST_F(LogCursorTest, FirstLineNamesTheProgramAndTheForm) {

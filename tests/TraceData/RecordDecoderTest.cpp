@@ -173,10 +173,22 @@ TEST(RecordShapeTest, RecordsThatNoShapeCanHoldAreLeftAlone) {
     for (int i = 0; i < 100; ++i) {
         numbers.Tid(1);
     }
+    // As many rows as a shape has, each ended by a text; then what needs one more.
+    LogRecord rows(1);
+    for (int i = 0; i < 6; ++i) {
+        rows.Tid(1).Message("text");
+    }
+    LogRecord number = rows;
+    number.Tid(1);
+    LogRecord longRow = rows;
+    for (int i = 0; i < 6; ++i) {
+        longRow.Tid(1);
+    }
+    longRow.Client("main");
     const LogRecord shortTime = LogRecord(1).Packet(LogPacket::Binary(kLogIdTime, "eleven byte"));
     const LogRecord longTime = LogRecord(1).Packet(LogPacket::Binary(kLogIdTime, "thirteen byte"));
     const LogRecord damaged = LogRecord(1).Tid(1).Raw("\x29");
-    for (const LogRecord& record : {many, numbers, shortTime, longTime, damaged}) {
+    for (const LogRecord& record : {many, numbers, number, longRow, shortTime, longTime, damaged}) {
         const Placed bytes(record.Data());
         RecordShape shape;
         EXPECT_FALSE(shape.Learn(bytes.Data(), bytes.Size()));
