@@ -3,6 +3,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -20,6 +21,8 @@
 #include "LogReading/BlockWalker.h"
 #include "LogReading/LogCursor.h"
 #include "LogReading/LogInput.h"
+#include "fixtures/RaisedFailure.h"
+#include "testing/faults/LibcFaults.h"
 #include "testing/logs/LogWriter.h"
 #include "testing/process/Files.h"
 
@@ -217,6 +220,24 @@ TEST_F(LogCursorTest, NamesOfAnyBytesAreKept) {
     Append("zynlog-a\nb.txt", BlockOf(9));
     EXPECT_EQ(Run(), Numbers{9});
     EXPECT_FALSE(lost_);
+}
+
+TEST_F(LogCursorTest, FailedWritesLeaveTheOldCursor) {
+    Write("zynlog-1.txt", BlockOf(1));
+    EXPECT_EQ(Run(), Numbers{1});
+    const std::string before = ReadFile(cursor_);
+    const auto failure = [&](int error, unsigned count) -> std::string {
+        const LibcFault fault(LibcCall::kWrite, error, 1, count);
+        return FailureTextOf([&] { LogCursor().Store(cursor_); });
+    };
+    EXPECT_EQ(failure(ENOSPC, LibcFault::kAlways),
+              "Failed to write cursor file [OS call failed:28(No space left on device)]");
+    EXPECT_NE(failure(LibcFault::kZeroCount, LibcFault::kAlways), kNoFailure);
+    EXPECT_EQ(ReadFile(cursor_), before);
+    EXPECT_EQ(ListDirectory(directory_.Path()), (std::vector<std::string>{"cursor", "log"}));
+    EXPECT_EQ(failure(EINTR, 3), kNoFailure);
+    EXPECT_EQ(failure(LibcFault::kHalfCount, LibcFault::kAlways), kNoFailure);
+    EXPECT_EQ(ReadFile(cursor_), Sealed("zynlog-cat cursor 1\n0\n"));
 }
 
 TEST_F(LogCursorTest, FirstLineNamesTheProgramAndTheForm) {
