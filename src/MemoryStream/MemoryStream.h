@@ -133,8 +133,7 @@ class ReadableMemoryBuffer {
 
 // Throws CheckLogic "Insufficent data to read", for readers that have found out by themselves.
 [[noreturn, gnu::cold]] inline void RaiseInsufficientData() {
-    ZYN_CHECK_LOGIC(false, "Insufficent data to read");
-    __builtin_unreachable();
+    ZYN_FAIL_LOGIC("Insufficent data to read");
 }
 
 // A reader over bytes in memory. Every read checks that its bytes lie inside the buffer, else

@@ -76,9 +76,11 @@ class Validation2Exception {
         }
     }
 
-  private:
+    // The failure of a logic check whose condition the caller has looked at already.
     [[noreturn, gnu::cold]] static void FailLogic(const char* message, const char* file,
                                                   unsigned int line);
+
+  private:
     [[noreturn, gnu::cold]] static void FailParameter(const char* message, const char* file,
                                                       unsigned int line);
     [[noreturn, gnu::cold]] static void FailMemoryAllocation(const char* message, const char* file,
@@ -89,6 +91,7 @@ class Validation2Exception {
 
 #define ZYN_CHECK_LOGIC(condition, message) \
     Validation2Exception::CheckLogic((condition), (message), __FILE__, __LINE__)
+#define ZYN_FAIL_LOGIC(message) Validation2Exception::FailLogic((message), __FILE__, __LINE__)
 #define ZYN_CHECK_PARAMETER(condition, message) \
     Validation2Exception::CheckParameter((condition), (message), __FILE__, __LINE__)
 #define ZYN_CHECK_MEMORY_ALLOCATION(condition, message) \

@@ -63,8 +63,7 @@ class TracePacketReader {
     if (damage == Damage::kCutOff) {
         RaiseInsufficientData();
     }
-    ZYN_CHECK_LOGIC(false, "Incorrect data length for specified data type.");
-    __builtin_unreachable();
+    ZYN_FAIL_LOGIC("Incorrect data length for specified data type.");
 }
 
 #endif
