@@ -45,10 +45,11 @@ class RecordDamageListener {
     virtual void OnPacketDamage(std::uint64_t position) = 0;
 };
 
-// Receives records, which are valid until the call returns, and hears of the end of each block,
-// until which the block's data is valid.
+// Receives records, which are valid until the call returns, and hears of the beginning and of the
+// end of each block, until which the block's data is valid.
 template <typename T>
 concept RecordTaker = requires(T taker, const TraceRecord& record) {
+    taker.BeginBlock();
     taker.Take(record);
     taker.EndBlock();
 };
@@ -69,6 +70,7 @@ class BlockRecords {
         origin_.Set(block, data, ++blocks_);
         record_.block = &origin_.Get();
         hasTime_ = false;
+        taker_.BeginBlock();
         RecordSplitter records(block.data, block.dataBytes);
         Emitter emitter{*this};
         Order order(storage_, emitter);

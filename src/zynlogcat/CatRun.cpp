@@ -69,6 +69,7 @@ class Chooser {
             sink_->Put(record);
         }
     }
+    void BeginBlock() { sink_->BeginBlock(); }
     void EndBlock() { sink_->EndBlock(); }
     void SetSink(RecordSink& sink) noexcept { sink_ = &sink; }
 

@@ -17,7 +17,9 @@ class RecordSink {
     // The record is valid during the call only; its block's data until EndBlock, if records are
     // read block by block.
     virtual void Put(const TraceRecord& record) = 0;
-    // All records of a block have been put.
+    // Around the records of each block that is read as one; where reading fails amid a block, its
+    // end does not come.
+    virtual void BeginBlock() {}
     virtual void EndBlock() {}
 };
 

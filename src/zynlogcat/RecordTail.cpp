@@ -1,5 +1,7 @@
 #include "zynlogcat/RecordTail.h"
 
+#include <utility>
+
 RecordTail::Origin::Origin(const BlockOrigin& source) : host(source.host) {
     const std::size_t length = host.size();
     host.append(kReadSlack, '\0');
@@ -41,22 +43,32 @@ void RecordTail::Put(const TraceRecord& record) {
     }
 }
 
-void RecordTail::EndBlock() {
-    for (std::size_t i = 0; i < seen_.size(); ++i) {
-        Keep(seen_[(nextSeen_ + i) % seen_.size()], OriginOf(*block_));
-    }
+// What is left of a block whose reading failed lies in memory that is gone.
+void RecordTail::BeginBlock() {
     seen_.clear();
     nextSeen_ = 0;
 }
 
+void RecordTail::EndBlock() {
+    for (std::size_t i = 0; i < seen_.size(); ++i) {
+        Keep(seen_[(nextSeen_ + i) % seen_.size()], OriginOf(*block_));
+    }
+    BeginBlock();
+}
+
 void RecordTail::Keep(const Seen& seen, const std::shared_ptr<const Origin>& origin) {
+    // With what is readable behind it, whatever that is. Where there is no memory for it nothing
+    // has changed.
+    const std::string_view data(seen.data.data(), seen.data.size() + kReadSlack);
     if (kept_.size() < count_) {
-        kept_.emplace_back();
+        Kept added;
+        added.data.assign(data);
+        kept_.push_back(std::move(added));
         next_ = kept_.size() - 1;
+    } else {
+        kept_[next_].data.assign(data);
     }
     Kept& kept = kept_[next_];
-    // With what is readable behind it, whatever that is.
-    kept.data.assign(seen.data.data(), seen.data.size() + kReadSlack);
     if (kept.origin != origin) {
         kept.origin = origin;
     }

@@ -27,10 +27,11 @@ class RecordTail final : public RecordSink {
         : sink_(sink), count_(count), data_(data) {}
 
     void Put(const TraceRecord& record) override;
+    void BeginBlock() override;
     void EndBlock() override;
 
-    // Hands the records kept to the sink, in order, and keeps none of them. A block that has not
-    // ended is none of them.
+    // Hands the records kept to the sink, in order, and keeps none of them. Those of a block that
+    // has not ended are not among them, nor is a record there was no memory for.
     void Finish();
 
   private:

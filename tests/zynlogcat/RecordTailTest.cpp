@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -60,6 +61,7 @@ std::vector<std::string> LastOfBlocks(const std::vector<std::uint32_t>& blocks,
     std::uint32_t number = 0;
     for (std::uint32_t block = 0; block < blocks.size(); ++block) {
         std::vector<std::unique_ptr<SampleRecord>> records;
+        tail.BeginBlock();
         for (std::uint32_t i = 0; i < blocks[block]; ++i, ++number) {
             const std::string text = std::to_string(number);
             records.push_back(std::make_unique<SampleRecord>(
@@ -89,6 +91,40 @@ TEST(RecordTailTest, KeepsTheLastOfBlocks) {
     EXPECT_EQ(numbers(LastOfBlocks({5}, 4294967295)), "0 1 2 3 4 ");
     EXPECT_EQ(numbers(LastOfBlocks({5, 5}, 0)), "");
     EXPECT_EQ(LastOfBlocks({1, 1}, 1), std::vector{Line(1)});
+}
+
+// Its records lie in memory that is gone.
+TEST(RecordTailTest, BlockThatWasNotReadToItsEndIsForgotten) {
+    Collector collector;
+    RecordTail tail(collector, 3, RecordTail::Data::kOfBlock);
+    tail.BeginBlock();
+    {
+        const SampleRecord record(LogRecord(1).Message("abandoned"));
+        tail.Put(record.Get());
+    }
+    tail.BeginBlock();
+    tail.EndBlock();
+    tail.Finish();
+    EXPECT_TRUE(collector.lines.empty());
+}
+
+TEST(RecordTailTest, RecordWithoutMemoryForItIsNotKept) {
+    for (const std::uint32_t count : {2U, 9U}) {
+        Collector collector;
+        RecordTail tail(collector, count);
+        for (std::uint32_t i = 0; i < 2; ++i) {
+            const std::string number = std::to_string(i);
+            SampleRecord record(LogRecord(i).Time(i, 5).Control(1, i).Message(number), i);
+            record.Host("h" + number).File("f" + number).Block(i);
+            tail.Put(record.Get());
+        }
+        const SampleRecord record(LogRecord(2).Message("too long"));
+        TraceRecord huge = record.Get();
+        huge.data = {huge.data.data(), std::string().max_size()};
+        EXPECT_THROW(tail.Put(huge), std::length_error);
+        tail.Finish();
+        EXPECT_EQ(collector.lines, (std::vector{Line(0), Line(1)}));
+    }
 }
 
 TEST(RecordTailTest, NoneAreNone) {
