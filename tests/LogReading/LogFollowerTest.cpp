@@ -230,6 +230,26 @@ TEST_F(LogFollowerTest, NewBlockIsNotTakenForTheRestOfAnAbandonedOne) {
     }
 }
 
+TEST_F(LogFollowerTest, NewBlocksAreNotTakenForTheRestOfAnAbandonedOneWhateverItLacks) {
+    // What it lacks may be as long as the first of them, so that a header stands behind it.
+    const std::string block = BlockOf(1, std::string(200, 'm'));
+    const std::string next = BlockOf(2);
+    for (std::size_t lacking = 1; lacking <= next.size() + 1; ++lacking) {
+        SCOPED_TRACE(std::to_string(lacking) + " bytes");
+        const TempDirectory directory;
+        Found found;
+        LogFollower follower({directory.Path()}, found);
+        WriteFile(directory / "zynlog-1.txt",
+                  LogWriter::FileHeader() + block.substr(0, block.size() - lacking));
+        follower.Look();
+        WriteFile(directory / "zynlog-2.txt", LogWriter::FileHeader() + next + BlockOf(3));
+        EXPECT_EQ(follower.Wait(-1, -1), LogFollower::Event::kLook);
+        follower.Look();
+        EXPECT_EQ(found.numbers, (Numbers{2, 3}));
+        EXPECT_TRUE(found.damage.empty());
+    }
+}
+
 TEST_F(LogFollowerTest, NewBlockThatPausesIsNotTakenForARestEither) {
     const std::string block = BlockOf(1, std::string(60, 'm'));
     const std::string next = BlockOf(2);
