@@ -53,21 +53,22 @@ class LogTests(DoctorHost):
         self.newest()
         self.assertIn("newest: zynlog-0002.txt, ends with a whole block", self.diagnose()[0])
 
-    def test_an_unfinished_newest_log_is_found(self):
+    def break_off_newest(self):
+        """Cuts the newest log within its last block; returns that block's offset."""
         path = self.newest()
         last = self.blocks(path)[-2]
         with path.open("r+b") as log:
             log.truncate(last + 60)
         self.newest()
+        return last
+
+    def test_an_unfinished_newest_log_is_found(self):
+        last = self.break_off_newest()
         self.assertEqual(self.diagnose()[1],
                          [f"newest: zynlog-0002.txt, ends within the block at offset {last}" + self.rescue()])
 
     def test_an_unfinished_log_of_a_living_service_is_as_it_should_be(self):
-        path = self.newest()
-        last = self.blocks(path)[-2]
-        with path.open("r+b") as log:
-            log.truncate(last + 60)
-        self.newest()
+        last = self.break_off_newest()
         self.service(os.getpid())
         lines, findings = self.diagnose()
         self.assertEqual(findings, [])
